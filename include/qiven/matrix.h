@@ -1,0 +1,98 @@
+/*
+ * qiven/matrix.h - dense matrices of doubles, and a text codec on top of them.
+ *
+ * The codec hides text from a casual reader. It is no encryption: whoever has a few texts with their
+ * encodings can compute the key. Use sealed packets (qiven/packet.h) for secrets.
+ *
+ * Nothing here logs or keeps state; all functions are reentrant on separate matrices.
+ */
+#ifndef QIVEN_MATRIX_H
+#define QIVEN_MATRIX_H
+
+#include <qiven/log.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * A matrix: the two counts followed by rows * cols IEEE doubles, row-major, in one block without padding.
+ * Element (i, j) is elem[i * cols + j].
+ */
+typedef struct MATRIX {
+    int32_t rows;   /**< at least 1 */
+    int32_t cols;   /**< at least 1 */
+    double elem[1]; /**< rows * cols elements */
+} MATRIX;
+
+/** A matrix of 8 by 8 elements as a static object: same layout as MATRIX, 520 bytes. */
+typedef struct MATRIX64 {
+    int32_t rows;
+    int32_t cols;
+    double elem[64];
+} MATRIX64;
+
+/**
+ * Makes a matrix with the counts set and the elements not initialised.
+ * @return the matrix, freed with MatrixFree(); null when a count is below 1, the size overflows, or without
+ * memory
+ */
+QIVEN_API MATRIX *MatrixAlloc(int rows, int cols);
+/** Frees a matrix made by MatrixAlloc(); null is ignored. */
+QIVEN_API void MatrixFree(MATRIX *pMatrix);
+
+/*
+ * Operations. The result matrix is the caller's and has the right dimensions already; it is untouched on
+ * every failure. Results: 0 done; -1 a matrix is null; -2 dimensions do not fit, a matrix is not square, or
+ * it is singular; -3 no working memory.
+ */
+
+/** C = A + B, all of the same dimensions; C may be A or B. @return 0, -1 or -2 */
+QIVEN_API int MatrixAddition(const MATRIX *A, const MATRIX *B, MATRIX *C);
+/** C = A - B, all of the same dimensions; C may be A or B. @return 0, -1 or -2 */
+QIVEN_API int MatrixSubtraction(const MATRIX *A, const MATRIX *B, MATRIX *C);
+/** B = A transposed, both square of the same size; B is not A. @return 0, -1 (also for a size below 1) or -2
+ */
+QIVEN_API int MatrixTranspose(const MATRIX *A, MATRIX *B);
+/** C = A * B, C being neither A nor B; sums in order of increasing index. @return 0, -1 or -2 */
+QIVEN_API int MatrixMultiply(const MATRIX *A, const MATRIX *B, MATRIX *C);
+/**
+ * B = A to the power -1 by Gauss-Jordan elimination with partial pivoting; B may be A. A pivot of at most
+ * 0.0001 (compared in extended precision: the double nearest to 0.0001 passes) counts as singular.
+ * @return 0, -1, -2 or -3
+ */
+QIVEN_API int MatrixInversion(const MATRIX *A, MATRIX *B);
+
+/** The key matrix K and its inverse. Peers that exchange encoded texts hold the same. */
+QIVEN_API extern MATRIX64 mtrx64;
+QIVEN_API extern MATRIX64 mtri64;
+/** How the codec reaches K and its inverse; a deployment may point them at 8 by 8 matrices of its own. */
+QIVEN_API extern MATRIX *pmtr64;
+QIVEN_API extern MATRIX *pmti64;
+/** The alphabet: the character of each 6-bit digit, then a NUL. */
+QIVEN_API extern const char mapd2c[65];
+/** The digit of each character code 0 to 127; meaningful for the alphabet's characters. */
+QIVEN_API extern const signed char mapc2d[128];
+
+/**
+ * Encodes a text of at most 32760 bytes.
+ * @param szOutput must hold twice the length, rounded up to a multiple of 8 before doubling, and one byte
+ * more
+ * @return characters written without the NUL; 0 for an empty text; -1 on a null argument, a longer text, or
+ *         without memory (no output is promised then)
+ */
+QIVEN_API int MatrixEncode(const char *szText, char *szOutput);
+/**
+ * Decodes an encoded text.
+ * @param szOutput must hold half the input's length and one byte more
+ * @return length of the decoded text; 0 for an empty input; -1 on a null argument, an input whose number of
+ *         character pairs is not a positive multiple of 8, a character outside the alphabet, or without
+ * memory
+ */
+QIVEN_API int MatrixDecode(const char *szEncoded, char *szOutput);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,41 @@
+/*
+ * tavonetsdk.h - the machine's numbered network cards: the stand-in for the platform's network library on a
+ * plain Linux machine (libtavonetsdk.so.6).
+ */
+#ifndef TAVONETSDK_H
+#define TAVONETSDK_H
+
+#if defined(__GNUC__)
+#define TAVONETSDK_API __attribute__((visibility("default")))
+#else
+#define TAVONETSDK_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** One card. 72 bytes; what lies outside the named fields is reserved and zero. */
+typedef struct TAVO_NET_CARD {
+    char rgchReserved1[30];
+    char szAddr[16]; /**< IPv4 address as NUL-terminated dotted text, at offset 30 */
+    char rgchReserved2[26];
+} TAVO_NET_CARD;
+
+/**
+ * Describes a numbered card. Card N is the interface "ethN" when the machine has interfaces so named; else it
+ * is the N-th interface, in the kernel's order, that is up, running, able to broadcast, no loopback, and has
+ * an IPv4 address. Reentrant.
+ * @param iCard  index of the card, from 0
+ * @param iFlags 0; reserved
+ * @param pCard  zeroed by the caller, filled when the result is positive
+ * @return positive when filled; 0 when there is no such card; negative when it has no usable IPv4 address, or
+ * on a bad argument
+ */
+TAVONETSDK_API int TAVONetGetCard1(int iCard, int iFlags, TAVO_NET_CARD *pCard);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
