@@ -25,7 +25,7 @@ typedef struct TLIBC_SZLIST *TLIBC_SZLIST_HANDLE;
 
 /**
  * Creates an empty hash.
- * @param nSize expected number of pairs; 0 for the default
+ * @param nSize expected number of pairs, a hint; 0 for the default
  * @return the handle, freed with TLIBCSzHashFree(); null on a negative size or without memory
  */
 TAVOCORE_API TLIBC_SZHASH_HANDLE TLIBCSzHashAlloc(int nSize);
@@ -58,7 +58,7 @@ TAVOCORE_API void TLIBCHashRemoveAll(TLIBC_SZHASH_HANDLE pHash);
  * @return the handle, freed with TLIBCSzListFree(); null on a negative size or without memory
  */
 TAVOCORE_API TLIBC_SZLIST_HANDLE TLIBCSzListAlloc(int nSize);
-/** @return the string at an index, owned by the list; null when there is none */
+/** @return the string at an index, owned by the list and valid until it changes; null when there is none */
 TAVOCORE_API const char *TLIBCSzListGet(TLIBC_SZLIST_HANDLE pList, int nIndex);
 /** Empties a list; null is ignored. */
 TAVOCORE_API void TLIBCSzListRemoveAll(TLIBC_SZLIST_HANDLE pList);
@@ -87,15 +87,15 @@ TAVOCORE_API int TLIBCStrTrimSpace(char *szText, int iFlags);
 TAVOCORE_API int BlTLIBIsHostname(const char *szText);
 
 /**
- * Makes sure that a regular file exists: creates it empty with mode 0644 when it is missing, and leaves an
- * existing one as it is. Never follows a symbolic link in the last place of the path.
+ * Makes sure that a regular file exists: creates it empty with mode 0644 (less the umask) when it is
+ * missing, and leaves an existing one as it is. Never follows a symbolic link in the last place of the path.
  * @return 0; -1 with errno set when it cannot be created, or something else than a regular file is there
  */
 TAVOCORE_API int TLIBCFileTouch(const char *szPath);
 
 /**
  * Records the calling thread's last error.
- * @param szFile name of the source file; cut to 255 characters
+ * @param szFile name of the source file, copied; cut to 255 characters, null counts as empty
  */
 TAVOCORE_API void TLIBCErrSetEx(int iCode, const char *szFile, int iLine);
 /** @return the code that this thread recorded last; 0 when none */

@@ -25,12 +25,12 @@ typedef struct TAVO_NET_CARD {
 /**
  * Describes a numbered card. Card N is the interface "ethN" when the machine has interfaces so named; else it
  * is the N-th interface, in the kernel's order, that is up, running, able to broadcast, no loopback, and has
- * an IPv4 address. Reentrant.
+ * an IPv4 address. Of several addresses the first counts. Reentrant.
  * @param iCard  index of the card, from 0
  * @param iFlags 0; reserved
  * @param pCard  zeroed by the caller, filled when the result is positive
- * @return positive when filled; 0 when there is no such card; negative when it has no usable IPv4 address, or
- * on a bad argument
+ * @return positive when filled; 0 when there is no such card; negative when "ethN" has no IPv4 address, on a
+ * bad argument, and when the kernel cannot be asked
  */
 TAVONETSDK_API int TAVONetGetCard1(int iCard, int iFlags, TAVO_NET_CARD *pCard);
 

@@ -1,0 +1,380 @@
+#include <tavocore.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/failing_new.h"
+
+namespace {
+
+// Long enough that no string keeps it inside itself.
+const std::string g_strLong(100, 'L');
+
+// Runs a call with its 1st, 2nd, ... allocation failing, until it needs no more; returns how many failed.
+template <class Call, class AfterFailure>
+int FailEachAllocation(Call call, AfterFailure afterFailure) {
+    for (int n = 0; n < 100; ++n) {
+        test::FailNewAfter(n);
+        const bool blOk = call();
+        const bool blFailed = !test::FailureIsPending();
+        test::FailNewAfter(-1);
+        EXPECT_EQ(blFailed, !blOk) << "allocation " << n;
+        if (!blFailed) return n;
+        afterFailure();
+    }
+    ADD_FAILURE() << "no end of allocations";
+    return -1;
+}
+
+struct Hash : testing::Test {
+    ~Hash() override { TLIBCSzHashFree(pHash); }
+    int Set(const std::string &strKey, const std::string &strValue) {
+        return TLIBCSzHashSetValue(&pHash, strKey.c_str(), strValue.c_str());
+    }
+    std::string Get(const std::string &strKey) const {
+        const char *szValue = TLIBCSzHashGetValue(pHash, strKey.c_str());
+        return szValue == nullptr ? "(none)" : szValue;
+    }
+    TLIBC_SZHASH_HANDLE pHash = TLIBCSzHashAlloc(0);
+};
+
+struct List : testing::Test {
+    ~List() override { TLIBCSzListFree(pList); }
+    std::vector<std::string> Items() const {
+        std::vector<std::string> rgItem;
+        while (const char *sz = TLIBCSzListGet(pList, static_cast<int>(rgItem.size())))
+            rgItem.emplace_back(sz);
+        return rgItem;
+    }
+    TLIBC_SZLIST_HANDLE pList = TLIBCSzListAlloc(0);
+};
+
+using Strings = std::vector<std::string>;
+
+TEST_F(Hash, InsertsReplacesAndRemoves) {
+    EXPECT_EQ(0, TLIBCSzHashPairNum(pHash));
+    EXPECT_EQ(0, Set("a", "1"));
+    EXPECT_EQ(0, Set("A", "2"));
+    EXPECT_EQ(0, Set("", "empty key"));
+    EXPECT_EQ(0, Set("a", ""));
+    EXPECT_EQ(3, TLIBCSzHashPairNum(pHash));
+    EXPECT_EQ("", Get("a"));
+    EXPECT_EQ("2", Get("A"));
+    EXPECT_EQ("empty key", Get(""));
+    EXPECT_EQ("(none)", Get("aa"));
+
+    EXPECT_EQ(1, TLIBCSzHashRemoveKey(pHash, "a"));
+    EXPECT_EQ(0, TLIBCSzHashRemoveKey(pHash, "a"));
+    EXPECT_EQ("(none)", Get("a"));
+    EXPECT_EQ(2, TLIBCSzHashPairNum(pHash));
+
+    TLIBCHashRemoveAll(pHash);
+    EXPECT_EQ(0, TLIBCSzHashPairNum(pHash));
+    EXPECT_EQ("(none)", Get("A"));
+    EXPECT_EQ(0, Set("A", "again"));
+    EXPECT_EQ("again", Get("A"));
+}
+
+TEST_F(Hash, CopiesWhatItIsGivenEvenItsOwnText) {
+    std::string strKey = g_strLong;
+    std::string strValue = g_strLong + "value";
+    EXPECT_EQ(0, Set(strKey, strValue));
+    strKey[0] = strValue[0] = 'x';
+    EXPECT_EQ(g_strLong + "value", Get(g_strLong));
+
+    const char *szOwn = TLIBCSzHashGetValue(pHash, g_strLong.c_str());
+    EXPECT_EQ(0, TLIBCSzHashSetValue(&pHash, g_strLong.c_str(), szOwn + 1));
+    EXPECT_EQ(g_strLong.substr(1) + "value", Get(g_strLong));
+}
+
+TEST_F(Hash, GrowsFarBeyondItsFirstSizeAndKeepsValuesInPlace) {
+    constexpr int nPair = 20000;
+    EXPECT_EQ(0, Set("first", "value"));
+    const char *szFirst = TLIBCSzHashGetValue(pHash, "first");
+    for (int i = 0; i < nPair; ++i)
+        ASSERT_EQ(0, Set("key" + std::to_string(i), std::to_string(i)));
+    EXPECT_EQ(nPair + 1, TLIBCSzHashPairNum(pHash));
+    EXPECT_EQ(szFirst, TLIBCSzHashGetValue(pHash, "first"));
+    for (int i = 0; i < nPair; ++i)
+        ASSERT_EQ(std::to_string(i), Get("key" + std::to_string(i)));
+    for (int i = 0; i < nPair; i += 2) {
+        ASSERT_EQ(1, TLIBCSzHashRemoveKey(pHash, ("key" + std::to_string(i)).c_str()));
+    }
+    EXPECT_EQ((nPair / 2) + 1, TLIBCSzHashPairNum(pHash));
+    EXPECT_EQ("(none)", Get("key100"));
+    EXPECT_EQ("101", Get("key101"));
+}
+
+TEST_F(Hash, MissingMemoryLeavesItUnchanged) {
+    EXPECT_EQ(0, Set(g_strLong, "old"));
+    const auto unchanged = [this] {
+        EXPECT_EQ(1, TLIBCSzHashPairNum(pHash));
+        EXPECT_EQ("old", Get(g_strLong));
+    };
+    const std::string strOther = g_strLong + "other";
+    EXPECT_LE(2, FailEachAllocation([&] { return Set(g_strLong, strOther) == 0; }, unchanged));
+    EXPECT_EQ(0, Set(g_strLong, "old"));
+    EXPECT_LE(3, FailEachAllocation([&] { return Set(strOther, strOther) == 0; }, unchanged));
+    EXPECT_EQ(2, TLIBCSzHashPairNum(pHash));
+    EXPECT_LE(1, FailEachAllocation(
+                     [this] {
+                         TLIBCSzHashFree(pHash);
+                         pHash = TLIBCSzHashAlloc(0);
+                         return pHash != nullptr;
+                     },
+                     [] {}));
+}
+
+TEST_F(List, ReceivesEveryKeyOfAHash) {
+    const std::unique_ptr<TLIBC_SZHASH, decltype(&TLIBCSzHashFree)> hash(TLIBCSzHashAlloc(5),
+                                                                         TLIBCSzHashFree);
+    TLIBC_SZHASH_HANDLE pHash = hash.get();
+    EXPECT_EQ(0, TLIBCSzHashEnumKey(pHash, &pList));
+    EXPECT_EQ(Strings{}, Items());
+
+    std::set<std::string> setKey{"", g_strLong};
+    for (int i = 0; i < 3000; ++i)
+        setKey.insert("key" + std::to_string(i));
+    for (const std::string &strKey : setKey)
+        ASSERT_EQ(0, TLIBCSzHashSetValue(&pHash, strKey.c_str(), "v"));
+
+    EXPECT_EQ(1, TLIBCStrSep("before", ",", &pList));
+    EXPECT_LE(2, FailEachAllocation([&] { return TLIBCSzHashEnumKey(pHash, &pList) == 3002; },
+                                    [&] { EXPECT_EQ(Strings{"before"}, Items()); }));
+    TLIBCHashRemoveAll(pHash);  // the list has copies
+
+    const Strings rgItem = Items();
+    ASSERT_EQ(3003U, rgItem.size());
+    EXPECT_EQ("before", rgItem[0]);
+    EXPECT_EQ(setKey, std::set<std::string>(rgItem.begin() + 1, rgItem.end()));
+    for (const int iOutside : {-1, 3003, INT32_MAX})
+        EXPECT_EQ(nullptr, TLIBCSzListGet(pList, iOutside));
+    TLIBCSzListRemoveAll(pList);
+    EXPECT_EQ(Strings{}, Items());
+}
+
+TEST_F(List, ReceivesTheFieldsOfAText) {
+    const struct {
+        const char *szText;
+        const char *szSeparators;
+        Strings rgExpected;
+    } rgCase[] = {
+        {"a,b", ",", {"a", "b"}},
+        {"7,300,nas1,192.168.1.20,", ",", {"7", "300", "nas1", "192.168.1.20", ""}},
+        {"", ",", {""}},
+        {",", ",", {"", ""}},
+        {",,a", ",", {"", "", "a"}},
+        {"no separator", ",", {"no separator"}},
+        {"a, b;c ", ",;", {"a", " b", "c "}},
+    };
+    for (const auto &c : rgCase) {
+        TLIBCSzListRemoveAll(pList);
+        EXPECT_EQ(static_cast<int>(c.rgExpected.size()), TLIBCStrSep(c.szText, c.szSeparators, &pList))
+            << c.szText;
+        EXPECT_EQ(c.rgExpected, Items()) << c.szText;
+    }
+}
+
+TEST_F(List, AppendsAllFieldsOrNone) {
+    EXPECT_EQ(2, TLIBCStrSep("a,b", ",", &pList));
+    const std::string strText = g_strLong + "," + g_strLong + ",c";
+    EXPECT_LE(3, FailEachAllocation([&] { return TLIBCStrSep(strText.c_str(), ",", &pList) == 3; },
+                                    [this] {
+                                        EXPECT_EQ((Strings{"a", "b"}), Items());
+                                    }));
+    EXPECT_EQ((Strings{"a", "b", g_strLong, g_strLong, "c"}), Items());
+
+    // The text may be one of the list's own.
+    TLIBCSzListRemoveAll(pList);
+    EXPECT_EQ(1, TLIBCStrSep("x:y:z", ",", &pList));
+    EXPECT_EQ(3, TLIBCStrSep(TLIBCSzListGet(pList, 0), ":", &pList));
+    EXPECT_EQ((Strings{"x:y:z", "x", "y", "z"}), Items());
+}
+
+TEST(Core, RefusesNullAndNegative) {
+    TLIBC_SZHASH_HANDLE pNoHash = nullptr;
+    TLIBC_SZLIST_HANDLE pNoList = nullptr;
+    const std::unique_ptr<TLIBC_SZHASH, decltype(&TLIBCSzHashFree)> hash(TLIBCSzHashAlloc(1),
+                                                                         TLIBCSzHashFree);
+    const std::unique_ptr<TLIBC_SZLIST, decltype(&TLIBCSzListFree)> list(TLIBCSzListAlloc(1024),
+                                                                         TLIBCSzListFree);
+    TLIBC_SZHASH_HANDLE pHash = hash.get();
+    TLIBC_SZLIST_HANDLE pList = list.get();
+
+    EXPECT_EQ(nullptr, TLIBCSzHashAlloc(-1));
+    EXPECT_EQ(-1, TLIBCSzHashSetValue(nullptr, "k", "v"));
+    EXPECT_EQ(-1, TLIBCSzHashSetValue(&pNoHash, "k", "v"));
+    EXPECT_EQ(-1, TLIBCSzHashSetValue(&pHash, nullptr, "v"));
+    EXPECT_EQ(-1, TLIBCSzHashSetValue(&pHash, "k", nullptr));
+    EXPECT_EQ(nullptr, TLIBCSzHashGetValue(nullptr, "k"));
+    EXPECT_EQ(nullptr, TLIBCSzHashGetValue(pHash, nullptr));
+    EXPECT_EQ(0, TLIBCSzHashRemoveKey(nullptr, "k"));
+    EXPECT_EQ(0, TLIBCSzHashRemoveKey(pHash, nullptr));
+    EXPECT_EQ(0, TLIBCSzHashPairNum(nullptr));
+    EXPECT_EQ(-1, TLIBCSzHashEnumKey(nullptr, &pList));
+    EXPECT_EQ(-1, TLIBCSzHashEnumKey(pHash, nullptr));
+    EXPECT_EQ(-1, TLIBCSzHashEnumKey(pHash, &pNoList));
+    TLIBCHashRemoveAll(nullptr);
+    TLIBCSzHashFree(nullptr);
+
+    EXPECT_EQ(nullptr, TLIBCSzListAlloc(-1));
+    EXPECT_EQ(nullptr, TLIBCSzListGet(nullptr, 0));
+    TLIBCSzListRemoveAll(nullptr);
+    TLIBCSzListFree(nullptr);
+    EXPECT_EQ(-1, TLIBCStrSep(nullptr, ",", &pList));
+    EXPECT_EQ(-1, TLIBCStrSep("a", nullptr, &pList));
+    EXPECT_EQ(-1, TLIBCStrSep("a", "", &pList));
+    EXPECT_EQ(-1, TLIBCStrSep("a", ",", nullptr));
+    EXPECT_EQ(-1, TLIBCStrSep("a", ",", &pNoList));
+    EXPECT_EQ(nullptr, TLIBCSzListGet(pList, 0));
+    EXPECT_EQ(-1, TLIBCStrTrimSpace(nullptr, 0));
+    EXPECT_EQ(0, BlTLIBIsHostname(nullptr));
+}
+
+TEST(Core, TrimsBothEnds) {
+    const struct {
+        const char *szText;
+        const char *szExpected;
+    } rgCase[] = {
+        {"", ""},
+        {"a", "a"},
+        {" \t\n\v\f\r", ""},
+        {"a,b,\n", "a,b,"},
+        {"\r\n a \t b \v\f", "a \t b"},
+        {"\xa0 a\xa0", "\xa0 a\xa0"},
+    };
+    for (const auto &c : rgCase) {
+        std::string strText = c.szText;
+        const auto cb = static_cast<int>(std::char_traits<char>::length(c.szExpected));
+        EXPECT_EQ(cb, TLIBCStrTrimSpace(strText.data(), 0)) << c.szText;
+        EXPECT_STREQ(c.szExpected, strText.c_str());
+    }
+}
+
+TEST(Core, KnowsHostNames) {
+    const std::string str63(63, 'a');
+    const std::string str253 = str63 + "." + str63 + "." + str63 + "." + str63.substr(0, 61);
+    for (const std::string &strGood : Strings{"a", "7", "nas1", "NAS-1", "a--b", "192.168.1.20",
+                                              "disk.example.com", "0a.z9", str63, str253}) {
+        EXPECT_EQ(1, BlTLIBIsHostname(strGood.c_str())) << strGood;
+    }
+    for (const std::string &strBad :
+         Strings{"",     ".",   "a.",  ".a",         "a..b", "-a",        "a-",         "-",         "a.-b",
+                 "a-.b", "a_b", "a b", " a",         "a\n",  "a,b",       "a/b",        "a:b",       "a@b",
+                 "a[b",  "a`b", "a{b", "n\xc3\xa4s", "a(1)", str63 + "a", str253 + "a", str253 + "."}) {
+        EXPECT_EQ(0, BlTLIBIsHostname(strBad.c_str())) << strBad;
+    }
+}
+
+struct Files : testing::Test {
+    void SetUp() override {
+        std::string strTemplate = testing::TempDir() + "/tavocore.XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(strTemplate.data()));
+        dir = strTemplate;
+        maskBefore = umask(0);
+    }
+    ~Files() override {
+        umask(maskBefore);
+        std::filesystem::remove_all(dir);
+    }
+    std::string Path(const char *szName) const { return dir / szName; }
+    std::filesystem::path dir;
+    mode_t maskBefore = 0;
+};
+
+TEST_F(Files, TouchCreatesAnEmptyFileForAllToRead) {
+    ASSERT_EQ(0, TLIBCFileTouch(Path("new").c_str()));
+    struct stat st {};
+    ASSERT_EQ(0, lstat(Path("new").c_str(), &st));
+    EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0644), st.st_mode);
+    EXPECT_EQ(0, st.st_size);
+}
+
+TEST_F(Files, TouchLeavesAnExistingFileAsItIs) {
+    const std::string strPath = Path("old");
+    std::ofstream(strPath) << "lines";
+    ASSERT_EQ(0, chmod(strPath.c_str(), 0400));
+    struct stat before {};
+    ASSERT_EQ(0, lstat(strPath.c_str(), &before));
+    EXPECT_EQ(0, TLIBCFileTouch(strPath.c_str()));
+    struct stat after {};
+    ASSERT_EQ(0, lstat(strPath.c_str(), &after));
+    EXPECT_EQ(before.st_mode, after.st_mode);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    std::ifstream file(strPath);
+    EXPECT_EQ("lines", std::string(std::istreambuf_iterator<char>(file), {}));
+}
+
+TEST_F(Files, TouchRefusesWhateverIsNoRegularFile) {
+    std::ofstream(Path("victim")) << "precious";
+    std::filesystem::create_symlink(Path("victim"), Path("link"));
+    std::filesystem::create_symlink(Path("nowhere"), Path("dangling"));
+    ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0644));
+    const struct {
+        std::string strPath;
+        int iErrno;
+    } rgCase[] = {
+        {Path("link"), ELOOP},       {Path("dangling"), ELOOP},      {dir, EISDIR},
+        {Path("fifo"), EEXIST},      {Path("missing/file"), ENOENT}, {"", ENOENT},
+        {Path("victim/x"), ENOTDIR},
+    };
+    for (const auto &c : rgCase) {
+        errno = 0;
+        EXPECT_EQ(-1, TLIBCFileTouch(c.strPath.c_str())) << c.strPath;
+        EXPECT_EQ(c.iErrno, errno) << c.strPath;
+    }
+    errno = 0;
+    EXPECT_EQ(-1, TLIBCFileTouch(nullptr));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_FALSE(std::filesystem::exists(Path("nowhere")));
+    EXPECT_EQ(8U, std::filesystem::file_size(Path("victim")));
+}
+
+TEST(LastError, BelongsToItsThread) {
+    std::thread([] {
+        const char *szFile = nullptr;
+        int iLine = -1;
+        EXPECT_EQ(0, TLIBCErrGet());
+        EXPECT_EQ(0, TLIBCErrGetEx(&szFile, &iLine));
+        EXPECT_STREQ("", szFile);
+        EXPECT_EQ(0, iLine);
+
+        std::string strFile = "socket/list";
+        TLIBCErrSetEx(0x0900, strFile.c_str(), 42);
+        strFile[0] = 'x';
+        std::thread([] {
+            EXPECT_EQ(0, TLIBCErrGet());
+            TLIBCErrSetEx(0x0200, "other", 1);
+            EXPECT_EQ(0x0200, TLIBCErrGet());
+        }).join();
+        EXPECT_EQ(0x0900, TLIBCErrGet());
+        EXPECT_EQ(0x0900, TLIBCErrGetEx(&szFile, &iLine));
+        EXPECT_STREQ("socket/list", szFile);
+        EXPECT_EQ(42, iLine);
+
+        TLIBCErrSetEx(1, szFile + 7, 2);  // the recorded name itself
+        EXPECT_EQ(1, TLIBCErrGetEx(&szFile, nullptr));
+        EXPECT_STREQ("list", szFile);
+        TLIBCErrSetEx(-5, nullptr, 3);
+        EXPECT_EQ(-5, TLIBCErrGetEx(&szFile, nullptr));
+        EXPECT_STREQ("", szFile);
+        TLIBCErrSetEx(6, std::string(300, 'f').c_str(), 4);
+        EXPECT_EQ(6, TLIBCErrGetEx(&szFile, nullptr));
+        EXPECT_EQ(std::string(255, 'f'), szFile);
+        EXPECT_EQ(6, TLIBCErrGetEx(nullptr, nullptr));
+    }).join();
+}
+
+}  // namespace
