@@ -1,0 +1,274 @@
+// The interfaces of a machine made for the purpose, as the kernel tells them, and their dump.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+
+#include "iface/dump.h"
+#include "support/log_capture.h"
+#include "support/netif_text.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr const char *kNoResolvConf = "1|iface_lnx:# failed to open file /etc/resolv.conf error:(2)";
+
+class Iface : public testing::Test {
+  protected:
+    void SetUp() override {
+        sandbox::Enter();
+        sandbox::PrivateDir("/etc");
+    }
+    // Enumerates into the zeroed table; each record as text.
+    Lines Enumerate(int numNetIf = QIVEN_IFACE_MAX) {
+        memset(m_table.data(), 0, sizeof m_table);
+        const int n = QIVENIfaceInit(m_log.Record(), m_table.data(), numNetIf);
+        Lines records;
+        for (int i = 0; i < n; ++i)
+            records.push_back(FromKernel(m_table[static_cast<size_t>(i)]));
+        return n == -1 ? Lines{"-1"} : records;
+    }
+    LogCapture m_log;
+    std::array<QIVEN_NETIF, QIVEN_IFACE_MAX + 1> m_table{};
+};
+
+TEST_F(Iface, RecordsCarryWhatTheKernelTells) {
+    sandbox::AddEthernet("e0", "02:1b:3c:0a:0b:0c", "192.168.1.10/24 brd +");
+    sandbox::AddEthernet("longestname1234", "02:00:00:00:00:02", "10.1.2.3/8");
+    sandbox::Run("ip address add 172.16.0.1/12 brd + dev e0");  // only the first address counts
+    EXPECT_EQ((Lines{"e0 02:1b:3c:0a:0b:0c 192.168.1.10 255.255.255.0 192.168.1.255 1",
+                     "longestname1234 02:00:00:00:00:02 10.1.2.3 255.0.0.0 0.0.0.0 1"}),
+              Enumerate());
+    EXPECT_EQ("0 0.0.0.0 0.0.0.0 255.255.255.255", FromFiles(m_table[0]));
+    EXPECT_EQ("0 0.0.0.0 0.0.0.0 255.255.255.255", FromFiles(m_table[1]));
+    EXPECT_EQ(Lines{kNoResolvConf}, m_log.Take());
+}
+
+TEST_F(Iface, DevicesThatCannotSendAreNotListed) {
+    sandbox::Run(
+        "ip link add nocarrier type veth peer name off && ip address add 10.0.0.1/24 dev nocarrier &&"
+        "ip link set nocarrier up");
+    sandbox::Run(
+        "ip link add bridge type bridge && ip address add 10.0.1.1/24 dev bridge &&"
+        "ip link set bridge up");
+    m_table[0].blStatic = 7;
+    const auto before = m_table;
+    EXPECT_EQ(0, QIVENIfaceInit(m_log.Record(), m_table.data(), QIVEN_IFACE_MAX));
+    EXPECT_EQ(0, memcmp(&before, &m_table, sizeof before));
+    EXPECT_EQ(Lines{kNoResolvConf}, m_log.Take());
+
+    // The other end makes the first one usable, and is itself without an address.
+    sandbox::Run("ip link set off up && ip address add 10.0.2.1/24 dev off");
+    for (int i = 0; i < 500 && QIVENIfaceGetActive(nullptr, "nocarrier") != 0; ++i)
+        usleep(10'000);
+    EXPECT_EQ(0, QIVENIfaceGetActive(m_log.Record(), "nocarrier"));
+    EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "bridge"));
+    EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "lo"));
+    EXPECT_EQ(Lines{}, m_log.Take());
+    EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "nosuch"));
+    EXPECT_EQ(Lines{"1|iface:# ioctl(SIOCGIFFLAGS) error:(19)"}, m_log.Take());
+}
+
+// A tap device whose other end is open, so that it has a carrier. Machines that keep /dev/net/tun from
+// ordinary users get an Ethernet device with the mark of a tap device instead. Returns the open end or -1.
+int AddTap(const char *szName) {
+    const int fd = open("/dev/net/tun", O_RDWR | O_CLOEXEC);
+    if (fd == -1) {
+        sandbox::AddEthernet(szName, "02:00:00:00:00:03");
+        sandbox::PrivateDir("/sys");
+        sandbox::WriteFile(std::string("/sys/class/net/") + szName + "/tun_flags", "0x1002\n");
+        return -1;
+    }
+    ifreq request{};
+    strncpy(request.ifr_name, szName, IFNAMSIZ - 1);
+    request.ifr_flags = IFF_TAP | IFF_NO_PI;
+    if (ioctl(fd, TUNSETIFF, &request) == -1) throw std::runtime_error("no tap device");
+    sandbox::Run(std::string("ip link set up dev ") + szName);
+    return fd;
+}
+
+TEST_F(Iface, TapDevicesAreNotListed) {
+    const int fdTap = AddTap("t0");
+    sandbox::Run("ip address add 10.0.0.1/24 dev t0");
+    // But for the mark it would be listed.
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    ifreq request{};
+    strcpy(request.ifr_name, "t0");
+    ASSERT_EQ(0, ioctl(fd, SIOCGIFFLAGS, &request));
+    close(fd);
+    ASSERT_EQ(IFF_UP | IFF_RUNNING, request.ifr_flags & (IFF_UP | IFF_RUNNING));
+    EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "t0"));
+    EXPECT_EQ(Lines{}, Enumerate());
+    if (fdTap != -1) close(fdTap);
+}
+
+TEST_F(Iface, ADeviceWithoutIPv4IsListedInactive) {
+    sandbox::AddEthernet("e0", "02:1b:3c:0a:0b:0c");
+    EXPECT_EQ(Lines{"e0 02:1b:3c:0a:0b:0c 0.0.0.0 0.0.0.0 0.0.0.0 0"}, Enumerate());
+    EXPECT_EQ((Lines{kNoResolvConf, "1|iface:# ioctl SIOCGIFADDR e0 error:(99)"}), m_log.Take());
+}
+
+TEST_F(Iface, ListingWritesNameAndMarkOnly) {
+    sandbox::AddEthernet("e0", "02:00:00:00:00:01", "10.0.0.1/24");
+    sandbox::AddEthernet("e1", "02:00:00:00:00:02", "10.0.1.1/24");
+    memset(m_table.data(), 0xAA, sizeof m_table);
+    auto expected = m_table;
+    strcpy(expected[0].szIfName, "e0");
+    expected[0].blActive = 1;
+    EXPECT_EQ(1, QIVENGetIfListLnx(m_log.Record(), m_table.data(), 1));
+    EXPECT_EQ(0, memcmp(&expected, &m_table, sizeof expected));
+    strcpy(expected[1].szIfName, "e1");
+    expected[1].blActive = 1;
+    EXPECT_EQ(2, QIVENGetIfListLnx(m_log.Record(), m_table.data(), QIVEN_IFACE_MAX));
+    EXPECT_EQ(0, memcmp(&expected, &m_table, sizeof expected));
+    EXPECT_EQ(Lines{}, m_log.Take());
+    EXPECT_EQ(Lines{"e0 02:00:00:00:00:01 10.0.0.1 255.255.255.0 0.0.0.0 1"}, Enumerate(1));
+}
+
+TEST_F(Iface, BadArgumentsAreReportedAndStillResetTheServer) {
+    struct Case {
+        QIVEN_NETIF *rgNetIf;
+        int numNetIf;
+        const char *szCondition;
+    };
+    const Case cases[] = {
+        {nullptr, 0, "((void *)0) != rgNetIf"},
+        {m_table.data(), 0, "0 < numNetIf"},
+        {m_table.data(), -1, "0 < numNetIf"},
+        {m_table.data(), 65, "QIVEN_IFACE_MAX >= numNetIf"},
+    };
+    for (const Case &c : cases) {
+        const std::string report = Invalid("iface_lnx", c.szCondition);
+        gulDNS = 1;
+        EXPECT_EQ(-1, QIVENGetIfListLnx(m_log.Record(), c.rgNetIf, c.numNetIf));
+        EXPECT_EQ(-1, QIVENIfaceInitLnx(m_log.Record(), c.rgNetIf, c.numNetIf));
+        EXPECT_EQ(1U, gulDNS);
+        EXPECT_EQ(-1, QIVENIfaceInit(m_log.Record(), c.rgNetIf, c.numNetIf));
+        EXPECT_EQ(INADDR_NONE, gulDNS);
+        EXPECT_EQ((Lines{report, report, report}), m_log.Take()) << c.numNetIf;
+    }
+    gulDNS = 1;
+    EXPECT_EQ(0, QIVENIfaceInitLnx(nullptr, m_table.data(), 1));
+    EXPECT_EQ(1U, gulDNS);  // left by an earlier enumeration, and nothing overwrote it
+}
+
+TEST_F(Iface, AddressesOfOneDevice) {
+    QIVEN_NETIF netIf{};
+    EXPECT_EQ(-1, QIVENIfaceGetNetSetting(m_log.Record(), nullptr));
+    EXPECT_EQ(Lines{Invalid("iface", "((void *)0) != pNetIf")}, m_log.Take());
+
+    strcpy(netIf.szIfName, "nosuch");
+    netIf.blActive = 1;
+    const QIVEN_NETIF before = netIf;
+    EXPECT_EQ(-1, QIVENIfaceGetNetSetting(m_log.Record(), &netIf));
+    EXPECT_EQ(0, memcmp(&before, &netIf, sizeof netIf));
+    EXPECT_EQ(Lines{"1|iface:# ioctl SIOCGIFHWADDR nosuch error:(19)"}, m_log.Take());
+
+    sandbox::AddEthernet("longestname1234", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
+    strcpy(netIf.szIfName, "longestname1234, of which the kernel sees 15 characters");
+    netIf.blActive = 0;
+    EXPECT_EQ(0, QIVENIfaceGetNetSetting(m_log.Record(), &netIf));
+    EXPECT_EQ(
+        "longestname1234, of which the kernel sees 15 characters 02:00:00:00:00:01 10.0.0.1 "
+        "255.255.255.0 10.0.0.255 0",
+        FromKernel(netIf));
+}
+
+constexpr const char *kHeader =
+    "Inter-|   Receive                                                |  Transmit\n"
+    " face |bytes    packets errs drop fifo frame compressed multicast|bytes    packets errs drop fifo\n";
+
+TEST_F(Iface, TheDeviceListIsTakenAsItComes) {
+    sandbox::AddEthernet("longestname1234", "02:00:00:00:00:01", "10.0.0.1/24");
+    sandbox::AddEthernet("e0", "02:00:00:00:00:02", "10.0.1.1/24");
+    sandbox::PrivateDir("/proc/self/net");
+    const std::string record = "e0 02:00:00:00:00:02 10.0.1.1 255.255.255.0 0.0.0.0 1";
+    struct Case {
+        std::string list;
+        Lines expected;
+    };
+    std::string crowd = kHeader;
+    for (int i = 0; i < 70; ++i)
+        crowd += "    e0: 0 0 0\n";
+    const std::string longName = "longestname1234" + std::string(70, 'z');
+    const Case cases[] = {
+        {"", {}},
+        {kHeader, {}},
+        {"e0: 1\ne0: 2\ne0: 3\n", {record}},
+        {std::string(kHeader) + "no colon\n\n \t e0:1 2:3", {record}},
+        {std::string(kHeader) + ":\n e0 : 1\n: e0: 1\n" + std::string(9999, ':') + "\n", {}},
+        {crowd, Lines(QIVEN_IFACE_MAX, record)},
+        // One read takes 511 characters: what follows is the next line.
+        {kHeader + std::string(511, 'x') + "e0: 1\n", {record}},
+        {kHeader + std::string(510, 'x') + "e0: 1\n", {}},
+        {kHeader + longName + ": 1\n",
+         {longName.substr(0, 63) + " 02:00:00:00:00:01 10.0.0.1 255.255.255.0 0.0.0.0 1"}},
+    };
+    for (const Case &c : cases) {
+        sandbox::WriteFile("/proc/net/dev", c.list);
+        EXPECT_EQ(c.expected, Enumerate()) << c.list;
+    }
+    m_log.Take();
+
+    std::filesystem::remove("/proc/net/dev");
+    EXPECT_EQ(Lines{"-1"}, Enumerate());
+    EXPECT_EQ(-1, QIVENGetIfListLnx(m_log.Record(), m_table.data(), 1));
+    std::filesystem::create_directory("/proc/net/dev");  // opens, and cannot be read
+    EXPECT_EQ(-1, QIVENGetIfListLnx(m_log.Record(), m_table.data(), 1));
+    EXPECT_EQ(Lines{kNoResolvConf}, m_log.Take());
+    EXPECT_EQ(-1, QIVENIfaceDump(m_log.Record()));
+    EXPECT_EQ((Lines{kNoResolvConf, "1|iface:# fail to enum IP\n"}), m_log.Take());
+}
+
+TEST_F(Iface, DumpShowsTheServerAndNineLinesForEach) {
+    sandbox::AddEthernet("e0", "02:1b:3c:0a:0b:0c", "192.168.1.10/24 brd +");
+    sandbox::AddEthernet("e1", "02:00:00:00:00:02");
+    sandbox::WriteFile("/etc/resolv.conf", "nameserver 192.168.1.53\n");
+    sandbox::WriteFile("/etc/network/interfaces", "iface e0 inet static\ngateway 192.168.1.1\n");
+    EXPECT_EQ(0, QIVENIfaceDump(m_log.Record()));
+    const Lines expected = {
+        "1|iface:# ioctl SIOCGIFADDR e1 error:(99)",
+        "1|iface:# Global DNS:\t192.168.1.53\n",
+        "1|iface:# [e0]\n",
+        "1|iface:# Mac Address:\t02:1B:3C:0A:0B:0C\n",
+        "1|iface:# IP:\t192.168.1.10\n",
+        "1|iface:# Mask:\t255.255.255.0\n",
+        "1|iface:# ulBroadCast:\t192.168.1.255\n",
+        "1|iface:# ulGateway:\t192.168.1.1\n",
+        "1|iface:# DNS:\t0.0.0.0\n",
+        "1|iface:# DHCP:\tNO\n",
+        "1|iface:# Active:\tYES\n",
+        "1|iface:# [e1]\n",
+        "1|iface:# Mac Address:\t02:00:00:00:00:02\n",
+        "1|iface:# IP:\t0.0.0.0\n",
+        "1|iface:# Mask:\t0.0.0.0\n",
+        "1|iface:# ulBroadCast:\t0.0.0.0\n",
+        "1|iface:# ulGateway:\t0.0.0.0\n",
+        "1|iface:# DNS:\t0.0.0.0\n",
+        "1|iface:# DHCP:\tYES\n",
+        "1|iface:# Active:\tNO\n",
+    };
+    EXPECT_EQ(expected, m_log.Take());
+
+    qiven::iface::DumpNetIf(m_log.Record(), nullptr);
+    EXPECT_EQ(Lines{Invalid("iface", "((void *)0) != pNetIf")}, m_log.Take());
+}
+
+TEST_F(Iface, DumpOfNothingAndToNobody) {
+    EXPECT_EQ(0, QIVENIfaceDump(m_log.Record()));
+    EXPECT_EQ((Lines{kNoResolvConf, "1|iface:# Global DNS:\t255.255.255.255\n"}), m_log.Take());
+    gulDNS = 1;
+    EXPECT_EQ(0, QIVENIfaceDump(nullptr));
+    EXPECT_EQ(INADDR_NONE, gulDNS);  // the enumeration ran
+}
+
+}  // namespace

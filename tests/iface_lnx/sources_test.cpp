@@ -1,0 +1,213 @@
+// The configuration sources of a made-up /etc, and which of them wins.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "iface_lnx/iface_lnx.h"
+#include "support/log_capture.h"
+#include "support/netif_text.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string kResolvConf = "/etc/resolv.conf";
+const std::string kKeyfiles = "/etc/NetworkManager/system-connections/";
+const std::string kIfCfg = "/etc/sysconfig/network-scripts/";
+const std::string kInterfaces = "/etc/network/interfaces";
+
+std::string Data(const std::string &name) {
+    return sandbox::ReadFile(QIVEN_TEST_DATA "/etc/" + name);
+}
+
+class Sources : public testing::Test {
+  protected:
+    void SetUp() override {
+        sandbox::Enter();
+        sandbox::AddEthernet("eth0", "02:1b:3c:0a:0b:0c", "192.168.1.10/24 brd +");
+        sandbox::AddEthernet("eth1", "02:00:00:00:00:02");
+        sandbox::PrivateDir("/etc");
+    }
+    // What the files say of eth0. Both interfaces must have been listed.
+    std::string Eth0() {
+        QIVEN_NETIF rgNetIf[QIVEN_IFACE_MAX]{};
+        if (QIVENIfaceInit(m_log.Record(), rgNetIf, QIVEN_IFACE_MAX) != 2) return "not two interfaces";
+        m_eth1 = FromFiles(rgNetIf[1]);
+        return FromFiles(rgNetIf[0]);
+    }
+    // Messages without the one about eth1, which has no address.
+    Lines Messages() {
+        Lines lines = m_log.Take();
+        std::erase(lines, "1|iface:# ioctl SIOCGIFADDR eth1 error:(99)");
+        return lines;
+    }
+    LogCapture m_log;
+    std::string m_eth1;
+};
+
+TEST_F(Sources, LaterOnesWinFieldByField) {
+    const std::string classic = Data("keyfiles/classic");
+    const std::string v4Server = Data("resolv/two_servers");
+    const std::string ifcfg = Data("ifcfg/static");
+    const std::string server = Data("interfaces/server");
+    struct File {
+        std::string path;
+        std::string text;
+    };
+    struct Case {
+        const char *szName;
+        std::vector<File> files;
+        const char *szExpected;
+    };
+    const Case cases[] = {
+        {"nothing", {}, "0 0.0.0.0 0.0.0.0 255.255.255.255"},
+        {"resolv.conf", {{kResolvConf, v4Server}}, "0 0.0.0.0 0.0.0.0 192.168.1.53"},
+        {"resolv.conf, IPv6 first",
+         {{kResolvConf, Data("resolv/v6_first")}},
+         "0 0.0.0.0 0.0.0.0 255.255.255.255"},
+        {"resolv.conf, tab", {{kResolvConf, Data("resolv/tab")}}, "0 0.0.0.0 0.0.0.0 255.255.255.255"},
+        {"keyfile", {{kKeyfiles + "a", classic}}, "1 192.168.1.254 10.0.0.53 10.0.0.53"},
+        {"keyfile, hidden", {{kKeyfiles + ".a~", classic}}, "1 192.168.1.254 10.0.0.53 10.0.0.53"},
+        {"keyfile of today",
+         {{kKeyfiles + "office.nmconnection", Data("keyfiles/office.nmconnection")}},
+         "1 0.0.0.0 8.8.8.8 8.8.8.8"},
+        {"keyfile after resolv.conf",
+         {{kKeyfiles + "a", classic}, {kResolvConf, v4Server}},
+         "1 192.168.1.254 10.0.0.53 192.168.1.53"},
+        {"keyfile after useless resolv.conf",
+         {{kKeyfiles + "a", classic}, {kResolvConf, Data("resolv/v6_first")}},
+         "1 192.168.1.254 10.0.0.53 10.0.0.53"},
+        {"ifcfg", {{kIfCfg + "ifcfg-eth0", ifcfg}}, "1 192.168.1.2 0.0.0.0 255.255.255.255"},
+        {"ifcfg after keyfile",
+         {{kIfCfg + "ifcfg-eth0", ifcfg}, {kKeyfiles + "a", classic}},
+         "1 192.168.1.2 10.0.0.53 10.0.0.53"},
+        {"ifcfg of DHCP", {{kIfCfg + "ifcfg-eth0", Data("ifcfg/dhcp")}}, "0 0.0.0.0 0.0.0.0 255.255.255.255"},
+        {"ifcfg of DHCP after static keyfile",
+         {{kIfCfg + "ifcfg-eth0", Data("ifcfg/dhcp")}, {kKeyfiles + "a", classic}},
+         "1 192.168.1.3 10.0.0.53 10.0.0.53"},
+        {"ifcfg by hardware address",
+         {{kIfCfg + "ifcfg-eth0- 2:1b:3c: a: b: c", ifcfg}},
+         "1 192.168.1.2 0.0.0.0 255.255.255.255"},
+        {"ifcfg by hardware address with zeros",
+         {{kIfCfg + "ifcfg-eth0-02:1b:3c:0a:0b:0c", ifcfg}},
+         "0 0.0.0.0 0.0.0.0 255.255.255.255"},
+        {"ifcfg by name wins",
+         {{kIfCfg + "ifcfg-eth0- 2:1b:3c: a: b: c", ifcfg}, {kIfCfg + "ifcfg-eth0", ""}},
+         "0 0.0.0.0 0.0.0.0 255.255.255.255"},
+        {"ifcfg by name unusable",
+         {{kIfCfg + "ifcfg-eth0- 2:1b:3c: a: b: c", ifcfg},
+          {kIfCfg + "ifcfg-eth0", "BOOTPROTO=" + std::string(1 << 20, 'x')}},
+         "1 192.168.1.2 0.0.0.0 255.255.255.255"},
+        {"interfaces", {{kInterfaces, server}}, "1 192.168.1.1 0.0.0.0 255.255.255.255"},
+        {"interfaces after keyfile",
+         {{kInterfaces, server}, {kKeyfiles + "a", classic}},
+         "1 192.168.1.1 10.0.0.53 10.0.0.53"},
+        {"interfaces of DHCP after keyfile",
+         {{kInterfaces, Data("interfaces/desktop")}, {kKeyfiles + "a", classic}},
+         "1 192.168.1.254 10.0.0.53 10.0.0.53"},
+        {"interfaces hidden by ifcfg directory",
+         {{kInterfaces, server}, {kIfCfg + "README", ""}},
+         "0 0.0.0.0 0.0.0.0 255.255.255.255"},
+    };
+    for (const Case &c : cases) {
+        for (const File &file : c.files)
+            sandbox::WriteFile(file.path, file.text);
+        EXPECT_EQ(c.szExpected, Eth0()) << c.szName;
+        sandbox::PrivateDir("/etc");
+    }
+}
+
+TEST_F(Sources, ADeviceWithoutAddressIsCompletedToo) {
+    sandbox::WriteFile(kKeyfiles + "a", "mac-address=02:00:00:00:00:02\nmethod=manual\n");
+    sandbox::WriteFile(kInterfaces, Data("interfaces/server"));
+    EXPECT_EQ("1 192.168.1.1 0.0.0.0 255.255.255.255", Eth0());
+    EXPECT_EQ("1 10.0.0.1 0.0.0.0 255.255.255.255", m_eth1);
+}
+
+TEST_F(Sources, OnlyLooksByNameReportAMissingFile) {
+    const std::string noResolvConf = "1|iface_lnx:# failed to open file /etc/resolv.conf error:(2)";
+    Eth0();
+    EXPECT_EQ(Lines{noResolvConf}, Messages());
+    sandbox::WriteFile(kIfCfg + "ifcfg-eth1", "");
+    Eth0();
+    EXPECT_EQ(
+        (Lines{noResolvConf, "1|iface_lnx:# failed to open file " + kIfCfg + "ifcfg-eth0 error:(2)",
+               "1|iface_lnx:# failed to open file " + kIfCfg + "ifcfg-eth0- 2:1b:3c: a: b: c error:(2)"}),
+        Messages());
+}
+
+TEST_F(Sources, KeyfilesAreAppliedInTheOrderOfTheDirectory) {
+    for (const char *szLast : {"1", "2", "3"})
+        sandbox::WriteFile(kKeyfiles + szLast,
+                           std::string("mac-address=2:1b:3c:a:b:c\naddresses1=10.0.0.9;8;10.0.0.") + szLast +
+                               "\ndns=10.0.1." + szLast + ";\n");
+    std::string first;
+    std::string last;
+    for (const auto &entry : std::filesystem::directory_iterator(kKeyfiles)) {
+        last = entry.path().filename();
+        if (first.empty()) first = last;
+    }
+    EXPECT_EQ("0 10.0.0." + last + " 10.0.1." + last + " 10.0.1." + first, Eth0());
+}
+
+// Enumerates with every configuration file in turn being something else; five minutes of waiting for a FIFO
+// would be a hang for whoever calls.
+TEST_F(Sources, WhatIsNoFileNeitherHangsNorHurts) {
+    const std::string nothing = "0 0.0.0.0 0.0.0.0 255.255.255.255";
+    const std::string paths[] = {kResolvConf, kKeyfiles + "a", kIfCfg + "ifcfg-eth0", kInterfaces};
+    const char *const kinds[] = {"mkfifo", "mkdir", "ln -s loop", "ln -s /dev/null", "touch"};
+    for (const std::string &path : paths) {
+        for (const std::string kind : kinds) {
+            sandbox::PrivateDir("/etc");
+            sandbox::Run("mkdir -p " + path.substr(0, path.rfind('/')) + " && cd " +
+                         path.substr(0, path.rfind('/')) + " && ln -s loop loop && " + kind + ' ' + path);
+            EXPECT_EQ(nothing, Eth0()) << kind << ' ' << path;
+        }
+    }
+    // A directory's place taken by a file.
+    for (const std::string &dir : {kKeyfiles, kIfCfg}) {
+        sandbox::PrivateDir("/etc");
+        sandbox::WriteFile(dir.substr(0, dir.size() - 1), Data("keyfiles/classic"));
+        EXPECT_EQ(nothing, Eth0()) << dir;
+    }
+}
+
+TEST_F(Sources, OneBadKeyfileDoesNotSpoilTheOthers) {
+    sandbox::WriteFile(kKeyfiles + "good", Data("keyfiles/classic"));
+    sandbox::Run("cd " + kKeyfiles +
+                 " && mkfifo fifo && mkdir dir && ln -s loop loop && ln -s /dev/null null");
+    sandbox::WriteFile(kKeyfiles + "huge", "mac-address=" + std::string(1 << 20, '0') + "\n");
+    sandbox::WriteFile(kKeyfiles + "nul", std::string(4096, '\0'));
+    sandbox::WriteFile(kKeyfiles + std::string(255, 'n'), "mac-address");
+    EXPECT_EQ("1 192.168.1.254 10.0.0.53 10.0.0.53", Eth0());
+    EXPECT_EQ((Lines{"1|iface_lnx:# failed to open file /etc/resolv.conf error:(2)",
+                     "1|iface_lnx:# buffer len 128, requires " + std::to_string((1 << 20) + 1)}),
+              Messages());
+
+    QIVEN_NETIF rgNetIf[1]{};
+    EXPECT_EQ(0, qiven::iface_lnx::ParseNMKeyfiles(nullptr, rgNetIf, 1));
+    sandbox::PrivateDir("/etc");
+    EXPECT_EQ(-1, qiven::iface_lnx::ParseNMKeyfiles(m_log.Record(), rgNetIf, 1));
+    EXPECT_EQ(Lines{}, Messages());
+}
+
+TEST_F(Sources, AnEnumerationLeavesNothingOpen) {
+    sandbox::WriteFile(kResolvConf, "nameserver 1.2.3.4\n");
+    sandbox::WriteFile(kKeyfiles + "a", Data("keyfiles/classic"));
+    sandbox::WriteFile(kKeyfiles + "b", "");
+    sandbox::WriteFile(kIfCfg + "ifcfg-eth0", Data("ifcfg/static"));
+    const auto count = [] {
+        const std::filesystem::directory_iterator files("/proc/self/fd");
+        return std::distance(begin(files), end(files));
+    };
+    const auto before = count();
+    for (int i = 0; i < 5; ++i)
+        Eth0();
+    EXPECT_EQ(before, count());
+}
+
+}  // namespace

@@ -1,0 +1,115 @@
+#include "support/sandbox.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+
+namespace sandbox {
+
+namespace {
+
+[[noreturn]] void Fail(const std::string &what) {
+    throw std::runtime_error("sandbox: " + what);
+}
+void Demand(bool ok, const std::string &what) {
+    if (!ok) Fail(what + ": " + strerror(errno));
+}
+
+// Maps the caller to root, so that it may mount and configure devices in what it owns.
+void UnshareAsUser() {
+    const uid_t uid = geteuid();
+    const gid_t gid = getegid();
+    Demand(unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0,
+           "this machine lets user " + std::to_string(uid) + " make no namespaces (be root, or allow them)");
+    WriteFile("/proc/self/setgroups", "deny");
+    WriteFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
+    WriteFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
+}
+
+// The mounts as they were, but private: what every machine begins with. Returns their namespace.
+int MakeBase() {
+    if (unshare(CLONE_NEWNS) != 0) {
+        Demand(errno == EPERM, "unshare");
+        UnshareAsUser();
+    }
+    Demand(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "make mounts private");
+    const int fd = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
+    Demand(fd != -1, "open mount namespace");
+    return fd;
+}
+
+}  // namespace
+
+void Enter() {
+    static const int fdBase = MakeBase();
+    const auto directory = std::filesystem::current_path();
+    Demand(setns(fdBase, CLONE_NEWNS) == 0, "leave the machine before");
+    Demand(unshare(CLONE_NEWNS | CLONE_NEWNET) == 0, "unshare");
+    std::filesystem::current_path(directory);  // setns went to the root directory
+    Demand(mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) == 0, "mount /sys");
+    // Without IPv6 the kernel has nothing to say on a link of its own accord.
+    for (const std::string scope : {"all", "default"}) {
+        const std::string path = "/proc/sys/net/ipv6/conf/" + scope + "/disable_ipv6";
+        if (std::filesystem::exists(path)) WriteFile(path, "1");
+    }
+    Run("ip link set lo up");
+}
+
+void PrivateDir(const std::string &path) {
+    Demand(mount("tmpfs", path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=755,size=64m") == 0,
+           "mount " + path);
+}
+
+std::string Run(const std::string &command) {
+    struct PipeCloser {
+        void operator()(FILE *pf) const { pclose(pf); }
+    };
+    // The shell has /usr/sbin in reach for an ordinary user, too.
+    const std::string line = "PATH=$PATH:/usr/sbin:/sbin; { " + command + "\n} 2>&1 </dev/null";
+    std::unique_ptr<FILE, PipeCloser> pipe(popen(line.c_str(), "re"));
+    Demand(pipe != nullptr, "popen");
+    std::string output;
+    std::array<char, 4096> chunk{};
+    for (size_t cb = 0; (cb = fread(chunk.data(), 1, chunk.size(), pipe.get())) > 0;)
+        output.append(chunk.data(), cb);
+    const int status = pclose(pipe.release());
+    if (status != 0) Fail("'" + command + "' failed (status " + std::to_string(status) + "): " + output);
+    return output;
+}
+
+void WriteFile(const std::string &path, const std::string &text) {
+    const auto parent = std::filesystem::path(path).parent_path();
+    if (!std::filesystem::exists(parent)) std::filesystem::create_directories(parent);
+    std::ofstream file(path, std::ios::binary);
+    file << text << std::flush;
+    Demand(file.good(), "write " + path);
+}
+
+std::string ReadFile(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    Demand(file.good(), "open " + path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void AddEthernet(const std::string &name, const std::string &mac, const std::string &address) {
+    // Kernels have the one kind of such device, or the other, or both.
+    Run("ip link add " + name + " address " + mac + " type dummy || ip link add " + name + " address " + mac +
+        " type ifb");
+    if (!address.empty()) Run("ip address add " + address + " dev " + name);
+    Run("ip link set " + name + " up");
+}
+
+}  // namespace sandbox
