@@ -6,7 +6,8 @@
 
 namespace {
 
-static_assert(QIVEN_KEY_SIZE == crypto_box_PUBLICKEYBYTES && QIVEN_KEY_SIZE == crypto_box_SECRETKEYBYTES);
+static_assert(QIVEN_KEY_SIZE == crypto_box_PUBLICKEYBYTES);
+static_assert(QIVEN_KEY_SIZE == crypto_box_SECRETKEYBYTES);
 
 // The process's one identity. The keys exist when blInited is set.
 struct ProcessKeys {

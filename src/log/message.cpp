@@ -32,9 +32,8 @@ void Debug(const QIVEN_LOG *pLog, Where where, const char *szFormat, ...) {
     va_end(args);
 }
 
-bool Check(const QIVEN_LOG *pLog, Where where, bool blOk, const char *szCondition) {
-    if (!blOk) Error(pLog, where, "Invaild Argument (%s)=[%d]\n", szCondition, 0);
-    return blOk;
+void InvalidArgument(const QIVEN_LOG *pLog, Where where, const char *szCondition) {
+    Error(pLog, where, "Invaild Argument (%s)=[%d]\n", szCondition, 0);
 }
 
 }  // namespace qiven::log
