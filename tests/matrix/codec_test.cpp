@@ -1,0 +1,249 @@
+#include <climits>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "matrix/dense.h"
+
+namespace {
+
+// Outputs get exactly the room they are promised to need, so that the sanitizer sees a byte too many.
+std::string Encode(const std::string &text, int iExpected) {
+    const size_t cb = 2 * ((text.size() + 7) / 8 * 8);
+    const std::unique_ptr<char[]> szOutput(new char[cb + 1]);
+    EXPECT_EQ(iExpected, MatrixEncode(text.c_str(), szOutput.get()));
+    return iExpected < 0 ? "" : szOutput.get();
+}
+
+std::string Decode(const std::string &encoded, int *piResult) {
+    const std::unique_ptr<char[]> szOutput(new char[encoded.size() / 2 + 1]);
+    *piResult = MatrixDecode(encoded.c_str(), szOutput.get());
+    return *piResult < 0 ? "" : szOutput.get();
+}
+
+void RoundTrip(const std::string &text) {
+    const int cbEncoded = static_cast<int>(2 * ((text.size() + 7) / 8 * 8));
+    const std::string encoded = Encode(text, cbEncoded);
+    ASSERT_EQ(static_cast<size_t>(cbEncoded), encoded.size());
+    ASSERT_EQ(std::string::npos, encoded.find_first_not_of(mapd2c));
+    int iResult = 0;
+    ASSERT_EQ(text, Decode(encoded, &iResult));
+    ASSERT_EQ(static_cast<int>(text.size()), iResult);
+}
+
+// Makes the codec use other matrices while it lives.
+struct OtherKey {
+    OtherKey(MATRIX *pKey, MATRIX *pInverse) : m_pKey(pmtr64), m_pInverse(pmti64) {
+        pmtr64 = pKey;
+        pmti64 = pInverse;
+    }
+    ~OtherKey() {
+        pmtr64 = m_pKey;
+        pmti64 = m_pInverse;
+    }
+    OtherKey(const OtherKey &) = delete;
+    OtherKey &operator=(const OtherKey &) = delete;
+    MATRIX *m_pKey;
+    MATRIX *m_pInverse;
+};
+
+Dense Diagonal(double dValue) {
+    Dense matrix = Filled(8, 8, 0);
+    for (int i = 0; i < 64; i += 9)
+        Elements(matrix.get())[i] = dValue;
+    return matrix;
+}
+
+std::mt19937 g_random(4711);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same texts every time
+
+std::string RandomText(size_t cb) {
+    std::string text(cb, ' ');
+    for (char &c : text)
+        c = static_cast<char>(1 + g_random() % 255);
+    return text;
+}
+
+TEST(MatrixCodec, BringsTextsOfEveryLengthBack) {
+    for (size_t cb = 0; cb <= 100; cb++)
+        RoundTrip(RandomText(cb));
+    for (const size_t cb : {1023, 1024, 1025, 32751, 32752, 32753, 32759, 32760})
+        RoundTrip(RandomText(cb));
+}
+
+TEST(MatrixCodec, BringsEveryByteBackInEveryPlace) {
+    for (int i = 1; i < 256; i++) {
+        RoundTrip(std::string(8, static_cast<char>(i)));
+        for (size_t iPlace = 0; iPlace < 8; iPlace++) {
+            std::string text = RandomText(16);
+            text[iPlace] = static_cast<char>(i);
+            RoundTrip(text);
+        }
+    }
+}
+
+TEST(MatrixCodec, RefusesTextsAboveTheLimitAndNull) {
+    Encode(std::string(32761, 'x'), -1);
+    Encode(std::string(40000, 'x'), -1);
+    char szOutput[64] = "untouched";
+    EXPECT_EQ(-1, MatrixEncode(nullptr, szOutput));
+    EXPECT_EQ(-1, MatrixEncode("text", nullptr));
+    EXPECT_EQ(-1, MatrixDecode(nullptr, szOutput));
+    EXPECT_EQ(-1, MatrixDecode("text", nullptr));
+    EXPECT_STREQ("untouched", szOutput);
+    EXPECT_EQ(0, MatrixEncode("", szOutput));
+    EXPECT_STREQ("", szOutput);
+    szOutput[0] = 'x';
+    EXPECT_EQ(0, MatrixDecode("", szOutput));
+    EXPECT_STREQ("", szOutput);
+}
+
+TEST(MatrixCodec, DecodesWholeBlocksOnly) {
+    const std::string encoded = Encode("0123456789abcdef", 32);
+    for (size_t cb = 1; cb <= 32; cb++) {
+        int iResult = 0;
+        const std::string decoded = Decode(encoded.substr(0, cb), &iResult);
+        const bool blWhole = cb / 2 % 8 == 0 && cb >= 16;
+        EXPECT_EQ(blWhole ? static_cast<int>(cb / 2) : -1, iResult) << cb;
+        EXPECT_EQ(blWhole ? std::string("0123456789abcdef", cb / 2) : "", decoded) << cb;
+    }
+    int iResult = 0;
+    EXPECT_EQ("0123456789abcdef", Decode(encoded + "\xff", &iResult));  // the odd one is not even looked at
+    EXPECT_EQ(16, iResult);
+}
+
+TEST(MatrixCodec, RefusesCharactersOutsideTheAlphabet) {
+    const std::string encoded = Encode("12345678", 16);
+    for (int c = 1; c < 256; c++) {
+        const bool blDigit = std::string(mapd2c).find(static_cast<char>(c)) != std::string::npos;
+        for (const size_t iPlace : {0U, 7U, 15U}) {
+            std::string changed = encoded;
+            changed[iPlace] = static_cast<char>(c);
+            int iResult = 0;
+            Decode(changed, &iResult);
+            EXPECT_EQ(blDigit, iResult >= 0) << c;
+        }
+    }
+}
+
+// Two digits per product, the low one first, twelve bits with a sign: seen with a key that is transparent.
+TEST(MatrixCodec, WritesTwelveBitsLowDigitFirst) {
+    struct Case {
+        double dFactor;
+        unsigned char uc;
+        unsigned uBits;
+    };
+    const Case rgCases[] = {
+        {1, 1, 1},       {1, 64, 64},       {1, 255, 255},  {-1, 1, 0xFFF},   {-1, 255, 0xF01},
+        {8, 255, 2040},  {-8, 255, 0x808},  {0.5, 3, 1},    {-0.5, 3, 0xFFF},  // toward zero: 1.5, -1.5
+        {16, 255, 4080}, {256, 255, 0xF00}, {0x1p20, 1, 0}, {0x1p60, 255, 0}, {-0x1p300, 255, 0},
+        {NAN, 9, 0},
+    };
+    for (const auto &[dFactor, uc, uBits] : rgCases) {
+        const Dense key = Diagonal(dFactor);
+        const OtherKey other(key.get(), pmti64);
+        const std::string encoded = Encode(std::string(1, static_cast<char>(uc)), 16);
+        EXPECT_EQ(mapd2c[uBits & 63U], encoded[0]) << dFactor;
+        EXPECT_EQ(mapd2c[uBits >> 6U], encoded[1]) << dFactor;
+    }
+}
+
+// An element of value v, seen through an inverse that multiplies by a factor.
+TEST(MatrixCodec, DecodesTowardZeroAfterAddingAHundredth) {
+    struct Case {
+        int iElement;
+        double dFactor;
+        int iByte;
+    };
+    const double dInf = std::numeric_limits<double>::infinity();
+    // The double 99.99 is a little less than that. Only a sum rounded to double would make it 100.
+    const int iHairline = std::numeric_limits<long double>::digits > 53 ? 99 : 100;
+    const Case rgCases[] = {
+        {5, 1, 5},
+        {100, 0.99991, 100},
+        {100, 0.9999, iHairline},
+        {100, 0.99985, 99},
+        {100, 1.0098, 100},
+        {1, 0.98, 0},
+        {-1, 1, 0},
+        {-2, 1, 0xFF},
+        {-1, 0.5, 0},
+        {2047, 1, 0xFF},
+        {-2048, 1, 1},
+        {1000, 33, 0xE8},
+        {1, 0x1p40, 0},
+        {1, 0x1p62 + 0x1p10, 0},
+        {1, 0x1p63, 0},
+        {-3, 1e300, 0},
+        {1, dInf, 0},
+        {-1, dInf, 0},
+        {1, NAN, 0},
+    };
+    for (const auto &[iElement, dFactor, iByte] : rgCases) {
+        const Dense inverse = Diagonal(dFactor);
+        const OtherKey other(pmtr64, inverse.get());
+        const auto uBits = static_cast<unsigned>(iElement) & 0xFFFU;
+        std::string encoded(16, mapd2c[0]);
+        encoded[0] = mapd2c[uBits & 63U];
+        encoded[1] = mapd2c[uBits >> 6U];
+        int iResult = 0;
+        const std::string decoded = Decode(encoded, &iResult);
+        ASSERT_LE(0, iResult);
+        EXPECT_EQ(iByte, decoded.empty() ? 0 : static_cast<unsigned char>(decoded[0]))
+            << iElement << " * " << dFactor;
+    }
+}
+
+TEST(MatrixCodec, TakesAKeyOfTheDeploymentsOwn) {
+    // Ones on and above the diagonal; the computed inverse is as good as an exact one.
+    static MATRIX64 key{8, 8, {}};
+    static MATRIX64 inverse{8, 8, {}};
+    for (int i = 0; i < 8; i++) {
+        for (int j = i; j < 8; j++)
+            key.elem[i * 8 + j] = 1;
+    }
+    auto *pKey = reinterpret_cast<MATRIX *>(&key);
+    auto *pInverse = reinterpret_cast<MATRIX *>(&inverse);
+    ASSERT_EQ(0, MatrixInversion(pKey, pInverse));
+    const std::string builtin = Encode("a text of ours", 32);
+    const OtherKey other(pKey, pInverse);
+    EXPECT_NE(builtin, Encode("a text of ours", 32));
+    for (size_t cb = 1; cb < 40; cb++)
+        RoundTrip(RandomText(cb));
+}
+
+TEST(MatrixCodec, RefusesAKeyThatDoesNotFit) {
+    const std::string encoded = Encode("text", 16);
+    const Dense small = Filled(7, 7, 1);
+    const Dense wide = Filled(8, 9, 1);
+    for (MATRIX *pKey : {static_cast<MATRIX *>(nullptr), small.get(), wide.get()}) {
+        const OtherKey other(pKey, pKey);
+        Encode("text", -1);
+        int iResult = 0;
+        Decode(encoded, &iResult);
+        EXPECT_EQ(-1, iResult);
+    }
+}
+
+// Texts of a stranger: never a byte outside the buffer, and a result that says what was written.
+TEST(MatrixCodec, SurvivesHostileEncodings) {
+    for (int iRound = 0; iRound < 4000; iRound++) {
+        const size_t cb = g_random() % 200 + (iRound % 100 == 0 ? 20000 : 0);
+        std::string hostile = RandomText(cb);
+        if (iRound % 4 != 0) {
+            for (char &c : hostile)
+                c = mapd2c[static_cast<unsigned char>(c) % 64];
+            hostile.resize(cb / 16 * 16, mapd2c[0]);
+        }
+        int iResult = 0;
+        const std::string decoded = Decode(hostile, &iResult);
+        const bool blDigits = hostile.find_first_not_of(mapd2c) == std::string::npos;
+        if (blDigits && hostile.size() % 16 == 0) {
+            ASSERT_EQ(static_cast<int>(decoded.size()), iResult);
+        } else if (hostile.size() % 16 > 1) {
+            ASSERT_EQ(-1, iResult);
+        }
+    }
+}
+
+}  // namespace
