@@ -67,7 +67,7 @@ std::string RandomText(size_t cb) {
 TEST(MatrixCodec, BringsTextsOfEveryLengthBack) {
     for (size_t cb = 0; cb <= 100; cb++)
         RoundTrip(RandomText(cb));
-    for (const size_t cb : {1023, 1024, 1025, 32751, 32752, 32753, 32759, 32760})
+    for (const size_t cb : {1023U, 1024U, 1025U, 32751U, 32752U, 32753U, 32759U, 32760U})
         RoundTrip(RandomText(cb));
 }
 
@@ -152,34 +152,34 @@ TEST(MatrixCodec, WritesTwelveBitsLowDigitFirst) {
 TEST(MatrixCodec, DecodesTowardZeroAfterAddingAHundredth) {
     struct Case {
         int iElement;
-        double dFactor;
         int iByte;
+        double dFactor;
     };
     const double dInf = std::numeric_limits<double>::infinity();
     // The double 99.99 is a little less than that. Only a sum rounded to double would make it 100.
     const int iHairline = std::numeric_limits<long double>::digits > 53 ? 99 : 100;
     const Case rgCases[] = {
-        {5, 1, 5},
-        {100, 0.99991, 100},
-        {100, 0.9999, iHairline},
-        {100, 0.99985, 99},
-        {100, 1.0098, 100},
-        {1, 0.98, 0},
-        {-1, 1, 0},
-        {-2, 1, 0xFF},
-        {-1, 0.5, 0},
-        {2047, 1, 0xFF},
+        {5, 5, 1},
+        {100, 100, 0.99991},
+        {100, iHairline, 0.9999},
+        {100, 99, 0.99985},
+        {100, 100, 1.0098},
+        {1, 0, 0.98},
+        {-1, 0, 1},
+        {-2, 0xFF, 1},
+        {-1, 0, 0.5},
+        {2047, 0xFF, 1},
         {-2048, 1, 1},
-        {1000, 33, 0xE8},
-        {1, 0x1p40, 0},
-        {1, 0x1p62 + 0x1p10, 0},
-        {1, 0x1p63, 0},
-        {-3, 1e300, 0},
-        {1, dInf, 0},
-        {-1, dInf, 0},
-        {1, NAN, 0},
+        {1000, 0xE8, 33},
+        {1, 0, 0x1p40},
+        {1, 0, 0x1p62 + 0x1p10},
+        {1, 0, 0x1p63},
+        {-3, 0, 1e300},
+        {1, 0, dInf},
+        {-1, 0, dInf},
+        {1, 0, NAN},
     };
-    for (const auto &[iElement, dFactor, iByte] : rgCases) {
+    for (const auto &[iElement, iByte, dFactor] : rgCases) {
         const Dense inverse = Diagonal(dFactor);
         const OtherKey other(pmtr64, inverse.get());
         const auto uBits = static_cast<unsigned>(iElement) & 0xFFFU;

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int n = 8;
+constexpr size_t n = 8;
 constexpr int nDense = 5;  // non-zero entries every row and column has at least, in K and in its inverse
 constexpr int iInverseMax = 64;  // keeps the inverse printable in short; exactness would allow far more
 constexpr int nSteps = 2000;     // far beyond what it takes to forget where the walk began
@@ -44,7 +44,7 @@ constexpr std::string_view szUsage =
 }
 
 // Uniform in 0..nBound-1, nBound being at most 256.
-int Random(int nBound) {
+size_t Random(size_t nBound) {
     while (true) {
         uint8_t uc = 0;
         const ssize_t cb = getrandom(&uc, 1, 0);
@@ -56,7 +56,7 @@ int Random(int nBound) {
 
 // Whether 12 signed bits hold the products with column j for all byte values: the largest has 255 where the
 // entry is positive and 0 elsewhere, the smallest the other way round.
-bool ColumnFits(const Matrix &key, int j) {
+bool ColumnFits(const Matrix &key, size_t j) {
     int iLargest = 0;
     int iSmallest = 0;
     for (const auto &row : key)
@@ -65,10 +65,10 @@ bool ColumnFits(const Matrix &key, int j) {
 }
 
 bool IsDense(const Matrix &matrix) {
-    for (int i = 0; i < n; i++) {
+    for (size_t i = 0; i < n; i++) {
         int nInRow = 0;
         int nInColumn = 0;
-        for (int j = 0; j < n; j++) {
+        for (size_t j = 0; j < n; j++) {
             nInRow += matrix[i][j] != 0 ? 1 : 0;
             nInColumn += matrix[j][i] != 0 ? 1 : 0;
         }
@@ -87,10 +87,10 @@ bool IsSmall(const Matrix &matrix) {
 }
 
 bool IsInverse(const Matrix &key, const Matrix &inverse) {
-    for (int i = 0; i < n; i++) {
-        for (int j = 0; j < n; j++) {
+    for (size_t i = 0; i < n; i++) {
+        for (size_t j = 0; j < n; j++) {
             int iSum = 0;
-            for (int t = 0; t < n; t++)
+            for (size_t t = 0; t < n; t++)
                 iSum += key[i][t] * inverse[t][j];
             if (iSum != (i == j ? 1 : 0)) return false;
         }
@@ -100,10 +100,10 @@ bool IsInverse(const Matrix &key, const Matrix &inverse) {
 
 // Adds iSign times column iFrom of the key to column iTo, and does the opposite to the inverse's rows, so
 // that the two stay inverse to each other and the determinant stays 1 or -1.
-void Step(KeyData &data, int iFrom, int iTo, int iSign) {
+void Step(KeyData &data, size_t iFrom, size_t iTo, int iSign) {
     for (auto &row : data.key)
         row[iTo] += iSign * row[iFrom];
-    for (int j = 0; j < n; j++)
+    for (size_t j = 0; j < n; j++)
         data.inverse[iFrom][j] -= iSign * data.inverse[iTo][j];
 }
 
@@ -111,11 +111,11 @@ void Step(KeyData &data, int iFrom, int iTo, int iSign) {
 // every step out of bounds. It goes on past nSteps until both matrices are dense.
 void DrawMatrices(KeyData &data) {
     constexpr int nStepsMax = 1000 * nSteps;
-    for (int i = 0; i < n; i++)
+    for (size_t i = 0; i < n; i++)
         data.key[i][i] = data.inverse[i][i] = 1;
     for (int iStep = 0; iStep < nStepsMax; iStep++) {
-        const int iTo = Random(n);
-        const int iFrom = (iTo + 1 + Random(n - 1)) % n;
+        const size_t iTo = Random(n);
+        const size_t iFrom = (iTo + 1 + Random(n - 1)) % n;
         const int iSign = Random(2) == 0 ? 1 : -1;
         Step(data, iFrom, iTo, iSign);
         if (!ColumnFits(data.key, iTo) || !IsSmall(data.inverse)) Step(data, iFrom, iTo, -iSign);
@@ -126,12 +126,12 @@ void DrawMatrices(KeyData &data) {
 
 void DrawAlphabet(KeyData &data) {
     data.alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-";
-    for (int i = 63; i > 0; i--)
+    for (size_t i = 63; i > 0; i--)
         std::swap(data.alphabet[i], data.alphabet[Random(i + 1)]);
 }
 
 void Check(const KeyData &data) {
-    for (int j = 0; j < n; j++) {
+    for (size_t j = 0; j < n; j++) {
         if (!ColumnFits(data.key, j)) Fail("check failed: a product needs more than 12 bits");
     }
     if (!IsDense(data.key) || !IsDense(data.inverse)) Fail("check failed: a matrix is not dense");
@@ -149,7 +149,7 @@ void Check(const KeyData &data) {
 }
 
 void PrintMatrix(const char *szName, const Matrix &matrix) {
-    printf("MATRIX64 %s = {%d, %d, {\n", szName, n, n);
+    printf("MATRIX64 %s = {%zu, %zu, {\n", szName, n, n);
     for (const auto &row : matrix) {
         printf("   ");
         for (const int i : row)
