@@ -32,8 +32,4 @@ void Debug(const QIVEN_LOG *pLog, Where where, const char *szFormat, ...) {
     va_end(args);
 }
 
-void InvalidArgument(const QIVEN_LOG *pLog, Where where, const char *szCondition) {
-    Error(pLog, where, "Invaild Argument (%s)=[%d]\n", szCondition, 0);
-}
-
 }  // namespace qiven::log

@@ -12,6 +12,7 @@
 #include <filesystem>
 
 #include "iface/dump.h"
+#include "support/bytes_of.h"
 #include "support/log_capture.h"
 #include "support/netif_text.h"
 #include "support/sandbox.h"
@@ -53,25 +54,26 @@ TEST_F(Iface, RecordsCarryWhatTheKernelTells) {
     EXPECT_EQ(Lines{kNoResolvConf}, m_log.Take());
 }
 
+// The kernel lets a change of the carrier show a little later.
+bool Becomes(const char *szIf, int iActive) {
+    for (int i = 0; i < 500 && QIVENIfaceGetActive(nullptr, szIf) != iActive; ++i)
+        usleep(10'000);
+    return QIVENIfaceGetActive(nullptr, szIf) == iActive;
+}
+
 TEST_F(Iface, DevicesThatCannotSendAreNotListed) {
     sandbox::Run(
         "ip link add nocarrier type veth peer name off && ip address add 10.0.0.1/24 dev nocarrier &&"
         "ip link set nocarrier up");
-    sandbox::Run(
-        "ip link add bridge type bridge && ip address add 10.0.1.1/24 dev bridge &&"
-        "ip link set bridge up");
+    ASSERT_TRUE(Becomes("nocarrier", -1));
     m_table[0].blStatic = 7;
     const auto before = m_table;
     EXPECT_EQ(0, QIVENIfaceInit(m_log.Record(), m_table.data(), QIVEN_IFACE_MAX));
-    EXPECT_EQ(0, memcmp(&before, &m_table, sizeof before));
+    EXPECT_EQ(BytesOf(before), BytesOf(m_table));
     EXPECT_EQ(Lines{kNoResolvConf}, m_log.Take());
 
-    // The other end makes the first one usable, and is itself without an address.
-    sandbox::Run("ip link set off up && ip address add 10.0.2.1/24 dev off");
-    for (int i = 0; i < 500 && QIVENIfaceGetActive(nullptr, "nocarrier") != 0; ++i)
-        usleep(10'000);
-    EXPECT_EQ(0, QIVENIfaceGetActive(m_log.Record(), "nocarrier"));
-    EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "bridge"));
+    sandbox::Run("ip link set off up");  // now there is somebody at the other end
+    EXPECT_TRUE(Becomes("nocarrier", 0));
     EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "lo"));
     EXPECT_EQ(Lines{}, m_log.Take());
     EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "nosuch"));
@@ -125,11 +127,11 @@ TEST_F(Iface, ListingWritesNameAndMarkOnly) {
     strcpy(expected[0].szIfName, "e0");
     expected[0].blActive = 1;
     EXPECT_EQ(1, QIVENGetIfListLnx(m_log.Record(), m_table.data(), 1));
-    EXPECT_EQ(0, memcmp(&expected, &m_table, sizeof expected));
+    EXPECT_EQ(BytesOf(expected), BytesOf(m_table));
     strcpy(expected[1].szIfName, "e1");
     expected[1].blActive = 1;
     EXPECT_EQ(2, QIVENGetIfListLnx(m_log.Record(), m_table.data(), QIVEN_IFACE_MAX));
-    EXPECT_EQ(0, memcmp(&expected, &m_table, sizeof expected));
+    EXPECT_EQ(BytesOf(expected), BytesOf(m_table));
     EXPECT_EQ(Lines{}, m_log.Take());
     EXPECT_EQ(Lines{"e0 02:00:00:00:00:01 10.0.0.1 255.255.255.0 0.0.0.0 1"}, Enumerate(1));
 }
@@ -170,7 +172,7 @@ TEST_F(Iface, AddressesOfOneDevice) {
     netIf.blActive = 1;
     const QIVEN_NETIF before = netIf;
     EXPECT_EQ(-1, QIVENIfaceGetNetSetting(m_log.Record(), &netIf));
-    EXPECT_EQ(0, memcmp(&before, &netIf, sizeof netIf));
+    EXPECT_EQ(BytesOf(before), BytesOf(netIf));
     EXPECT_EQ(Lines{"1|iface:# ioctl SIOCGIFHWADDR nosuch error:(19)"}, m_log.Take());
 
     sandbox::AddEthernet("longestname1234", "02:00:00:00:00:01", "10.0.0.1/24 brd +");

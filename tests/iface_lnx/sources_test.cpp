@@ -154,17 +154,18 @@ TEST_F(Sources, KeyfilesAreAppliedInTheOrderOfTheDirectory) {
     EXPECT_EQ("0 10.0.0." + last + " 10.0.1." + last + " 10.0.1." + first, Eth0());
 }
 
-// Enumerates with every configuration file in turn being something else; five minutes of waiting for a FIFO
-// would be a hang for whoever calls.
+// Enumerates with every configuration file in turn being something else; waiting for somebody to write into
+// a FIFO would hang whoever calls.
 TEST_F(Sources, WhatIsNoFileNeitherHangsNorHurts) {
     const std::string nothing = "0 0.0.0.0 0.0.0.0 255.255.255.255";
     const std::string paths[] = {kResolvConf, kKeyfiles + "a", kIfCfg + "ifcfg-eth0", kInterfaces};
     const char *const kinds[] = {"mkfifo", "mkdir", "ln -s loop", "ln -s /dev/null", "touch"};
     for (const std::string &path : paths) {
-        for (const std::string kind : kinds) {
+        for (const char *kind : kinds) {
             sandbox::PrivateDir("/etc");
-            sandbox::Run("mkdir -p " + path.substr(0, path.rfind('/')) + " && cd " +
-                         path.substr(0, path.rfind('/')) + " && ln -s loop loop && " + kind + ' ' + path);
+            std::string command = "f=";
+            command.append(path).append("; mkdir -p ${f%/*} && cd ${f%/*} && ln -s loop loop && ");
+            sandbox::Run(command.append(kind).append(" $f"));
             EXPECT_EQ(nothing, Eth0()) << kind << ' ' << path;
         }
     }

@@ -1,9 +1,9 @@
 #include <qiven/nasinfo.h>
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cstring>
 
+#include "support/bytes_of.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -35,7 +35,7 @@ TEST_P(ServiceFlags, EachNumberIsOneBitOfItsOwn) {
         expected.*(id < 64 ? map.low : map.high) = uint64_t{1} << (id % 64);
         for (const char *szTime : {"first", "again"}) {
             EXPECT_EQ(0, map.pfnSet(nullptr, &info, id)) << szTime;
-            EXPECT_EQ(0, memcmp(&expected, &info, sizeof info)) << id << ' ' << szTime;
+            EXPECT_TRUE(BytesOf(expected) == BytesOf(info)) << id << ' ' << szTime;
         }
         for (unsigned int other = 0; other < QIVEN_SERVICE_MAX; ++other)
             EXPECT_EQ(other == id, map.pfnGet(nullptr, &info, other)) << id << ' ' << other;
@@ -50,7 +50,7 @@ TEST_P(ServiceFlags, SettingAddsAndClearingEmptiesThisBitmapOnly) {
     expected.*map.low = 0;
     expected.*map.high = 0;
     EXPECT_EQ(0, map.pfnClear(nullptr, &info));
-    EXPECT_EQ(0, memcmp(&expected, &info, sizeof info));
+    EXPECT_TRUE(BytesOf(expected) == BytesOf(info));
 
     for (const unsigned int id : {5U, 31U, 32U, 63U, 64U, 127U})
         EXPECT_EQ(0, map.pfnSet(nullptr, &info, id));
@@ -70,7 +70,7 @@ TEST_P(ServiceFlags, BadArgumentsAreReportedAndChangeNothing) {
         const std::string report = Invalid("nasinfo", "QIVEN_SERVICE_MAX > id");
         EXPECT_EQ((std::vector<std::string>{report, report}), log.Take()) << id;
     }
-    EXPECT_EQ(0, memcmp(&before, &info, sizeof info));
+    EXPECT_TRUE(BytesOf(before) == BytesOf(info));
 
     EXPECT_EQ(-1, map.pfnClear(log.Record(), nullptr));
     EXPECT_EQ(-1, map.pfnSet(log.Record(), nullptr, 128));  // the record is looked at first

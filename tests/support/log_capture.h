@@ -3,7 +3,6 @@
 
 #include <qiven/log.h>
 
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -30,8 +29,14 @@ class LogCapture {
         return lines;
     }
     static int Keep(int iLevel, const char *szMessage) {
-        static const std::regex reLine("^([a-z0-9_/]+):[1-9][0-9]* ");
-        Lines().push_back(std::to_string(iLevel) + "|" + std::regex_replace(szMessage, reLine, "$1:# "));
+        std::string text = szMessage;
+        const size_t nColon = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_/");
+        const size_t nEnd = text.find_first_not_of("0123456789", nColon + 1);
+        const bool blHasLine = nColon != std::string::npos && nColon > 0 && text[nColon] == ':' &&
+                               nEnd != std::string::npos && nEnd > nColon + 1 && text[nColon + 1] != '0' &&
+                               text[nEnd] == ' ';
+        if (blHasLine) text.replace(nColon + 1, nEnd - nColon - 1, "#");
+        Lines().push_back(std::to_string(iLevel) + "|" + text);
         return 0;
     }
     QIVEN_LOG m_log{};
