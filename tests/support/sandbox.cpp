@@ -42,7 +42,7 @@ void UnshareAsUser() {
 // The mounts as they were, but private: what every machine begins with. Returns their namespace.
 int MakeBase() {
     if (unshare(CLONE_NEWNS) != 0) {
-        Demand(errno == EPERM, "unshare");
+        Demand(errno == EPERM, "make a mount namespace");
         UnshareAsUser();
     }
     Demand(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "make mounts private");
@@ -57,7 +57,8 @@ void Enter() {
     static const int fdBase = MakeBase();
     const auto directory = std::filesystem::current_path();
     Demand(setns(fdBase, CLONE_NEWNS) == 0, "leave the machine before");
-    Demand(unshare(CLONE_NEWNS | CLONE_NEWNET) == 0, "unshare");
+    Demand(unshare(CLONE_NEWNS | CLONE_NEWNET) == 0,
+           "this machine allows no more mount or network namespaces");
     std::filesystem::current_path(directory);  // setns went to the root directory
     Demand(mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) == 0, "mount /sys");
     // Without IPv6 the kernel has nothing to say on a link of its own accord.
