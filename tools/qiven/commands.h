@@ -1,0 +1,15 @@
+// The subcommands. Each function adds its subcommand to the command line and, when it is chosen, sets run to
+// what main() shall call; the result of run is the exit status (exit.h).
+#pragma once
+
+#include <functional>
+
+namespace CLI {
+class App;
+}
+
+namespace qiven {
+
+void RegisterFind(CLI::App &app, std::function<int()> &run);
+
+}  // namespace qiven

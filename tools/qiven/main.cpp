@@ -1,0 +1,72 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+
+#include "commands.h"
+#include "exit.h"
+
+namespace {
+
+using Register = void(CLI::App &, std::function<int()> &);
+
+// In the order of the help text.
+Register *const kCommands[] = {
+    qiven::RegisterFind,
+};
+
+// A closed standard descriptor would be handed to the next socket, and output would go out by it. Reading
+// ends of /dev/null keep the place, and a write to them fails as it should.
+bool HoldStandardDescriptors() {
+    for (int fd = 0; fd <= 2; ++fd) {
+        if (fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
+        if (open("/dev/null", O_RDONLY) != fd) return false;
+    }
+    return true;
+}
+
+int Finish(int iStatus) {
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) return iStatus;
+    // A status that says more than "done" has had its message already.
+    if (iStatus == qiven::kDone || iStatus == qiven::kNothing) {
+        fprintf(stderr, "qiven: cannot write to standard output: %s\n", strerror(errno));
+        return qiven::kNetwork;
+    }
+    return iStatus;
+}
+
+int Main(int argc, char **argv) {
+    CLI::App app{"Finds network-attached storage hosts on the local network segment."};
+    app.name("qiven");
+    std::function<int()> run;
+    for (Register *pfnRegister : kCommands)
+        pfnRegister(app, run);
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "qiven " QIVEN_VERSION);
+    for (CLI::App *pSub : app.get_subcommands([](const CLI::App *) { return true; }))
+        pSub->set_version_flag("--version", "qiven " QIVEN_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? qiven::kDone : qiven::kUsage;
+    }
+    return run();
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (!HoldStandardDescriptors()) return qiven::kNetwork;
+    setlocale(LC_CTYPE, "");
+    try {
+        return Finish(Main(argc, argv));
+    } catch (const std::exception &error) {
+        fprintf(stderr, "qiven: %s\n", error.what());
+        return qiven::kNetwork;
+    }
+}
