@@ -51,16 +51,20 @@ QIVEN_API const unsigned char *QIVENProcessSecretKeyAcquire(void);
  * @return 0; -1 when there are no keys or the protection could not be changed
  */
 QIVEN_API int QIVENProcessSecretKeyRelease(void);
-/** @return the process identifier (random, never 0 while there are keys); 0 without keys */
+/**
+ * @return the process identifier (random, never 0 while there are keys); 0 before the first
+ * QIVENProcessKeyInit() and after QIVENProcessKeyCleanup()
+ */
 QIVEN_API uint32_t QIVENProcessGetID(void);
 
 /**
  * Stores a peer's public key under its name and process identifier, replacing an older one. When the store is
- * full, entries are aged out (one day, then halves of it down to 675 seconds; monotonic clock); when all are
- * younger than that, the store is emptied first.
+ * full, entries are aged out: first those older than one day (in the first two days of uptime: than half the
+ * uptime), then with that age halved again and again, never below 601 seconds (monotonic clock). When that
+ * makes no room, the store is emptied first.
  * @param szPeer         the peer's name (its szHostIdent), at most QIVEN_PEER_NAME_MAX characters
  * @param ulProcessID    the peer's process identifier, not 0
- * @param szPublicKeyHex the key as hexadecimal text, at most 64 characters
+ * @param szPublicKeyHex the key as hexadecimal text, at most 64 characters, none of them a comma
  * @return 0; -1 on a bad argument (the store is unchanged) or failure
  */
 QIVEN_API int QIVENAddKey(const char *szPeer, uint32_t ulProcessID, const char *szPublicKeyHex);

@@ -46,15 +46,16 @@ struct EntryName {
     }
 };
 
+// A longer peer name would be cut and could so become the entry name of another peer.
 bool IsPeer(const char *szPeer, uint32_t ulProcessID) {
-    return szPeer != nullptr && ulProcessID != 0;
+    return szPeer != nullptr && ulProcessID != 0 &&
+           strnlen(szPeer, QIVEN_PEER_NAME_MAX + 1) <= QIVEN_PEER_NAME_MAX;
 }
 
-// Whether the texts fit into an entry and can be told apart again: a comma ends the key text of a value.
-bool IsStorable(const char *szPeer, const char *szPublicKeyHex) {
+// Whether the text fits into an entry and can be told apart again: a comma ends the key text of a value.
+bool IsStorable(const char *szPublicKeyHex) {
     return szPublicKeyHex != nullptr && strnlen(szPublicKeyHex, QIVEN_KEY_HEX_SIZE) < QIVEN_KEY_HEX_SIZE &&
-           strchr(szPublicKeyHex, ',') == nullptr &&
-           strnlen(szPeer, QIVEN_PEER_NAME_MAX + 1) <= QIVEN_PEER_NAME_MAX;
+           strchr(szPublicKeyHex, ',') == nullptr;
 }
 
 int writeKeyEntry(const char *szPeer, uint32_t ulProcessID, const char *szPublicKeyHex) {
@@ -112,7 +113,7 @@ bool MakeRoom() {
 using namespace qiven::keys;
 
 int QIVENAddKey(const char *szPeer, uint32_t ulProcessID, const char *szPublicKeyHex) {
-    if (!IsPeer(szPeer, ulProcessID) || !IsStorable(szPeer, szPublicKeyHex)) return -1;
+    if (!IsPeer(szPeer, ulProcessID) || !IsStorable(szPublicKeyHex)) return -1;
     if (g_pStore == nullptr) g_pStore = TLIBCSzHashAlloc(0);
     if (g_pStore == nullptr || !MakeRoom()) return -1;
     return writeKeyEntry(szPeer, ulProcessID, szPublicKeyHex);
