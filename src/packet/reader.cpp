@@ -133,7 +133,7 @@ int QIVENPacketRead(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int 
     }
     if (pnasinfoOutput->szFieldC0[0] == '\0') {
         static_assert(sizeof pnasinfoOutput->szField73 <= sizeof pnasinfoOutput->szFieldC0);
-        memcpy(pnasinfoOutput->szFieldC0, pnasinfoOutput->szField73, sizeof pnasinfoOutput->szField73);
+        memccpy(pnasinfoOutput->szFieldC0, pnasinfoOutput->szField73, '\0', sizeof pnasinfoOutput->szField73);
     }
     return IsAcceptable(walk) ? static_cast<int>(walk.cbFields) : 0;
 }

@@ -53,8 +53,9 @@ int QIVENSendPktIDSet(const QIVEN_LOG *pLog, QIVEN_SEND *pqivenSend, unsigned in
     const bool blListed = IsListed(*pqivenSend, pktID);
     if (!Check(pLog, kRoom, blListed || HasRoom(*pqivenSend, 1), "QIVEN_SEND_MAX > nPktID")) return -1;
 
-    memcpy(Slot(*pqivenSend->pnasInfo, *pAttrib), pValue,
-           static_cast<size_t>(std::max(cbValue, static_cast<int>(pAttrib->cbField))));
+    // The value may be the slot itself, when the caller has filled the record beforehand.
+    memmove(Slot(*pqivenSend->pnasInfo, *pAttrib), pValue,
+            static_cast<size_t>(std::max(cbValue, static_cast<int>(pAttrib->cbField))));
     if (!blListed) Append(*pqivenSend, pktID);
     return 0;
 }
