@@ -13,9 +13,11 @@
  *                order; 0xFFFFFFFF stands for "no address".
  *   Texts        Character arrays hold NUL-terminated bytes without a promised encoding. What came off the
  *                network may hold any byte but NUL: escape it before showing it to a person.
- *   Threads      The library starts no threads and takes no locks of its own. "Reentrant" below means: may
- * run in any number of threads at once on separate records. Names        sz text, cb count of bytes, n count,
- * ul/ull/us unsigned 32/64/16 bit, i signed, bl 0-or-1 flag, p pointer, pfn function pointer, rg array.
+ *   Threads      The library starts no threads and takes no locks of its own. "Reentrant" below means:
+ *                may run in any number of threads at once on separate records.
+ *
+ *   Names        sz text, cb count of bytes, n count, ul/ull/us unsigned 32/64/16 bit, i signed, bl 0-or-1
+ *                flag, p pointer, pfn function pointer, rg array.
  */
 #ifndef QIVEN_LOG_H
 #define QIVEN_LOG_H
