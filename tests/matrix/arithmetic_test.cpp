@@ -146,6 +146,10 @@ TEST(MatrixInverse, HasTheExactBits) {
         {"diagonal", {{2, 0}, {0, 4}}, {0.5, 0, 0, 0.25}},
         {"exchange at a later pivot", {{1, 0, 0}, {0, 0, 2}, {0, 4, 0}}, {1, 0, 0, 0, 0, 0.25, 0, 0.5, 0}},
         {"multiplies by the reciprocal", {{49, 49}, {0, 1}}, {1.0 / 49, -dBelowOne, 0, 1}},
+        // With the later row as the pivot the second element would be -0x1.5555555555554p-2.
+        {"a tie keeps the earlier row",
+         {{1, 1}, {1, 4}},
+         {0x1.5555555555555p+0, -1.0 / 3, -1.0 / 3, 1.0 / 3}},
         {"single", {{-8}}, {-0.125}},
         {"small pivot", {{0.0002, 0}, {0, 0.0002}}, {5000, 0, 0, 5000}},
         {"smallest pivot", {{0.0001}}, {1 / 0.0001}},
