@@ -10,6 +10,7 @@ class App;
 
 namespace qiven {
 
+void RegisterAnswer(CLI::App &app, std::function<int()> &run);
 void RegisterFind(CLI::App &app, std::function<int()> &run);
 
 }  // namespace qiven

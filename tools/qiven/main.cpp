@@ -18,6 +18,7 @@ using Register = void(CLI::App &, std::function<int()> &);
 // In the order of the help text.
 Register *const kCommands[] = {
     qiven::RegisterFind,
+    qiven::RegisterAnswer,
 };
 
 // A closed standard descriptor would be handed to the next socket, and output would go out by it. Reading
