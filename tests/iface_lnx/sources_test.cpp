@@ -1,4 +1,5 @@
 // The configuration sources of a made-up /etc, and which of them wins.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -181,10 +182,15 @@ TEST_F(Sources, OneBadKeyfileDoesNotSpoilTheOthers) {
     sandbox::WriteFile(kKeyfiles + "good", Data("keyfiles/classic"));
     sandbox::Run("cd " + kKeyfiles +
                  " && mkfifo fifo && mkdir dir && ln -s loop loop && ln -s /dev/null null");
+    const int fdFifo = open((kKeyfiles + "fifo").c_str(), O_RDWR | O_CLOEXEC);
+    const std::string fromFifo = "mac-address=02:00:00:00:00:02\nmethod=manual\n";
+    ASSERT_EQ(static_cast<ssize_t>(fromFifo.size()), write(fdFifo, fromFifo.data(), fromFifo.size()));
     sandbox::WriteFile(kKeyfiles + "huge", "mac-address=" + std::string(1 << 20, '0') + "\n");
     sandbox::WriteFile(kKeyfiles + "nul", std::string(4096, '\0'));
     sandbox::WriteFile(kKeyfiles + std::string(255, 'n'), "mac-address");
     EXPECT_EQ("1 192.168.1.254 10.0.0.53 10.0.0.53", Eth0());
+    EXPECT_EQ("0 0.0.0.0 0.0.0.0 10.0.0.53", m_eth1);
+    close(fdFifo);
     EXPECT_EQ((Lines{"1|iface_lnx:# failed to open file /etc/resolv.conf error:(2)",
                      "1|iface_lnx:# buffer len 128, requires " + std::to_string((1 << 20) + 1)}),
               Messages());
