@@ -18,7 +18,8 @@ int g_fdFlags = 0;
 
 }  // namespace
 
-extern "C" int __wrap_ioctl(int fd, unsigned long ulRequest, ...);
+// Visible, because the linker ties the references of shared libraries to it, too.
+extern "C" QIVEN_API int __wrap_ioctl(int fd, unsigned long ulRequest, ...);
 extern "C" int __wrap_ioctl(int fd, unsigned long ulRequest, ...) {
     va_list args;
     va_start(args, ulRequest);

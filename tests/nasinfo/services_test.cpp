@@ -1,7 +1,10 @@
-#include <qiven/nasinfo.h>
+#include <qiven/packet.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <string_view>
 
 #include "support/bytes_of.h"
 #include "support/log_capture.h"
@@ -77,6 +80,40 @@ TEST_P(ServiceFlags, BadArgumentsAreReportedAndChangeNothing) {
     EXPECT_EQ(-1, map.pfnGet(log.Record(), nullptr, 128));
     EXPECT_EQ(std::vector<std::string>(3, Invalid("nasinfo", "((void *)0) != pnasInfo")), log.Take());
     EXPECT_EQ(-1, map.pfnGet(nullptr, nullptr, 0));
+}
+
+TEST(ServiceFlagsInAPacket, ArriveAsTheyWereSet) {
+    nasinfo sent{};
+    sent.ulPktType = QIVEN_PKT_ANSWER;
+    for (const unsigned int id : {9U, 63U, 64U})
+        QIVENNasinfoServSuppSet(nullptr, &sent, id);
+    for (const unsigned int id : {0U, 127U})
+        QIVENNasinfoServRunSet(nullptr, &sent, id);
+    QIVEN_SEND request{};
+    request.pnasInfo = &sent;
+    ASSERT_EQ(2, QIVENSendPktIDAdd(nullptr, &request, 0x01, 0xA4, 0));
+    ASSERT_EQ(4, QIVENSendPktIDAddServ(nullptr, &request, 1, 1));
+    int cbPacket = 64;  // the packet has 60 bytes: the buffer stays where it is
+    const std::unique_ptr<unsigned char, decltype(&free)> buffer(static_cast<unsigned char *>(malloc(64)),
+                                                                 free);
+    unsigned char *pPacket = buffer.get();
+    const int cb = QIVENPacketWrite(nullptr, &pPacket, &cbPacket, &request);
+    ASSERT_EQ(60, cb);
+    const std::string_view packet(reinterpret_cast<const char *>(pPacket), 60);
+    using namespace std::string_view_literals;
+    const std::string_view wire =
+        "\xB0\x08\x00\x02\x00\x00\x00\x00\x00\x80"
+        "\xB1\x08\x01\x00\x00\x00\x00\x00\x00\x00"
+        "\xB8\x08\x01\x00\x00\x00\x00\x00\x00\x00"
+        "\xB9\x08\x00\x00\x00\x00\x00\x00\x00\x80"sv;
+    EXPECT_TRUE(packet.ends_with(wire));
+
+    nasinfo received{};
+    EXPECT_LT(0, QIVENPacketRead(nullptr, pPacket, cb, &received));
+    for (unsigned int id = 0; id < QIVEN_SERVICE_MAX; ++id) {
+        EXPECT_EQ(id == 9 || id == 63 || id == 64, QIVENNasinfoServSuppGet(nullptr, &received, id)) << id;
+        EXPECT_EQ(id == 0 || id == 127, QIVENNasinfoServRunGet(nullptr, &received, id)) << id;
+    }
 }
 
 }  // namespace
