@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -9,10 +10,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <string_view>
 #include <system_error>
 #include <type_traits>
 
@@ -263,9 +264,20 @@ void End(Writer &writer) {
     }
 }
 
+// Not through stdio: a signal in a slow write would cost it data.
 void Write(const std::string &text) {
-    if (fwrite(text.data(), 1, text.size(), stdout) == text.size() && fflush(stdout) == 0) return;
-    throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+    std::string_view left = text;
+    while (!left.empty()) {
+        const ssize_t cbWritten = write(STDOUT_FILENO, left.data(), left.size());
+        if (cbWritten >= 0) {
+            left.remove_prefix(static_cast<size_t>(cbWritten));
+        } else if (errno == EAGAIN) {
+            pollfd writable{STDOUT_FILENO, POLLOUT, 0};
+            poll(&writable, 1, -1);
+        } else if (errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+        }
+    }
 }
 
 size_t TerminalWidth(int fd) {

@@ -1,0 +1,249 @@
+#include "search.h"
+
+#include <qiven/keys.h>
+#include <qiven/udp.h>
+
+#include <fmt/format.h>
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <exception>
+#include <optional>
+
+#include "exit.h"
+#include "fields.h"
+#include "hosts.h"
+#include "messages.h"
+#include "query.h"
+#include "report.h"
+#include "text.h"
+#include "verdict.h"
+
+namespace qiven::find {
+
+namespace {
+
+constexpr double kTimeout = 10;
+// When nothing new has come for so long, all who can answer have. A segment where nobody has answered yet
+// gets more time: disks spin up.
+constexpr double kQuiet = 1.5;
+constexpr double kQuietEmpty = 3;
+constexpr unsigned int kRoundsMin = 2;
+constexpr double kMissedQueries = 3.5;  // of --watch, before a host counts as vanished
+constexpr double kLivePeriod = 0.2;
+constexpr suseconds_t kTickMicroseconds = 20000;
+
+struct Run {
+    const Options &options;
+    Asker asker;
+    Report report;
+    Hosts hosts{};
+    bool blListening = false;
+    bool blNoInterface = false;
+    std::exception_ptr failure{};
+    Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, nextQuery{};
+    unsigned int nRounds = 0;
+};
+
+Run *pRun = nullptr;
+volatile sig_atomic_t iSignal = 0;
+
+void OnSignal(int iNumber) {
+    iSignal = iNumber;
+}
+// The timer only has to end the library's wait.
+void OnTick(int) {
+}
+
+double Seconds(Clock::duration duration) {
+    return std::chrono::duration<double>(duration).count();
+}
+Clock::duration ToDuration(double dSeconds) {
+    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(dSeconds));
+}
+
+uint64_t Wanted(const Options &options) {
+    return std::max(options.count.value_or(0), options.expect.value_or(0));
+}
+
+// The second query comes soon, for answers that were lost in the burst of the first; later ones are rarer.
+double PauseAfter(const Run &run) {
+    if (run.options.blWatch && run.nRounds >= kRoundsMin) return run.options.dInterval;
+    return run.nRounds < 3 ? 0.6 : 1.5;
+}
+
+void AskWhenDue(Run &run) {
+    if (Clock::now() < run.nextQuery) return;
+    const int nSent = Ask(run.asker);
+    if (nSent < 1 && run.nRounds == 0 && !run.options.blWatch) run.blNoInterface = true;
+    ++run.nRounds;
+    run.nextQuery = Clock::now() + ToDuration(PauseAfter(run));
+}
+
+// Seconds until the run ends if nothing new comes; below 0 when it does not.
+double TimeLeft(const Run &run) {
+    const Options &options = run.options;
+    const auto now = Clock::now();
+    const double dLimit = options.timeout.value_or(kTimeout) - Seconds(now - run.start);
+    if (options.blWatch) return options.timeout ? std::max(dLimit, 0.0) : -1;
+    if (options.expect) return std::max(dLimit, 0.0);
+    const double dQuiet = (run.hosts.byKey.empty() ? kQuietEmpty : kQuiet) - Seconds(now - run.lastNew);
+    return std::max(std::min(dLimit, run.nRounds < kRoundsMin ? dLimit : dQuiet), 0.0);
+}
+
+bool IsOver(const Run &run) {
+    if (iSignal != 0 || run.failure || run.blNoInterface) return true;
+    const uint64_t ullWanted = Wanted(run.options);
+    if (ullWanted > 0 && run.hosts.byKey.size() >= ullWanted) return true;
+    return TimeLeft(run) == 0;
+}
+
+void ReportVanished(Run &run) {
+    const double dPatience = kMissedQueries * std::max(run.options.dInterval, 1.0);
+    for (const Host &host : TakeSilent(run.hosts, Clock::now() - ToDuration(dPatience)))
+        Event(run.report, "vanished", host);
+}
+
+void Progress(Run &run) {
+    run.blListening = true;
+    if (IsOver(run)) return;
+    const auto now = Clock::now();
+    if (now >= run.nextQuery) ClearLive(run.report);  // asking may print a message
+    AskWhenDue(run);
+    if (now - run.lastLive < ToDuration(kLivePeriod)) return;
+    run.lastLive = now;
+    if (run.options.blWatch) ReportVanished(run);
+    ShowLive(run.report, run.hosts.byKey.size(), TimeLeft(run));
+}
+
+bool Contains(const std::vector<uint32_t> &list, uint32_t ulValue) {
+    return std::find(list.begin(), list.end(), ulValue) != list.end();
+}
+
+bool HasService(const nasinfo &record, uint32_t ulService) {
+    return QIVENNasinfoServSuppGet(nullptr, &record, ulService) == 1 ||
+           QIVENNasinfoServRunGet(nullptr, &record, ulService) == 1;
+}
+
+// Our own broadcast and other searchers' come in, too; only what describes a host counts.
+bool IsWantedHost(const Options &options, const nasinfo &record) {
+    const uint32_t ulType = record.ulPktType;
+    if (ulType != QIVEN_PKT_ANSWER && ulType != QIVEN_PKT_ANSWER_INST) return false;
+    if (!options.types.empty() && !Contains(options.types, ulType)) return false;
+    if (!options.models.empty() && !Contains(options.models, record.ulModel)) return false;
+    if (!std::all_of(options.services.begin(), options.services.end(),
+                     [&record](uint32_t ulService) { return HasService(record, ulService); }))
+        return false;
+    const std::string name = fields::Text(record, *fields::ByName("name"));
+    return options.names.empty() ||
+           std::any_of(options.names.begin(), options.names.end(),
+                       [&name](const auto &pattern) { return text::Matches(pattern, name, true); });
+}
+
+void Receive(Run &run, const nasinfo &record) {
+    if (IsOver(run) || !IsWantedHost(run.options, record)) return;
+    const bool blWasFull = run.hosts.blFull;
+    const Host *pHost = nullptr;
+    const Heard heard = Add(run.hosts, record, QIVENProcessGetID(), &pHost);
+    if (heard == Heard::kLeftOut && !blWasFull) {
+        ClearLive(run.report);
+        messages::Say(
+            fmt::format("too many hosts: only the first {} are shown; somebody may be forging answers",
+                        run.hosts.byKey.size()));
+    }
+    if (heard == Heard::kNew) run.lastNew = Clock::now();
+    if (run.options.blWatch) {
+        if (heard == Heard::kNew) Event(run.report, "appeared", *pHost);
+        if (heard == Heard::kChanged) Event(run.report, "changed", *pHost);
+    } else if (heard == Heard::kNew) {
+        Found(run.report, *pHost);
+    }
+}
+
+// The library lets no exception through, so they wait until it has returned.
+template <typename Function>
+void Guard(Function function) {
+    try {
+        function(*pRun);
+    } catch (...) {
+        pRun->failure = std::current_exception();
+    }
+}
+
+int OnProgress(int, int, int) {
+    Guard(Progress);
+    return 0;
+}
+int OnRecord(nasinfo *pRecord) {
+    Guard([pRecord](Run &run) { Receive(run, *pRecord); });
+    return 0;
+}
+int OnCancel() {
+    int iOver = 1;
+    Guard([&iOver](const Run &run) { iOver = IsOver(run) ? 1 : 0; });
+    return iOver;
+}
+
+void Handle(int iNumber, void (*pfnHandler)(int), int iFlags) {
+    struct sigaction action {};
+    action.sa_handler = pfnHandler;
+    action.sa_flags = iFlags;
+    sigaction(iNumber, &action, nullptr);
+}
+
+void SetTimer(suseconds_t microseconds) {
+    const itimerval timer{{0, microseconds}, {0, microseconds}};
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+// A second Ctrl-C ends the process at once, whatever it waits for.
+void CatchSignals() {
+    Handle(SIGALRM, OnTick, 0);
+    for (const int iNumber : {SIGINT, SIGTERM})
+        Handle(iNumber, OnSignal, static_cast<int>(SA_RESETHAND));
+}
+
+int Status(const Run &run, int iResult) {
+    constexpr int kShellSignalBase = 128;
+    if (iSignal != 0) return kShellSignalBase + iSignal;
+    if (run.blNoInterface) return kNetwork;
+    if (iResult != 0 && !run.blListening) {
+        messages::Say(fmt::format("cannot listen on UDP port {}: {}", QIVEN_PORT, messages::TakeLast()));
+        return kNetwork;
+    }
+    if (iResult != 0) return kNetwork;
+    const size_t nHosts = run.hosts.byKey.size();
+    if (nHosts == 0 && isatty(STDERR_FILENO) == 1) messages::Say(OneLineVerdict());
+    return nHosts == 0 || nHosts < Wanted(run.options) ? kNothing : kDone;
+}
+
+}  // namespace
+
+int Search(const Options &options) {
+    if (QIVENProcessKeyInit() != 0) {
+        messages::Say("cannot make the keys of this process");
+        return kNetwork;
+    }
+    QIVEN_LOG *pLog = messages::Record(options.blVerbose);
+    Run run{options, {options.interfaces, options.excludes, options.blAllInterfaces, pLog, {}}, {options}};
+    pRun = &run;
+    Begin(run.report);
+    CatchSignals();
+    SetTimer(kTickMicroseconds);
+    const QIVEN_CONN conn{"0.0.0.0", QIVEN_PORT, 0, OnCancel, pLog};
+    const QIVEN_RECV callbacks{nullptr, nullptr, OnRecord, OnProgress};
+    const int iResult = QIVENUDPServer(&conn, &callbacks, nullptr, nullptr);
+    SetTimer(0);
+    QIVENProcessKeyCleanup();
+    if (run.failure) {
+        ClearLive(run.report);
+        std::rethrow_exception(run.failure);
+    }
+    End(run.report, run.hosts);
+    return Status(run, iResult);
+}
+
+}  // namespace qiven::find
