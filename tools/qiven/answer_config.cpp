@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <limits>
+#include <filesystem>
+#include <map>
 #include <memory>
+#include <utility>
 
 #include "fields.h"
 #include "text.h"
@@ -85,8 +87,8 @@ std::string StoreAddress(nasinfo &record, const Field &field, const toml::node &
 }
 
 std::string StoreList(nasinfo &record, const Field &field, const toml::node &node) {
-    const std::string must = fmt::format("must be a list of 1 to {} texts of 1 to {} bytes without NUL",
-                                         QIVEN_ARRAY_MAX, fields::TextLimit(field));
+    std::string must = fmt::format("must be a list of 1 to {} texts of 1 to {} bytes without NUL",
+                                   QIVEN_ARRAY_MAX, fields::TextLimit(field));
     const toml::array *pArray = node.as_array();
     if (pArray == nullptr || pArray->empty()) return must;
     std::vector<std::string> list;
@@ -127,8 +129,7 @@ constexpr Services kServices[] = {
 };
 
 std::string StoreServices(Announcement &announcement, const Services &services, const toml::node &node) {
-    const std::string must =
-        fmt::format("must be a list of service numbers from 0 to {}", QIVEN_SERVICE_MAX - 1);
+    std::string must = fmt::format("must be a list of service numbers from 0 to {}", QIVEN_SERVICE_MAX - 1);
     const toml::array *pArray = node.as_array();
     if (pArray == nullptr) return must;
     for (const toml::node &element : *pArray) {
@@ -158,12 +159,17 @@ std::string Store(Announcement &announcement, std::string_view key, const toml::
 }
 
 void ReadFile(Reading &reading) {
+    if (std::filesystem::is_directory(reading.path)) return reading.Fail(0, "", "is a directory");
     try {
         const toml::table table = toml::parse_file(reading.path);
+        // A table is in the order of its keys, a reader's eye in that of the lines.
+        std::multimap<uint32_t, std::pair<std::string, std::string>> faults;
         for (const auto &[key, node] : table) {
             const std::string what = Store(reading.announcement, key.str(), node);
-            if (!what.empty()) reading.Fail(key.source().begin.line, key.str(), what);
+            if (!what.empty()) faults.emplace(key.source().begin.line, std::pair(key.str(), what));
         }
+        for (const auto &[ulLine, fault] : faults)
+            reading.Fail(ulLine, fault.first, fault.second);
     } catch (const toml::parse_error &error) {
         reading.Fail(error.source().begin.line, "", text::Escape(error.description()));
     }
