@@ -12,5 +12,8 @@ namespace qiven {
 
 void RegisterAnswer(CLI::App &app, std::function<int()> &run);
 void RegisterFind(CLI::App &app, std::function<int()> &run);
+void RegisterInterfaces(CLI::App &app, std::function<int()> &run);
+void RegisterDecode(CLI::App &app, std::function<int()> &run);
+void RegisterDoctor(CLI::App &app, std::function<int()> &run);
 
 }  // namespace qiven

@@ -19,6 +19,9 @@ using Register = void(CLI::App &, std::function<int()> &);
 Register *const kCommands[] = {
     qiven::RegisterFind,
     qiven::RegisterAnswer,
+    qiven::RegisterInterfaces,
+    qiven::RegisterDecode,
+    qiven::RegisterDoctor,
 };
 
 // A closed standard descriptor would be handed to the next socket, and output would go out by it. Reading

@@ -1,0 +1,275 @@
+#include <fmt/format.h>
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "decode_input.h"
+#include "exit.h"
+#include "fields.h"
+#include "output.h"
+#include "packet_walk.h"
+#include "text.h"
+
+namespace qiven {
+
+namespace {
+
+using decode::InputPacket;
+using decode::PacketField;
+using decode::PacketWalk;
+using decode::Verdict;
+using nlohmann::ordered_json;
+using Bytes = std::span<const unsigned char>;
+
+constexpr uint64_t kSchema = 1;
+
+struct Options {
+    std::vector<std::string> hex;
+    std::vector<std::string> raw;
+    std::vector<std::string> captures;
+    bool blJson = false;
+};
+
+// What has been shown so far.
+struct Report {
+    bool blJson;
+    size_t nShown = 0;
+    size_t nBad = 0;
+};
+
+std::string_view AsText(Bytes rgb) {
+    return {reinterpret_cast<const char *>(rgb.data()), rgb.size()};
+}
+
+std::string NameOf(const PacketField &field) {
+    if (field.bPktId == PKT_ID_CONTINUATION) return "long_text";
+    return field.pAttrib != nullptr ? fields::NameOfId(field.bPktId) : "unknown";
+}
+
+const char *TypeOf(const PacketField &field) {
+    if (field.bPktId == PKT_ID_CONTINUATION) return "continuation";
+    if (field.pAttrib == nullptr) return "unknown";
+    switch (field.pAttrib->ulType) {
+        case FIELD_STRING:
+            return "string";
+        case FIELD_INTEGER:
+            return field.pAttrib->ulEndian == QIVENPKT_KEEP_ENDIAN ? "address" : "integer";
+        case FIELD_ARRAY:
+            return "array";
+        default:
+            return "none";
+    }
+}
+
+uint64_t NumberOf(const PacketField &field) {
+    uint64_t ullValue = 0;
+    for (size_t i = field.rgbValue.size(); i-- > 0;)
+        ullValue = ullValue << 8 | field.rgbValue[i];
+    return ullValue;
+}
+
+// The value as the reader would store it; null when it would not.
+ordered_json ValueOf(const PacketField &field) {
+    const bool blText = field.bPktId == PKT_ID_CONTINUATION ||
+                        (field.pAttrib != nullptr &&
+                         (field.pAttrib->ulType == FIELD_STRING || field.pAttrib->ulType == FIELD_ARRAY));
+    if (blText) return std::string(AsText(field.rgbValue).substr(0, AsText(field.rgbValue).find('\0')));
+    if (field.pAttrib == nullptr || field.pAttrib->ulType != FIELD_INTEGER) return {};
+    if (field.rgbValue.size() != field.pAttrib->cbField) return {};
+    if (field.pAttrib->ulEndian != QIVENPKT_KEEP_ENDIAN) return NumberOf(field);
+    uint32_t ulAddress = 0;
+    memcpy(&ulAddress, field.rgbValue.data(), sizeof ulAddress);
+    return fields::Dotted(ulAddress);
+}
+
+std::string ShownValue(const PacketField &field) {
+    const ordered_json value = ValueOf(field);
+    if (value.is_string() && std::strcmp(TypeOf(field), "address") != 0)
+        return '"' + text::Escape(value.get<std::string>(), !text::IsUtf8Locale(), '"') + '"';
+    if (value.is_string()) return value.get<std::string>();
+    if (value.is_number()) return fmt::format("{0} (0x{0:x})", value.get<uint64_t>());
+    return field.rgbValue.empty() ? "-" : text::Hex(AsText(field.rgbValue));
+}
+
+const char *VerdictText(const InputPacket &packet, Verdict verdict) {
+    if (!packet.flaw.empty()) return "incomplete";
+    if (verdict == Verdict::kSealed) return "sealed";
+    return verdict == Verdict::kAccepted ? "accepted" : "refused";
+}
+
+std::string SealedText(const InputPacket &packet) {
+    const size_t cbBox = packet.rgbPacket.size() - QIVENHeaderSizeEncrypted;
+    constexpr size_t kSealOverhead = 48;
+    if (cbBox <= kSealOverhead) return fmt::format("a box of {} bytes, too short to be opened", cbBox);
+    return fmt::format("a box of {} bytes around a packet of {}; only the process it is for can open it",
+                       cbBox, cbBox - kSealOverhead);
+}
+
+void PrintText(const InputPacket &packet, const PacketWalk &walk) {
+    std::string lines = fmt::format("{}: {} bytes", text::Escape(packet.from), packet.rgbPacket.size());
+    if (!packet.time.empty()) lines += ", " + packet.time;
+    if (!packet.source.empty()) lines += fmt::format(", {} > {}", packet.source, packet.destination);
+    lines += fmt::format("\n  {}", VerdictText(packet, walk.verdict));
+    if (!packet.flaw.empty())
+        lines += ": " + packet.flaw;
+    else if (walk.verdict == Verdict::kSealed)
+        lines += ": " + SealedText(packet);
+    else if (walk.verdict == Verdict::kRefused)
+        lines += ": " + walk.reason;
+    lines += '\n';
+    if (!walk.fields.empty()) lines += "  OFFSET  ID    TYPE          LENGTH  NAME                  VALUE\n";
+    for (const PacketField &field : walk.fields) {
+        const std::string name =
+            field.iElement < 0 ? NameOf(field) : fmt::format("{}[{}]", NameOf(field), field.iElement);
+        const std::string length = field.iLength < 0 ? "-" : std::to_string(field.iLength);
+        lines += fmt::format("  {:>6}  0x{:02X}  {:<12}  {:>6}  {:<20}  {}{}\n", field.cbOffset, field.bPktId,
+                             TypeOf(field), length, name, ShownValue(field),
+                             field.problem.empty() ? "" : "  ! " + field.problem);
+    }
+    output::Write(lines);
+}
+
+ordered_json FieldJson(const PacketField &field) {
+    ordered_json object = {{"offset", field.cbOffset},
+                           {"id", field.bPktId},
+                           {"name", NameOf(field)},
+                           {"type", TypeOf(field)},
+                           {"length", nullptr},
+                           {"value", ValueOf(field)},
+                           {"hex", text::Hex(AsText(field.rgbValue))}};
+    if (field.iLength >= 0) object["length"] = field.iLength;
+    if (field.iElement >= 0) object["element"] = field.iElement;
+    if (!field.problem.empty()) object["problem"] = field.problem;
+    return object;
+}
+
+void PrintJson(const InputPacket &packet, const PacketWalk &walk, bool blFirst) {
+    ordered_json object = {{"schema", kSchema}, {"from", packet.from}};
+    if (!packet.time.empty()) object["time"] = packet.time;
+    if (!packet.source.empty()) {
+        object["source"] = packet.source;
+        object["destination"] = packet.destination;
+    }
+    object["length"] = packet.rgbPacket.size();
+    object["verdict"] = VerdictText(packet, walk.verdict);
+    if (!packet.flaw.empty())
+        object["reason"] = packet.flaw;
+    else if (walk.verdict == Verdict::kRefused)
+        object["reason"] = walk.reason;
+    object["fields"] = ordered_json::array();
+    for (const PacketField &field : walk.fields)
+        object["fields"].push_back(FieldJson(field));
+    output::Write((blFirst ? "\n" : ",\n") +
+                  object.dump(-1, ' ', true, ordered_json::error_handler_t::replace));
+}
+
+void Show(Report &report, InputPacket packet) {
+    // Nobody receives more of a datagram than this.
+    if (packet.rgbPacket.size() > QIVEN_PACKET_MAX) {
+        packet.from += fmt::format(" (first {} of {} bytes)", QIVEN_PACKET_MAX, packet.rgbPacket.size());
+        packet.rgbPacket = packet.rgbPacket.first(QIVEN_PACKET_MAX);
+    }
+    const PacketWalk walk = decode::WalkPacket(packet.rgbPacket);
+    if (!packet.flaw.empty() || walk.verdict == Verdict::kRefused) ++report.nBad;
+    if (report.blJson)
+        PrintJson(packet, walk, report.nShown == 0);
+    else
+        PrintText(packet, walk);
+    ++report.nShown;
+}
+
+// A dump of a capture has the IP and UDP headers in front.
+void ShowHex(Report &report, const std::string &from, Bytes rgbPacket) {
+    decode::Datagram datagram;
+    if (decode::ParseIPv4(rgbPacket, 0, datagram)) {
+        Show(report, {from, {}, datagram.source, datagram.destination, datagram.flaw, datagram.rgbPayload});
+    } else {
+        Show(report, {from, {}, {}, {}, {}, rgbPacket});
+    }
+}
+
+int Complain(int iStatus, const std::string &where, const std::string &error) {
+    fmt::print(stderr, "qiven decode: {}: {}\n", text::Escape(where), text::Escape(error));
+    return iStatus;
+}
+
+int DecodeHex(Report &report, const std::string &where, const std::string &digits) {
+    std::vector<std::vector<unsigned char>> packets;
+    std::string error;
+    if (!decode::ParseHex(digits, packets, error)) return Complain(kUsage, where, error);
+    if (packets.empty()) return Complain(kUsage, where, "no hexadecimal digits");
+    for (size_t i = 0; i < packets.size(); ++i)
+        ShowHex(report, packets.size() == 1 ? where : fmt::format("{} #{}", where, i + 1), packets[i]);
+    return kDone;
+}
+
+int DecodeInputs(Report &report, const Options &options) {
+    std::string error;
+    if (options.hex.empty() && options.raw.empty() && options.captures.empty()) {
+        std::string digits;
+        if (isatty(STDIN_FILENO) == 1)
+            fputs("qiven decode: type hexadecimal digits, end with Ctrl-D\n", stderr);
+        if (!decode::ReadWhole("-", decode::kHexTextMax, digits, error))
+            return Complain(kNetwork, "standard input", error);
+        return DecodeHex(report, "standard input", digits);
+    }
+    if (!options.hex.empty()) {
+        const int iStatus = DecodeHex(report, "argument", fmt::format("{}", fmt::join(options.hex, " ")));
+        if (iStatus != kDone) return iStatus;
+    }
+    int iStatus = kDone;
+    for (const std::string &path : options.raw) {
+        std::string content;
+        if (!decode::ReadWhole(path, decode::kRawMax, content, error)) {
+            iStatus = Complain(kNetwork, path, error);
+            continue;
+        }
+        Show(report, {path,
+                      {},
+                      {},
+                      {},
+                      {},
+                      {reinterpret_cast<const unsigned char *>(content.data()), content.size()}});
+    }
+    for (const std::string &path : options.captures) {
+        const auto sink = [&report](const InputPacket &packet) { Show(report, packet); };
+        if (!decode::ReadCapture(path, sink, error)) iStatus = Complain(kNetwork, path, error);
+    }
+    return iStatus;
+}
+
+int Decode(const Options &options) {
+    Report report{options.blJson};
+    if (options.blJson) output::Write("[");
+    const int iStatus = DecodeInputs(report, options);
+    if (options.blJson) output::Write(report.nShown == 0 ? "]\n" : "\n]\n");
+    if (iStatus != kDone) return iStatus;
+    if (report.nShown == 0) return Complain(kNothing, "nothing found", "no packet to or from port 9999");
+    return report.nBad == 0 ? kDone : kNothing;
+}
+
+}  // namespace
+
+void RegisterDecode(CLI::App &app, std::function<int()> &run) {
+    CLI::App *pSub =
+        app.add_subcommand("decode", "Show packets field by field, and why one would be refused");
+    const auto options = std::make_shared<Options>();
+    pSub->add_option(
+        "HEX", options->hex,
+        "One packet in hexadecimal digits; without any input, packets are read from standard input");
+    pSub->add_option("--raw", options->raw, "File that holds one packet and nothing else")->type_name("FILE");
+    pSub->add_option("--pcap", options->captures, "Capture in pcap or pcapng format")->type_name("FILE");
+    pSub->add_option_function<std::string>(
+            "--format", [options](const std::string &format) { options->blJson = format == "json"; },
+            "Output format: text (default) or json")
+        ->check(CLI::IsMember({"text", "json"}));
+    pSub->callback([options, &run] { run = [options] { return Decode(*options); }; });
+}
+
+}  // namespace qiven

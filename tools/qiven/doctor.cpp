@@ -1,0 +1,119 @@
+#include "doctor.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "doctor_checks.h"
+#include "exit.h"
+#include "output.h"
+
+namespace qiven {
+
+namespace {
+
+using doctor::Check;
+using doctor::Result;
+using nlohmann::ordered_json;
+
+constexpr uint64_t kSchema = 1;
+// Long enough for what the kernel hands back to a sender at once.
+constexpr std::chrono::milliseconds kShortListen{100};
+// Long enough for hosts that answer after a pause.
+constexpr std::chrono::milliseconds kLongListen{2000};
+
+std::vector<Check> Examine(std::chrono::milliseconds listen, bool blAll) {
+    std::vector<Check> checks;
+    std::vector<QIVEN_NETIF> usable;
+    checks.push_back(doctor::CheckCards(usable));
+    checks.push_back(doctor::CheckPort());
+    doctor::CheckTraffic(usable, listen, blAll, checks);
+    return checks;
+}
+
+// The first fault is the cause: the checks come in the order in which one thing needs the other.
+const Check *FindCause(const std::vector<Check> &checks) {
+    const auto fault = std::find_if(checks.begin(), checks.end(),
+                                    [](const Check &check) { return check.result == Result::kFault; });
+    return fault == checks.end() ? nullptr : &*fault;
+}
+
+std::string Capitalised(std::string text) {
+    if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
+    return text;
+}
+
+std::string VerdictOf(const std::vector<Check> &checks) {
+    const Check *pCause = FindCause(checks);
+    if (pCause != nullptr) return fmt::format("{}: {}.", Capitalised(pCause->text), pCause->remedy);
+    const bool blIncomplete = checks.front().result == Result::kSkipped;
+    if (blIncomplete) return fmt::format("The checks could not run: {}.", checks.front().text);
+    return "Nothing is wrong on this machine: the hosts may be off, or in another segment, which broadcasts "
+           "do "
+           "not reach.";
+}
+
+const char *NameOf(Result result) {
+    switch (result) {
+        case Result::kOk:
+            return "ok";
+        case Result::kNote:
+            return "note";
+        case Result::kFault:
+            return "fault";
+        case Result::kSkipped:
+            break;
+    }
+    return "skipped";
+}
+
+void PrintJson(const std::vector<Check> &checks) {
+    ordered_json object = {{"schema", kSchema}, {"verdict", VerdictOf(checks)}, {"cause", nullptr}};
+    if (const Check *pCause = FindCause(checks); pCause != nullptr) object["cause"] = pCause->name;
+    object["checks"] = ordered_json::array();
+    for (const Check &check : checks) {
+        ordered_json entry = {{"name", check.name}, {"result", NameOf(check.result)}, {"text", check.text}};
+        if (!check.remedy.empty()) entry["remedy"] = check.remedy;
+        object["checks"].push_back(std::move(entry));
+    }
+    output::Write(object.dump(2, ' ', true, ordered_json::error_handler_t::replace) + "\n");
+}
+
+void PrintText(const std::vector<Check> &checks) {
+    std::string lines = VerdictOf(checks) + "\n\n";
+    for (const Check &check : checks)
+        lines += fmt::format("{:<8} {:<9} {}\n", NameOf(check.result), check.name, check.text);
+    output::Write(lines);
+}
+
+int Doctor(bool blJson) {
+    const std::vector<Check> checks = Examine(kLongListen, true);
+    if (blJson)
+        PrintJson(checks);
+    else
+        PrintText(checks);
+    if (FindCause(checks) != nullptr) return kNothing;
+    return checks.front().result == Result::kSkipped ? kNetwork : kDone;
+}
+
+}  // namespace
+
+std::string OneLineVerdict() {
+    return VerdictOf(Examine(kShortListen, false));
+}
+
+void RegisterDoctor(CLI::App &app, std::function<int()> &run) {
+    CLI::App *pSub = app.add_subcommand("doctor", "Say why no host is found, and what to do about it");
+    const auto blJson = std::make_shared<bool>(false);
+    pSub->add_option_function<std::string>(
+            "--format", [blJson](const std::string &format) { *blJson = format == "json"; },
+            "Output format: text (default) or json")
+        ->check(CLI::IsMember({"text", "json"}));
+    pSub->callback([blJson, &run] { run = [blJson] { return Doctor(*blJson); }; });
+}
+
+}  // namespace qiven

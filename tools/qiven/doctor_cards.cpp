@@ -1,0 +1,131 @@
+#include <fmt/format.h>
+
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include "doctor_checks.h"
+#include "text.h"
+
+namespace qiven::doctor {
+
+namespace {
+
+constexpr const char *kName = "cards";
+
+// Why an interface is searched by, or why not.
+enum class Use { kUsable, kBridge, kNoAddress, kNoCarrier, kDown, kTunnel };
+
+struct Card {
+    std::string name;
+    Use use;
+};
+
+// The bridges and links of containers and virtual machines, which `qiven find` leaves out by default.
+bool IsContainerLink(const std::string &name) {
+    constexpr std::array kPatterns = {"docker*", "veth*", "br-*", "virbr*"};
+    return std::any_of(kPatterns.begin(), kPatterns.end(),
+                       [&name](const char *szPattern) { return text::Matches(szPattern, name); });
+}
+
+short FlagsOf(const std::string &name) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) return 0;
+    ifreq request{};
+    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    const bool blAsked = ioctl(fd, SIOCGIFFLAGS, &request) == 0;
+    close(fd);
+    return blAsked ? request.ifr_flags : short{0};
+}
+
+Use UseOf(const std::string &name, short sFlags, const QIVEN_NETIF *pNetIf) {
+    if (IsContainerLink(name)) return Use::kBridge;
+    if (pNetIf != nullptr) return pNetIf->blActive != 0 ? Use::kUsable : Use::kNoAddress;
+    if ((sFlags & IFF_UP) == 0) return Use::kDown;
+    return (sFlags & IFF_RUNNING) == 0 ? Use::kNoCarrier : Use::kTunnel;
+}
+
+std::vector<Card> ListCards(const std::vector<QIVEN_NETIF> &table) {
+    struct Freer {
+        void operator()(struct if_nameindex *p) const { if_freenameindex(p); }
+    };
+    std::vector<Card> cards;
+    const std::unique_ptr<struct if_nameindex, Freer> names(if_nameindex());
+    for (const struct if_nameindex *p = names.get(); p != nullptr && p->if_name != nullptr; ++p) {
+        const short sFlags = FlagsOf(p->if_name);
+        if ((sFlags & IFF_LOOPBACK) != 0) continue;
+        const auto row = std::find_if(table.begin(), table.end(), [p](const QIVEN_NETIF &netIf) {
+            return strcmp(netIf.szIfName, p->if_name) == 0;
+        });
+        cards.push_back({p->if_name, UseOf(p->if_name, sFlags, row == table.end() ? nullptr : &*row)});
+    }
+    return cards;
+}
+
+std::string NamesOf(const std::vector<Card> &cards, Use use) {
+    std::string names;
+    for (const Card &card : cards)
+        if (card.use == use) names += (names.empty() ? "" : ", ") + text::Escape(card.name);
+    return names;
+}
+
+struct Explanation {
+    Use use;
+    const char *szText;  // {} is the names
+    const char *szRemedy;
+};
+
+// The nearer a card is to being usable, the likelier it is the one that was meant.
+constexpr Explanation kExplanations[] = {
+    {Use::kNoAddress, "no IPv4 address on the card that is connected: {}",
+     "get one by DHCP, or set one with \"ip address add ADDRESS/LENGTH brd + dev NAME\""},
+    {Use::kNoCarrier, "no carrier on the card that is up: {}",
+     "plug the cable in, or join the wireless network"},
+    {Use::kDown, "no active card, all are down: {}", "bring one up with \"ip link set NAME up\""},
+    {Use::kBridge, "there are only container bridges: {}",
+     "connect a card to the network of the hosts, or search the bridges with --all-interfaces"},
+    {Use::kTunnel, "only tunnels and the like are active, which carry no broadcasts: {}",
+     "connect a card to the network of the hosts"},
+};
+
+Check Explain(const std::vector<Card> &cards) {
+    for (const Explanation &explanation : kExplanations) {
+        const std::string names = NamesOf(cards, explanation.use);
+        if (!names.empty())
+            return {kName, Result::kFault, fmt::format(fmt::runtime(explanation.szText), names),
+                    explanation.szRemedy};
+    }
+    return {kName, Result::kFault, "no card: this machine has no interface but the loopback",
+            "add a network card, or give this container one"};
+}
+
+}  // namespace
+
+Check CheckCards(std::vector<QIVEN_NETIF> &usable) {
+    std::vector<QIVEN_NETIF> table(QIVEN_IFACE_MAX);
+    const int nNetIf = QIVENIfaceInit(nullptr, table.data(), QIVEN_IFACE_MAX);
+    if (nNetIf < 0)
+        return {
+            kName, Result::kSkipped, "the kernel's list of interfaces (/proc/net/dev) cannot be read", {}};
+    table.resize(static_cast<size_t>(nNetIf));
+    const std::vector<Card> cards = ListCards(table);
+    std::copy_if(table.begin(), table.end(), std::back_inserter(usable), [](const QIVEN_NETIF &netIf) {
+        return netIf.blActive != 0 && !IsContainerLink(netIf.szIfName);
+    });
+    if (usable.empty()) return Explain(cards);
+    const std::string unaddressed = NamesOf(cards, Use::kNoAddress);
+    const std::string names = NamesOf(cards, Use::kUsable);
+    if (unaddressed.empty()) return {kName, Result::kOk, "searched by: " + names, {}};
+    return {kName,
+            Result::kNote,
+            fmt::format("searched by: {}; without an IPv4 address: {}", names, unaddressed),
+            {}};
+}
+
+}  // namespace qiven::doctor

@@ -1,0 +1,203 @@
+#include "firewall.h"
+
+#include <qiven/udp.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+#include <sstream>
+#include <string_view>
+#include <vector>
+
+namespace qiven::firewall {
+
+namespace {
+
+constexpr size_t kRulesMax = 4 << 20;
+
+// A chain of either kind of filter, in one shape.
+struct Chain {
+    std::string name;
+    bool blIn = false;
+    bool blOut = false;
+    bool blDrops = false;  // its policy
+    std::vector<std::string> rules;
+};
+
+// The program's output; nothing when it is missing, fails, or takes longer than a person waits.
+std::string Run(const char *szCommand) {
+    struct Closer {
+        void operator()(FILE *pf) const { pclose(pf); }
+    };
+    const std::string line = fmt::format(
+        "PATH=/usr/sbin:/usr/bin:/sbin:/bin; exec timeout 1 {} 2>/dev/null </dev/null", szCommand);
+    std::unique_ptr<FILE, Closer> pipe(popen(line.c_str(), "re"));
+    std::string output;
+    char rgch[4096];
+    size_t cb = 0;
+    while (pipe != nullptr && output.size() < kRulesMax && (cb = fread(rgch, 1, sizeof rgch, pipe.get())) > 0)
+        output.append(rgch, cb);
+    return output;
+}
+
+std::vector<std::string> Words(const std::string &line) {
+    std::istringstream stream(line);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;) {
+        while (!word.empty() && (word.back() == ',' || word.back() == ';'))
+            word.pop_back();
+        words.push_back(word);
+    }
+    return words;
+}
+
+bool HasWord(const std::vector<std::string> &words, std::initializer_list<std::string_view> wanted) {
+    return std::any_of(words.begin(), words.end(), [&](const std::string &word) {
+        return std::find(wanted.begin(), wanted.end(), word) != wanted.end();
+    });
+}
+
+// Whether a word is the port, a range around it, or a comma-separated list with either.
+bool CoversPort(std::string_view word) {
+    while (!word.empty()) {
+        const std::string_view part = word.substr(0, word.find(','));
+        word.remove_prefix(std::min(word.size(), part.size() + 1));
+        unsigned int ulFirst = 0;
+        const char *pEnd = part.data() + part.size();
+        const auto [pStop, error] = std::from_chars(part.data(), pEnd, ulFirst);
+        if (error != std::errc()) continue;
+        unsigned int ulLast = ulFirst;
+        const bool blRange = pStop != pEnd && (*pStop == '-' || *pStop == ':');
+        if (blRange && std::from_chars(pStop + 1, pEnd, ulLast).ec != std::errc()) continue;
+        if ((blRange || pStop == pEnd) && ulFirst <= QIVEN_PORT && QIVEN_PORT <= ulLast) return true;
+    }
+    return false;
+}
+
+bool NamesPort(const std::vector<std::string> &words) {
+    auto at = std::find_if(words.begin(), words.end(), [](const std::string &word) {
+        return word == "dport" || word == "--dport" || word == "--dports";
+    });
+    for (; at != words.end(); ++at)
+        if (CoversPort(*at)) return true;
+    return false;
+}
+
+bool Drops(const std::vector<std::string> &words) {
+    return HasWord(words, {"drop", "reject", "DROP", "REJECT"});
+}
+
+// Whether a rule without our port can match our datagrams: it is about no other protocol and no port at all.
+bool IsAboutEverything(const std::vector<std::string> &words) {
+    return !HasWord(words, {"tcp", "icmp", "icmpv6", "ip6", "igmp", "dport", "sport", "--dport", "--sport",
+                            "--dports", "--sports", "invalid", "INVALID", "lo", "\"lo\""});
+}
+
+// The output of "nft list ruleset".
+std::vector<Chain> ParseNft(const std::string &ruleset) {
+    std::vector<Chain> chains;
+    std::string table;
+    bool blIPv4 = false;
+    std::istringstream stream(ruleset);
+    for (std::string line; std::getline(stream, line);) {
+        const std::vector<std::string> words = Words(line);
+        if (words.size() >= 3 && words[0] == "table") {
+            blIPv4 = words[1] != "ip6" && words[1] != "arp";
+            table = words[1] + " " + words[2];
+        } else if (words.size() >= 2 && words[0] == "chain") {
+            chains.push_back({fmt::format("nftables chain {} {}", table, words[1])});
+        } else if (chains.empty() || !blIPv4 || words.empty()) {
+            continue;
+        } else if (words[0] == "type" && HasWord(words, {"hook"})) {
+            chains.back().blIn = HasWord(words, {"input", "prerouting", "ingress"});
+            chains.back().blOut = HasWord(words, {"output", "postrouting", "egress"});
+            chains.back().blDrops = Drops(words);
+        } else {
+            chains.back().rules.push_back(line);
+        }
+    }
+    return chains;
+}
+
+// The output of iptables-save.
+std::vector<Chain> ParseIptables(const std::string &saved) {
+    std::vector<Chain> chains;
+    std::istringstream stream(saved);
+    for (std::string line; std::getline(stream, line);) {
+        const std::vector<std::string> words = Words(line);
+        if (words.size() >= 2 && line[0] == ':') {
+            const std::string name = words[0].substr(1);
+            chains.push_back({"iptables chain " + name,
+                              name == "INPUT" || name == "PREROUTING",
+                              name == "OUTPUT" || name == "POSTROUTING",
+                              Drops(words),
+                              {}});
+        } else if (words.size() >= 2 && words[0] == "-A") {
+            const auto chain = std::find_if(chains.rbegin(), chains.rend(), [&words](const Chain &c) {
+                return c.name == "iptables chain " + words[1];
+            });
+            if (chain != chains.rend()) chain->rules.push_back(line);
+        }
+    }
+    return chains;
+}
+
+std::string Describe(const Chain &chain, const std::string &rule) {
+    const size_t iStart = rule.find_first_not_of(" \t");
+    return fmt::format("the rule \"{}\" in {}", rule.substr(iStart == std::string::npos ? 0 : iStart),
+                       chain.name);
+}
+
+using Suspect = bool (*)(const std::vector<std::string> &words);
+
+std::optional<std::string> FindRule(const std::vector<Chain> &chains, Direction direction, Suspect pfnSuspect,
+                                    bool blHookedOnly) {
+    for (const Chain &chain : chains) {
+        const bool blHooked = chain.blIn || chain.blOut;
+        const bool blRight = direction == Direction::kIn ? chain.blIn : chain.blOut;
+        if (blHooked ? !blRight : blHookedOnly) continue;
+        for (const std::string &rule : chain.rules)
+            if (pfnSuspect(Words(rule))) return Describe(chain, rule);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> FindPolicy(const std::vector<Chain> &chains, Direction direction) {
+    for (const Chain &chain : chains) {
+        if (!(direction == Direction::kIn ? chain.blIn : chain.blOut) || !chain.blDrops) continue;
+        const bool blAllowed =
+            std::any_of(chain.rules.begin(), chain.rules.end(), [](const std::string &rule) {
+                return NamesPort(Words(rule)) && HasWord(Words(rule), {"accept", "ACCEPT"});
+            });
+        if (!blAllowed) return fmt::format("the policy \"drop\" of {}", chain.name);
+    }
+    return std::nullopt;
+}
+
+// From the surest to the vaguest: a rule about the port, a policy, a rule about everything.
+std::optional<std::string> FindIn(const std::vector<Chain> &chains, Direction direction) {
+    if (auto rule = FindRule(
+            chains, direction, [](const auto &words) { return Drops(words) && NamesPort(words); }, false))
+        return rule;
+    if (auto policy = FindPolicy(chains, direction)) return policy;
+    return FindRule(
+        chains, direction, [](const auto &words) { return Drops(words) && IsAboutEverything(words); }, true);
+}
+
+// Rules made with the newer iptables show up in nftables as well; those of the older one only here.
+constexpr const char *kNft = "nft list ruleset";
+constexpr const char *kIptables = "iptables-legacy-save";
+constexpr const char *kOtherIptables = "iptables-save";
+
+}  // namespace
+
+std::optional<std::string> FindDrop(Direction direction) {
+    if (auto found = FindIn(ParseNft(Run(kNft)), direction)) return found;
+    if (auto found = FindIn(ParseIptables(Run(kIptables)), direction)) return found;
+    return FindIn(ParseIptables(Run(kOtherIptables)), direction);
+}
+
+}  // namespace qiven::firewall
