@@ -1,0 +1,167 @@
+// The peer key store. The test sets the clock, sees the hash behind the store, and makes its calls fail.
+#include <qiven/keys.h>
+#include <tavocore.h>
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <cstring>
+#include <string>
+
+static time_t g_now = 1000;
+static std::string g_fails;
+static int g_nLists = 0;
+static TLIBC_SZHASH_HANDLE g_pStore = nullptr;
+
+#define WRAP(type, name, parameters, arguments, failure, before)     \
+    extern "C" type __real_##name parameters;                        \
+    extern "C" type __wrap_##name parameters;                        \
+    extern "C" type __wrap_##name parameters {                       \
+        before;                                                      \
+        return g_fails == #name ? failure : __real_##name arguments; \
+    }
+WRAP(TLIBC_SZHASH_HANDLE, TLIBCSzHashAlloc, (int n), (n), nullptr, )
+WRAP(TLIBC_SZLIST_HANDLE, TLIBCSzListAlloc, (int n), (n), nullptr,
+     g_nLists += g_fails == "TLIBCSzListAlloc" ? 0 : 1)
+WRAP(void, TLIBCSzListFree, (TLIBC_SZLIST_HANDLE p), (p), static_cast<void>(0), --g_nLists)
+WRAP(const char *, TLIBCSzListGet, (TLIBC_SZLIST_HANDLE p, int i), (p, i), nullptr, )
+WRAP(const char *, TLIBCSzHashGetValue, (TLIBC_SZHASH_HANDLE p, const char *sz), (p, sz), nullptr, )
+WRAP(int, TLIBCSzHashEnumKey, (TLIBC_SZHASH_HANDLE p, TLIBC_SZLIST_HANDLE *pp), (p, pp), -1, )
+WRAP(int, TLIBCSzHashRemoveKey, (TLIBC_SZHASH_HANDLE p, const char *sz), (p, sz), 0, )
+WRAP(int, TLIBCSzHashSetValue, (TLIBC_SZHASH_HANDLE * pp, const char *szKey, const char *szValue),
+     (pp, szKey, szValue), -1, g_pStore = *pp)
+
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime) {
+    EXPECT_EQ(CLOCK_MONOTONIC, clock);
+    *pTime = {g_now, 999'999'999};
+    return 0;
+}
+
+namespace {
+
+const std::string kKey(64, 'a');
+constexpr time_t kDay = 86400;
+
+const char *Value(const char *szName) {
+    return TLIBCSzHashGetValue(g_pStore, szName);
+}
+std::string Get(const std::string &peer, uint32_t ulProcessID) {
+    char sz[QIVEN_KEY_HEX_SIZE + 1];
+    memset(sz, '.', sizeof sz);
+    if (QIVENGetKey(peer.c_str(), ulProcessID, sz) != 0) return "none";
+    EXPECT_EQ('.', sz[QIVEN_KEY_HEX_SIZE]);
+    return sz;
+}
+// Fills the store with entries 1 to 4096 of one peer, all written at one time.
+void Fill(time_t when) {
+    g_now = when;
+    QIVENRemoveAllKeys();
+    for (uint32_t i = 1; i <= QIVEN_KEYS_MAX; ++i)
+        ASSERT_EQ(0, QIVENAddKey("nas", i, kKey.c_str()));
+    ASSERT_EQ(QIVEN_KEYS_MAX, TLIBCSzHashPairNum(g_pStore));
+}
+
+TEST(PeerKeys, TheFirstGoodAddCreatesTheStore) {
+    char sz[QIVEN_KEY_HEX_SIZE];
+    EXPECT_EQ(-1, QIVENAddKey(nullptr, 1, kKey.c_str()));
+    EXPECT_EQ(-1, QIVENAddKey("nas1", 0, kKey.c_str()));
+    g_fails = "TLIBCSzHashAlloc";
+    EXPECT_EQ(-1, QIVENAddKey("nas1", 1, kKey.c_str()));
+    g_fails.clear();
+    EXPECT_EQ(-1, QIVENGetKey("nas1", 1, sz));
+    EXPECT_EQ(-1, QIVENRemoveKey("nas1", 1));
+    EXPECT_EQ(-1, QIVENRemoveAllKeys());
+    EXPECT_EQ(0, QIVENAddKey("nas1", 1, kKey.c_str()));
+    EXPECT_EQ(0, QIVENRemoveAllKeys());
+    EXPECT_EQ(-1, QIVENGetKey("nas1", 1, sz));
+    EXPECT_EQ(0, QIVENRemoveAllKeys());
+}
+
+TEST(PeerKeys, EntriesAreNamedByPeerAndProcess) {
+    g_now = 0x1234;
+    QIVENRemoveAllKeys();
+    EXPECT_EQ(0, QIVENAddKey("nas1", 1, "old"));
+    EXPECT_EQ(0, QIVENAddKey("nas1", 1, kKey.c_str()));
+    EXPECT_EQ(0, QIVENAddKey("nas1", 16, std::string(64, 'b').c_str()));
+    EXPECT_EQ(0, QIVENAddKey("nas1", 0xFFFFFFFF, ""));
+    EXPECT_EQ(3, TLIBCSzHashPairNum(g_pStore));
+    EXPECT_EQ(kKey + ",1234", Value("nas1+00000001"));
+    EXPECT_EQ(std::string(64, 'b'), Get("nas1", 16));
+    EXPECT_STREQ(",1234", Value("nas1+ffffffff"));
+    g_now = 0x1235;
+    EXPECT_EQ(kKey, Get("nas1", 1));
+    EXPECT_EQ(kKey + ",1235", Value("nas1+00000001"));
+    EXPECT_EQ("none", Get("nas1", 2));
+    EXPECT_EQ("none", Get("nas2", 1));
+    EXPECT_EQ(-1, QIVENRemoveKey("nas1", 2));
+    EXPECT_EQ(0, QIVENRemoveKey("nas1", 1));
+    EXPECT_EQ("none", Get("nas1", 1));
+    EXPECT_EQ(-1, QIVENRemoveKey("nas1", 1));
+}
+
+TEST(PeerKeys, BadArgumentsChangeNothing) {
+    const std::string longest(54, 'p');
+    QIVENRemoveAllKeys();
+    char sz[QIVEN_KEY_HEX_SIZE];
+    ASSERT_EQ(0, QIVENAddKey(longest.c_str(), 0x12, kKey.c_str()));
+    EXPECT_EQ(kKey, Get(longest, 0x12));
+    EXPECT_EQ(-1, QIVENAddKey((longest + "p").c_str(), 1, kKey.c_str()));
+    EXPECT_EQ(-1, QIVENAddKey("nas1", 1, nullptr));
+    EXPECT_EQ(-1, QIVENAddKey("nas1", 1, (kKey + "a").c_str()));
+    EXPECT_EQ(-1, QIVENAddKey("nas1", 1, "a,b"));
+    EXPECT_EQ(-1, QIVENGetKey(longest.c_str(), 0x12, nullptr));
+    EXPECT_EQ(-1, QIVENGetKey(nullptr, 0x12, sz));
+    EXPECT_EQ(-1, QIVENGetKey(longest.c_str(), 0, sz));
+    EXPECT_EQ(-1, QIVENRemoveKey(nullptr, 0x12));
+    EXPECT_EQ(-1, QIVENRemoveKey(longest.c_str(), 0));
+    // Cut to the room of an entry name, this peer would read as the one above.
+    EXPECT_EQ("none", Get(longest + "+00000012", 1));
+    EXPECT_EQ(-1, QIVENRemoveKey((longest + "+00000012").c_str(), 1));
+    EXPECT_EQ(1, TLIBCSzHashPairNum(g_pStore));
+}
+
+TEST(PeerKeys, AFullStoreMakesRoomByAge) {
+    const struct {
+        time_t filled, added;
+        bool blKeepsRenewed;  // one entry was looked up a minute before the add
+    } cases[] = {
+        {1000, 1201, false},                  // too early to prune: emptied
+        {1, 1202, true},                      // age limit 601
+        {601, 1202, false},                   // nothing is older than 601: emptied
+        {50000, 100000, true},                // just half the uptime old: second pass
+        {49999, 100000, true},                //
+        {100, 172799, true},                  // age limit 86399
+        {10 * kDay, 11 * kDay, true},         // second pass
+        {10 * kDay, 11 * kDay + 1, true},     // first pass
+        {10 * kDay, 10 * kDay + 676, true},   // the last pass
+        {10 * kDay, 10 * kDay + 675, false},  // none of eight passes: emptied
+    };
+    for (const auto &c : cases) {
+        Fill(c.filled);
+        g_now = std::max(c.filled, c.added - 60);
+        EXPECT_EQ(kKey, Get("nas", 77));
+        g_now = c.added;
+        EXPECT_EQ(0, QIVENAddKey("new", 1, "k"));
+        EXPECT_EQ("k", Get("new", 1)) << c.filled;
+        EXPECT_EQ(c.blKeepsRenewed ? kKey : "none", Get("nas", 77)) << c.filled;
+        EXPECT_EQ(c.blKeepsRenewed ? 2 : 1, TLIBCSzHashPairNum(g_pStore)) << c.filled;
+    }
+    EXPECT_EQ(0, g_nLists);
+}
+
+TEST(PeerKeys, AFailureWhilePruningRefusesTheNewEntry) {
+    for (const char *szCall : {"TLIBCSzListAlloc", "TLIBCSzHashEnumKey", "TLIBCSzListGet",
+                               "TLIBCSzHashGetValue", "TLIBCSzHashRemoveKey", "no comma"}) {
+        Fill(10 * kDay);
+        if (szCall == std::string("no comma")) __real_TLIBCSzHashSetValue(&g_pStore, "nas+00000001", "?");
+        g_now = 12 * kDay;
+        g_fails = szCall;
+        EXPECT_EQ(-1, QIVENAddKey("new", 1, "k")) << szCall;
+        g_fails.clear();
+        EXPECT_EQ("none", Get("new", 1)) << szCall;
+        EXPECT_EQ(QIVEN_KEYS_MAX, TLIBCSzHashPairNum(g_pStore)) << szCall;
+        EXPECT_EQ(0, g_nLists) << szCall;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,248 @@
+#include <qiven/packet.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+
+#include "support/slow_reader.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string Repeat(int n, const std::string &text) {
+    std::string all;
+    while (n-- > 0)
+        all += text;
+    return all;
+}
+std::string UnknownId(const char *szId, size_t at) {
+    return std::string("2|packet:# unknown id: [0x") + szId + "] at offset (" + std::to_string(at) + ")\n";
+}
+const std::string kVirus = "2|packet:# Maybe some virus try to hack me\n";
+const std::string kNoBasic = "2|packet:# Basic is not satifsfied\n";
+
+// Reads a packet that lies before an inaccessible page, and compares everything with the slow reader.
+void ExpectSame(const std::string &packet, nasinfo &record, int &iResult, Lines &messages) {
+    LogCapture log;
+    const AtPageEnd page(packet);
+    memset(static_cast<void *>(&record), 0x5A, sizeof record);
+    iResult = QIVENPacketRead(log.Record(), page.Get(), static_cast<int>(packet.size()), &record);
+    messages = LogCapture::Take();
+    const SlowReader slow(packet);
+    ASSERT_EQ(slow.iResult, iResult) << testing::PrintToString(packet);
+    ASSERT_EQ(slow.messages, messages) << testing::PrintToString(packet);
+    ASSERT_EQ(0, memcmp(&slow.record, &record, sizeof record)) << testing::PrintToString(packet);
+}
+int ExpectSame(const std::string &packet) {
+    nasinfo record;
+    int iResult = 0;
+    Lines messages;
+    ExpectSame(packet, record, iResult, messages);
+    return iResult;
+}
+
+TEST(PacketTable, IsTheOneOfTheWireFormat) {
+    size_t n = 0;
+    for (const QIVEN_FIELD_ATTRIB &attrib : grgfieldAttribs) {
+        const auto id = attrib.ulPktId;
+        if (id == 0x4B || id == 0x4C || id == 0x72) {
+            EXPECT_EQ(FIELD_NONE, static_cast<int>(attrib.ulType));
+            EXPECT_EQ(0U, attrib.ulOffset + attrib.cbField + attrib.ulEndian + attrib.ulBasicMask);
+            continue;
+        }
+        ASSERT_LT(n, std::size(kSlowFields));
+        const SlowField &field = kSlowFields[n++];
+        const bool blKeep = (id >= 0x12 && id <= 0x15) || (id >= 0x22 && id <= 0x25) || id == 0x1E;
+        EXPECT_EQ(field.id, static_cast<int>(id));
+        EXPECT_EQ("sia"[attrib.ulType], field.cKind) << std::hex << id;
+        EXPECT_EQ(field.cbOffset, attrib.ulOffset) << std::hex << id;
+        EXPECT_EQ(field.cbWidth, attrib.cbField) << std::hex << id;
+        EXPECT_EQ(blKeep ? QIVENPKT_KEEP_ENDIAN : 0, static_cast<int>(attrib.ulEndian)) << std::hex << id;
+        EXPECT_EQ(SlowBasicMask(field.id), attrib.ulBasicMask) << std::hex << id;
+    }
+    EXPECT_EQ(77U, n);
+    for (uint32_t i = 0; i < QIVEN_PARSER_COUNT; ++i)
+        EXPECT_EQ(i, grgfieldParsers[i].ulType);
+    for (uint32_t i = 0; i < QIVEN_ARRAY_FIELD_COUNT; ++i) {
+        EXPECT_EQ(0xBC + i, grgFieldArrayCountMap[i].ulArrayPktId);
+        EXPECT_EQ(0xBBU, grgFieldArrayCountMap[i].ulCountPktId);
+    }
+}
+
+TEST(PacketReader, RefusesBadArgumentsAndLeavesTheRecord) {
+    LogCapture log;
+    nasinfo record{};
+    record.ulModel = 7;
+    const unsigned char bAny = 0;
+    EXPECT_EQ(0, QIVENPacketRead(log.Record(), nullptr, -1, nullptr));
+    EXPECT_EQ(0, QIVENPacketRead(log.Record(), &bAny, -1, nullptr));
+    EXPECT_EQ(0, QIVENPacketRead(log.Record(), &bAny, -1, &record));
+    EXPECT_EQ(0, QIVENPacketRead(log.Record(), &bAny, 0, nullptr));
+    EXPECT_EQ((Lines{Invalid("packet", "((void *)0) != szPKTInput"), Invalid("packet", "0 <= cbPKTInput"),
+                     Invalid("packet", "0 <= cbPKTInput"), Invalid("packet", "NULL != pnasinfoOutput")}),
+              LogCapture::Take());
+    EXPECT_EQ(7U, record.ulModel);
+}
+
+using Text = std::function<std::string(const nasinfo &)>;
+std::string HostName(const nasinfo &record) {
+    return record.szHostName;
+}
+std::string LongText(const nasinfo &record) {
+    return record.szLongText;
+}
+std::string FieldBC(const nasinfo &record) {
+    return std::string(record.rgszFieldBC[0]) + "," + record.rgszFieldBC[1] + "," + record.rgszFieldBC[31];
+}
+std::string TypeAndA4(const nasinfo &record) {
+    return std::to_string(record.ulPktType) + "," + std::to_string(record.ulFieldA4);
+}
+std::string FieldC0(const nasinfo &record) {
+    return std::string(record.szField73) + "," + record.szFieldC0;
+}
+
+TEST(PacketReader, WorkedExamples) {
+    const auto Fixed = [](const unsigned char *p, size_t cb) { return std::string(p, p + cb); };
+    const std::string net = Basic(3) + Number(0x20, 1) + Field(0x21, "n");
+    const std::string full = Basic() + Repeat(62, Field(0x11, "x"));
+    const std::string chunk = Field(0x72, std::string(255, 'c'));
+    const std::string longText = Basic() + Field(0x2A, std::string(255, 'c')) + Repeat(5, chunk);
+    const std::string elements = Basic() + Repeat(31, Field(0xBC, "e"));
+    const std::string last = Field(0xBC, "z");
+    const struct {
+        const char *szName;
+        std::string packet;
+        bool blAccepted;
+        Lines messages;
+        Text pfnText;
+        std::string text;
+    } cases[] = {
+        {"V11", Fixed(stQIVENBroadCastV11, QIVENBroadCastSizeV11), true, {}, TypeAndA4, "1,131072"},
+        {"VQX20", Fixed(stQIVENBroadCastVQX20, QIVENBroadCastSizeVQX20), true, {}, TypeAndA4, "1,16908288"},
+        {"ten bytes",
+         Fixed(stQIVENBroadCast, QIVENBroadCastSize),
+         false,
+         {UnknownId("00", 0), kNoBasic},
+         {},
+         {}},
+        {"empty", "", false, {}, {}, {}},
+        {"header only", kPlainHeader, false, {}, {}, {}},
+        {"other header", "\x12\x34\x55\x66TAVO" + Basic().substr(8), false, {}, {}, {}},
+        {"no 0x01", kPlainHeader + Number(0xA4, 1), false, {kNoBasic}, {}, {}},
+        {"no 0xA4", kPlainHeader + Number(0x01, 1), false, {kNoBasic}, {}, {}},
+        {"empty basics", kPlainHeader + Field(0x01, "") + Field(0xA4, ""), true, {}, TypeAndA4, "0,0"},
+        {"net setting", net, false, {"1|packet:# not enough fields for netsetting 0xF\n"}, HostName, "n"},
+        {"net complete", net + Field(0x29, "i"), true, {}, HostName, "n"},
+        {"net, empty 0x21",
+         Basic(3) + Field(0x11, "abc") + Field(0x20, "") + Field(0x21, "") + Field(0x29, ""),
+         true,
+         {},
+         HostName,
+         "abc"},
+        {"two for one slot", Basic() + Field(0x11, "one") + Field(0x21, "two"), true, {}, HostName, "two"},
+        {"64 fields", full, true, {}, HostName, "x"},
+        {"65 known", full + Field(0x11, "y"), false, {kVirus}, {}, {}},
+        {"65 unknown", full + Field(0xA1, "y"), false, {kVirus}, {}, {}},
+        {"65 continuations", full + Field(0x72, "y"), false, {kVirus}, {}, {}},
+        {"32 elements", elements + last, true, {}, FieldBC, "e,e,z"},
+        {"33 elements", elements + last + last, false, {}, {}, {}},
+        {"run ended", Basic() + Field(0xBC, "1") + Field(0x11, "") + last, true, {}, FieldBC, "z,,"},
+        {"other array", Basic() + Field(0xBC, "1") + Field(0xBD, "") + last, true, {}, FieldBC, "z,,"},
+        {"run kept", Basic() + Field(0xBC, "1") + Field(0xA1, "") + last, true, {}, FieldBC, "1,z,"},
+        {"run kept by 72", Basic() + Field(0xBC, "1") + Field(0x72, "") + last, true, {}, FieldBC, "1,z,"},
+        {"1535", longText + Field(0x72, "12345"), true, {}, LongText, std::string(1530, 'c') + "12345"},
+        {"1536", longText + Field(0x72, "123456"), false, {}, {}, {}},
+        {"sixth chunk", longText + chunk, false, {}, {}, {}},
+        {"chunk alone", Basic() + Field(0x72, "tail"), true, {}, LongText, "tail"},
+        {"unknown", Basic() + Field(0x03, "x") + Field(0xA1, "x"), true, {UnknownId("03", 12)}, {}, {}},
+        {"too long unknown",
+         Basic() + "\x03\x09" + Field(0x11, "in"),
+         true,
+         {UnknownId("03", 12)},
+         HostName,
+         "in"},
+        {"no slot", Basic() + Field(0x4B, "x"), true, {UnknownId("4B", 12)}, {}, {}},
+        {"cut unknown", Basic() + "\x03", false, {UnknownId("03", 12)}, {}, {}},
+        {"cut A1", Basic() + "\xA1", false, {}, {}, {}},
+        {"cut known", Basic() + "\x11", false, {Invalid("packet", "0 < cbPKTInput")}, {}, {}},
+        {"cut chunk", Basic() + "\x72", false, {Invalid("packet", "0 < cbPKTInput")}, {}, {}},
+        {"past the end", Basic() + "\x11\x02x", false, {}, {}, {}},
+        {"no room for NUL", Basic() + Field(0x5C, "1234"), false, {}, {}, {}},
+        {"short integer", Basic() + Field(0x48, "123"), false, {}, {}, {}},
+        {"C0 from 73", Basic() + Field(0x73, "longer") + Field(0x73, "x1"), true, {}, FieldC0, "x1,x1"},
+        {"own C0", Basic() + Field(0xC0, "c") + Field(0x73, "x1"), true, {}, FieldC0, "x1,c"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.szName);
+        nasinfo record;
+        int iResult = 0;
+        Lines messages;
+        ExpectSame(c.packet, record, iResult, messages);
+        EXPECT_EQ(c.blAccepted ? static_cast<int>(c.packet.size()) - 8 : 0, iResult);
+        EXPECT_EQ(c.messages, messages);
+        if (c.pfnText) {
+            EXPECT_EQ(c.text, c.pfnText(record));
+        }
+    }
+}
+
+// As much as one packet can show: integers, texts, two array runs, continuations, unknown fields.
+std::string RichPacket() {
+    std::string packet = Basic(3);
+    for (const SlowField &field : kSlowFields) {
+        if (field.id == 0x01 || field.id == 0xA4 || (field.id > 0x54 && field.id < 0x5C)) continue;
+        if (field.id < 0x20 && field.id != 0x12) continue;
+        std::string value = "v\x01\x02-\xFEw7\x80";
+        value.resize(field.cKind == 'i' ? field.cbWidth : std::min<size_t>(field.cbWidth - 1, 6));
+        packet += Field(field.id, value);
+        if (field.id == 0x2A) packet += Field(0x72, "more") + Field(0x03, "??");
+        if (field.id == 0xBC) packet += Field(0xBC, "second");
+    }
+    return packet;
+}
+
+TEST(PacketReader, EveryTruncationOfARichPacket) {
+    const std::string rich = RichPacket();
+    EXPECT_EQ(static_cast<int>(rich.size()) - 8, ExpectSame(rich));
+    for (size_t cb = 0; cb < rich.size() && !HasFatalFailure(); ++cb)
+        ExpectSame(rich.substr(0, cb));
+}
+
+TEST(PacketReader, EveryByteOfARichPacketChanged) {
+    const std::string rich = RichPacket();
+    for (size_t i = 0; i < rich.size(); ++i) {
+        for (const int iChange : {0x01, 0x02, 0x10, 0x80, 0xFF}) {
+            std::string packet = rich;
+            packet[i] = static_cast<char>(packet[i] ^ iChange);
+            ExpectSame(packet);
+            if (HasFatalFailure()) return;
+        }
+    }
+}
+
+TEST(PacketReader, RandomPackets) {
+    std::mt19937 random(20240229);
+    const auto Draw = [&random](size_t n) { return random() % n; };
+    int nAccepted = 0;
+    for (int i = 0; i < 4000 && !HasFatalFailure(); ++i) {
+        std::string packet = Basic(static_cast<char>(Draw(4)));
+        for (size_t n = Draw(1 + Draw(75)); n > 0; --n) {
+            const SlowField &field = kSlowFields[Draw(8) == 0 ? 66 : Draw(std::size(kSlowFields))];
+            const size_t cbFitting =
+                field.cKind == 'i' ? field.cbWidth : Draw(std::min<size_t>(field.cbWidth, 256));
+            std::string value(Draw(150) == 0 ? Draw(256) : Draw(9) == 0 ? 0 : cbFitting, 'a');
+            for (char &c : value)
+                c = static_cast<char>(Draw(40) == 0 ? 0 : Draw(256));
+            packet += Field(Draw(12) == 0   ? 0x72
+                            : Draw(12) == 0 ? static_cast<int>(Draw(256))
+                                            : field.id,
+                            value);
+        }
+        if (Draw(4) == 0) packet.resize(packet.size() - Draw(9));
+        nAccepted += ExpectSame(packet) > 0 ? 1 : 0;
+    }
+    EXPECT_GT(nAccepted, 1000);  // so that the comparison is not one of refusals
+}
+
+}  // namespace

@@ -1,0 +1,378 @@
+// The plain and the sealed writer, the request list, and the sealed reader. realloc can be made to fail.
+#include <qiven/keys.h>
+#include <qiven/packet.h>
+#include <gtest/gtest.h>
+#include <sodium.h>
+
+#include <functional>
+#include <memory>
+
+#include "support/log_capture.h"
+#include "support/wire.h"
+
+static bool g_blNoMemory = false;
+
+extern "C" void *__real_realloc(void *p, size_t cb);
+extern "C" void *__wrap_realloc(void *p, size_t cb);
+extern "C" void *__wrap_realloc(void *p, size_t cb) {
+    return g_blNoMemory ? nullptr : __real_realloc(p, cb);
+}
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using namespace std::string_literals;
+
+struct PacketWriter : testing::Test {
+    LogCapture m_log;
+    const QIVEN_LOG *m_pLog = m_log.Record();
+    nasinfo m_record{};
+    QIVEN_SEND m_send{&m_record, 0, {}};
+    std::unique_ptr<unsigned char, decltype(&free)> m_buffer{nullptr, free};
+    int m_cbBuffer = 0;
+
+    ~PacketWriter() override { g_blNoMemory = false; }
+    void List(const std::vector<unsigned int> &ids) {
+        m_send.nPktID = 0;
+        for (const unsigned int id : ids)
+            m_send.rgPktID[m_send.nPktID++] = id;
+    }
+    // The packet, or "" after a failure, which must leave the buffer as it was (holding the byte '.').
+    std::string Write(int cbBuffer = QIVEN_PACKET_MAX, const char *szKey = nullptr) {
+        auto *pBuffer = static_cast<unsigned char *>(malloc(static_cast<size_t>(cbBuffer) + 1));
+        memset(pBuffer, '.', static_cast<size_t>(cbBuffer) + 1);
+        auto *pSealed = reinterpret_cast<char *>(pBuffer);
+        m_cbBuffer = cbBuffer;
+        const int cb = szKey == nullptr
+                           ? QIVENPacketWrite(m_pLog, &pBuffer, &m_cbBuffer, &m_send)
+                           : QIVENPacketWriteEncrypted(m_pLog, &pSealed, &m_cbBuffer, &m_send, szKey);
+        m_buffer.reset(szKey == nullptr ? pBuffer : reinterpret_cast<unsigned char *>(pSealed));
+        const std::string all(m_buffer.get(), m_buffer.get() + m_cbBuffer);
+        if (cb <= 0 && szKey == nullptr) {
+            EXPECT_EQ(std::string(static_cast<size_t>(cbBuffer), '.'), all);
+        }
+        return all.substr(0, static_cast<size_t>(cb));
+    }
+    // Lists fields for a plain packet of an exact length.
+    void ListExactly(size_t cbPacket) {
+        size_t cbLeft = cbPacket - 8;
+        std::vector<unsigned int> ids;
+        m_record = {};
+        memset(m_record.szField52, 'x', 255);
+        for (; cbLeft >= 2 * 257; cbLeft -= 257)
+            ids.push_back(0x52);
+        const size_t cbFirst = cbLeft / 2;
+        memset(m_record.szField4A, 'y', cbFirst - 2);
+        memset(m_record.szField53, 'z', cbLeft - cbFirst - 2);
+        ids.insert(ids.end(), {0x4A, 0x53});
+        List(ids);
+    }
+};
+
+std::string Fail(const char *szId) {
+    return std::string("1|packet:# fail to write [0x") + szId + "]!\n";
+}
+
+TEST_F(PacketWriter, ArgumentChecksInOrder) {
+    unsigned char *pNone = nullptr;
+    auto *pBuffer = static_cast<unsigned char *>(malloc(1));
+    auto *pSealed = reinterpret_cast<char *>(pBuffer);
+    char *pNoSealed = nullptr;
+    int cb = -1;
+    QIVEN_SEND none{};
+    const struct {
+        std::function<int()> pfnCall;
+        int iResult;
+        const char *szCondition;
+    } cases[] = {
+        {[&] { return QIVENPacketWrite(m_pLog, nullptr, nullptr, nullptr); }, 0,
+         "((void *)0) != pszPKTOutput"},
+        {[&] { return QIVENPacketWrite(m_pLog, &pNone, nullptr, nullptr); }, 0,
+         "((void *)0) != (*pszPKTOutput)"},
+        {[&] { return QIVENPacketWrite(m_pLog, &pBuffer, nullptr, nullptr); }, 0,
+         "((void *)0) != pcbPKTOutput"},
+        {[&] { return QIVENPacketWrite(m_pLog, &pBuffer, &cb, nullptr); }, 0, "0 <= (*pcbPKTOutput)"},
+        {[&] { return cb = 1, QIVENPacketWrite(m_pLog, &pBuffer, &cb, nullptr); }, 0, "NULL != pqivenSend"},
+        {[&] { return QIVENPacketWrite(m_pLog, &pBuffer, &cb, &none); }, 0, "((void *)0) != pnasinfoInput"},
+        {[&] { return none.pnasInfo = &m_record, QIVENPacketWrite(m_pLog, &pBuffer, &cb, &none); }, 0,
+         "0 < nPktId"},
+        {[&] { return none.nPktID = 257, QIVENPacketWrite(m_pLog, &pBuffer, &cb, &none); }, 0,
+         "QIVEN_SEND_MAX >= nPktId"},
+        {[&] { return QIVENPacketWriteEncrypted(m_pLog, nullptr, nullptr, nullptr, nullptr); }, 0,
+         "((void *)0) != pszPKTOutput"},
+        {[&] { return QIVENPacketWriteEncrypted(m_pLog, &pNoSealed, nullptr, nullptr, nullptr); }, 0,
+         "((void *)0) != (*pszPKTOutput)"},
+        {[&] { return QIVENPacketWriteEncrypted(m_pLog, &pSealed, nullptr, nullptr, nullptr); }, 0,
+         "((void *)0) != pcbPKTOutput"},
+        {[&] { return QIVENPacketWriteEncrypted(m_pLog, &pSealed, &cb, nullptr, nullptr); }, 0,
+         "((void *)0) != pqivenSend"},
+        {[&] { return QIVENPacketWriteEncrypted(m_pLog, &pSealed, &cb, &none, nullptr); }, 0,
+         "NULL != szPublicKeyHex"},
+        {[&] { return QIVENPacketReadEncrypted(m_pLog, nullptr, 0, nullptr); }, 0,
+         "((void *)0) != szPKTInput"},
+        {[&] { return QIVENPacketReadEncrypted(m_pLog, pBuffer, 0, nullptr); }, 0, "0 < cbPKTInput"},
+        {[&] { return QIVENPacketReadEncrypted(m_pLog, pBuffer, 1, nullptr); }, 0, "NULL != pnasinfoOutput"},
+        {[&] { return QIVENSendPktIDSet(m_pLog, nullptr, 0, "", 0); }, -1, "((void *)0) != pqivenSend"},
+        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 0, "", 0); }, -1, "PKT_ID_MIN < pktID"},
+        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 256, "", 0); }, -1, "PKT_ID_MAX > pktID"},
+        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 0x4B, "", 0); }, -1, "FIELD_NONE != ulType"},
+        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 0x5C, "12345", 5); }, -1, "cbSlot >= cbValue"},
+        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 0xBC, "", 64 * 32 + 1); }, -1, "cbSlot >= cbValue"},
+        {[&] { return QIVENSendPktIDAdd(m_pLog, nullptr, 0, 0); }, -1, "((void *)0) != pqivenSend"},
+        {[&] { return QIVENSendPktIDAdd(m_pLog, &m_send, 0, 0); }, -1, "PKT_ID_MIN < pktID1"},
+        {[&] { return QIVENSendPktIDAdd(m_pLog, &m_send, 256, 0); }, -1, "PKT_ID_MAX > pktID1"},
+        {[&] { return QIVENSendPktIDAddServ(m_pLog, nullptr, 2, 2); }, -1, "((void *)0) != pqivenSend"},
+        {[&] { return QIVENSendPktIDAddServ(m_pLog, &m_send, 2, -1); }, -1,
+         "(0 == blServSupp || 1 == blServSupp)"},
+        {[&] { return QIVENSendPktIDAddServ(m_pLog, &m_send, 1, -1); }, -1,
+         "(0 == blServRun || 1 == blServRun)"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.iResult, c.pfnCall()) << c.szCondition;
+        EXPECT_EQ(Lines{Invalid("packet", c.szCondition)}, LogCapture::Take());
+    }
+    EXPECT_EQ(0, m_send.nPktID);
+    free(pBuffer);
+}
+
+TEST_F(PacketWriter, TheRequestListNeverGrowsBeyondItsRoom) {
+    EXPECT_EQ(4, QIVENSendPktIDAddServ(m_pLog, &m_send, 1, 1));
+    EXPECT_EQ(0, QIVENSendPktIDAddServ(m_pLog, &m_send, 0, 0));
+    EXPECT_EQ(2, QIVENSendPktIDAdd(m_pLog, &m_send, 0x11, 0x11, 0));
+    EXPECT_EQ(0, QIVENSendPktIDSet(m_pLog, &m_send, 0x21, "first\0..............................", 5));
+    EXPECT_EQ(0, QIVENSendPktIDSet(m_pLog, &m_send, 0x21, "second\0.............................", 6));
+    EXPECT_EQ(0, QIVENSendPktIDSet(m_pLog, &m_send, 0x21, m_record.szHostName, 6));
+    EXPECT_STREQ("second", m_record.szHostName);
+    EXPECT_EQ((std::vector<uint32_t>{0xB0, 0xB1, 0xB8, 0xB9, 0x11, 0x11, 0x21}),
+              std::vector<uint32_t>(m_send.rgPktID, m_send.rgPktID + m_send.nPktID));
+    char rgszElements[32][64] = {"one", "two"};
+    EXPECT_EQ(0, QIVENSendPktIDSet(m_pLog, &m_send, 0xBC, rgszElements, sizeof rgszElements));
+    EXPECT_STREQ("two", m_record.rgszFieldBC[1]);
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(-1, QIVENSendPktIDSet(m_pLog, &m_send, 0x03, "....", 4));
+    EXPECT_EQ("unknown PKT-ID: [0x3]\n", testing::internal::GetCapturedStdout());
+    EXPECT_EQ(Lines{}, LogCapture::Take());
+
+    m_send.nPktID = QIVEN_SEND_MAX - 1;
+    EXPECT_EQ(-1, QIVENSendPktIDAddServ(m_pLog, &m_send, 1, 0));
+    EXPECT_EQ(-1, QIVENSendPktIDAdd(m_pLog, &m_send, 0x11, 0x12, 0));
+    EXPECT_EQ(QIVEN_SEND_MAX - 1, m_send.nPktID);
+    EXPECT_EQ(1, QIVENSendPktIDAdd(m_pLog, &m_send, 0x12, 0));
+    EXPECT_EQ(-1, QIVENSendPktIDSet(m_pLog, &m_send, 0x48, "\1\2\3\4", 4));
+    EXPECT_EQ(0U, m_record.ulModel);
+    EXPECT_EQ(0, QIVENSendPktIDSet(m_pLog, &m_send, 0x21, "third\0..............................", 5));
+    EXPECT_EQ(QIVEN_SEND_MAX, m_send.nPktID);
+    EXPECT_EQ(3U, LogCapture::Take().size());
+}
+
+TEST_F(PacketWriter, WorkedExamples) {
+    strcpy(m_record.szHostName, "nas");
+    memcpy(&m_record.ulIP, "\xC0\xA8\1\2", 4);
+    m_record.ulModel = 1;
+    m_record.ullServSupp0 = 1;
+    m_record.ulArrayCount = 1;
+    memset(m_record.szField5D, 'x', sizeof m_record.szField5D);
+    const std::string one255(255, 'x'), unknown = "1|packet:# unknown PKT-ID: [0x";
+    const Lines tooLong = {Invalid("packet", "255 >= cbFieldInput"), Fail("1A")};
+    const struct {
+        std::vector<unsigned int> ids;
+        size_t cbLongText;
+        std::string fields;
+        Lines messages;
+    } cases[] = {
+        {{0x11}, 0, "\x11\3nas", {}},
+        {{0x11, 0x11, 0x12}, 0, "\x11\3nas\x11\3nas\x12\4\xC0\xA8\1\2", {}},
+        {{0x48, 0xB0}, 0, "H\4\1\0\0\0\xB0\x8\1\0\0\0\0\0\0\0"s, {}},
+        {{0x72}, 0, "", {}},
+        {{0x2A}, 0, "\x2A\0"s, {}},
+        {{0x2A}, 1, "\x2A\1x", {}},
+        {{0x2A}, 255, Field(0x2A, one255), {}},
+        {{0x2A}, 256, Field(0x2A, one255) + "\x72\1x", {}},
+        {{0x2A, 0x11},
+         600,
+         Field(0x2A, one255) + Field(0x72, one255) + Field(0x72, std::string(90, 'x')) + "\x11\3nas",
+         {}},
+        {{0x1A}, 255, Field(0x1A, one255), {}},
+        {{0x1A}, 300, "fails", tooLong},
+        {{0x11, 0x4B}, 0, "fails", {Fail("4B")}},
+        {{0x03}, 0, "fails", {unknown + "3]\n", Fail("3")}},
+        {{0x1FF}, 0, "fails", {unknown + "1FF]\n", Fail("1FF")}},
+        {{0xBC}, 0, "fails", {Fail("BC")}},  // nothing but empty elements
+        {{0x5D}, 0, "fails", {Fail("5D")}},  // a text without its NUL
+    };
+    for (const auto &c : cases) {
+        List(c.ids);
+        memset(m_record.szLongText, 0, sizeof m_record.szLongText);
+        memset(m_record.szLongText, 'x', c.cbLongText);
+        EXPECT_EQ(c.fields == "fails" ? "" : kPlainHeader + c.fields, Write());
+        EXPECT_EQ(c.messages, LogCapture::Take());
+    }
+}
+
+TEST_F(PacketWriter, GrowsTheBufferToExactlyThePacket) {
+    strcpy(m_record.szHostName, "nas");
+    List({0x11});
+    for (const int cbBuffer : {0, 8, 12, 13, 100}) {
+        EXPECT_EQ(kPlainHeader + "\x11\3nas", Write(cbBuffer));
+        EXPECT_EQ(std::max(cbBuffer, 13), m_cbBuffer);
+    }
+    g_blNoMemory = true;
+    EXPECT_EQ("", Write(12));
+    EXPECT_EQ(12, m_cbBuffer);
+    EXPECT_EQ(Lines{"1|packet:# Reallocate memory failed!\n"}, LogCapture::Take());
+}
+
+TEST_F(PacketWriter, BuildsNoPacketOver8192Bytes) {
+    ListExactly(8192);
+    EXPECT_EQ(8192U, Write().size());
+    ListExactly(8193);
+    EXPECT_EQ("", Write());
+    EXPECT_EQ(Lines{Fail("53")}, LogCapture::Take());
+    ListExactly(8190);
+    memset(m_record.szLongText, 'x', 1);
+    m_send.rgPktID[m_send.nPktID++] = 0x2A;
+    EXPECT_EQ("", Write());
+    EXPECT_EQ(Lines{"1|packet:# fail to write!\n"}, LogCapture::Take());
+}
+
+// Fills a slot to its last byte, writes it and reads it back.
+TEST_F(PacketWriter, EveryFieldComesBackEqual) {
+    for (const QIVEN_FIELD_ATTRIB &attrib : grgfieldAttribs) {
+        if (attrib.ulType == FIELD_NONE) continue;
+        memset(static_cast<void *>(&m_record), 0, sizeof m_record);
+        m_record.ulPktType = 2;
+        char *pSlot = reinterpret_cast<char *>(&m_record) + attrib.ulOffset;
+        const size_t cbText = attrib.ulPktId == 0x1A   ? 255
+                              : attrib.ulPktId == 0x2A ? 1535
+                                                       : attrib.cbField - 1;
+        if (attrib.ulType == FIELD_INTEGER) memcpy(pSlot, "\x81\x02\x03\x04\x05\x06\x07\x88", attrib.cbField);
+        if (attrib.ulType == FIELD_STRING)
+            memset(pSlot, 't',
+                   std::min<size_t>(cbText, attrib.cbField > 256 && attrib.ulPktId != 0x2A ? 255 : cbText));
+        if (attrib.ulType == FIELD_ARRAY) {
+            m_record.ulArrayCount = 32;
+            for (size_t i = 0; i < 32; ++i)
+                memset(pSlot + i * attrib.cbField, static_cast<int>('A' + i), cbText);
+        }
+        List({0x01, 0xA4, 0xBB, attrib.ulPktId});
+        const std::string packet = Write();
+        if (attrib.ulPktId == 0x73) strcpy(m_record.szFieldC0, m_record.szField73);
+        nasinfo back;
+        EXPECT_EQ(static_cast<int>(packet.size()) - 8,
+                  QIVENPacketRead(m_pLog, reinterpret_cast<const unsigned char *>(packet.data()),
+                                  static_cast<int>(packet.size()), &back));
+        EXPECT_EQ(0, memcmp(&m_record, &back, sizeof back)) << std::hex << attrib.ulPktId;
+    }
+    EXPECT_EQ(Lines{}, LogCapture::Take());
+}
+
+const std::string kDecrypted = "2|packet:# QIVENPacketReadEncrypted(#): Decrypted packet.\n";
+const std::string kRefused = "2|packet:# Failed to decrypt packet\n";
+
+struct SealedPacket : PacketWriter {
+    SealedPacket() { MakeKeys(); }
+    ~SealedPacket() override { QIVENProcessKeyCleanup(); }
+    void MakeKeys() {
+        QIVENProcessKeyCleanup();
+        ASSERT_EQ(0, QIVENProcessKeyInit());
+        sodium_bin2hex(m_szKey, sizeof m_szKey, QIVENProcessPublicKeyGet(), QIVEN_KEY_SIZE);
+    }
+    std::string Seal() {
+        m_record.ulPktType = 2;
+        strcpy(m_record.szHostName, "sealed");
+        List({0x01, 0xA4, 0x11});
+        const std::string packet = Write(QIVEN_PACKET_MAX, m_szKey);
+        EXPECT_EQ(8U + 48 + 28, packet.size());
+        LogCapture::Take();
+        return packet;
+    }
+    int Read(const std::string &packet) {
+        const AtPageEnd page(packet);
+        return QIVENPacketReadEncrypted(m_pLog, page.Get(), static_cast<int>(packet.size()), &m_back);
+    }
+    nasinfo m_back{};
+    char m_szKey[QIVEN_KEY_HEX_SIZE];
+};
+
+TEST_F(SealedPacket, SizesAndGrowth) {
+    const struct {
+        size_t cbPlain;
+        int cbBuffer, cbAfter;
+        bool blSealed;
+    } cases[] = {{300, 300, 356, true},   {300, 10, 356, true},      {300, 400, 400, true},
+                 {8136, 100, 8192, true}, {8137, 8192, 8192, false}, {8192, 9000, 9000, false}};
+    for (const auto &c : cases) {
+        ListExactly(c.cbPlain);
+        EXPECT_EQ(c.blSealed ? c.cbPlain + 56 : 0, Write(c.cbBuffer, m_szKey).size());
+        EXPECT_EQ(c.cbAfter, m_cbBuffer);
+        const std::string needed = std::to_string(c.cbPlain + 56);
+        Lines expected = {"2|packet:# pcbPKTOutput " +
+                          std::to_string(std::max(c.cbBuffer, static_cast<int>(c.cbPlain))) +
+                          " cbWrittenPlain " + std::to_string(c.cbPlain) + " needed " + needed + "\n"};
+        if (!c.blSealed) expected.push_back("2|packet:# Required size " + needed + " too big\n");
+        EXPECT_EQ(expected, LogCapture::Take());
+    }
+}
+
+TEST_F(SealedPacket, WhatCannotBeSealed) {
+    List({0x4B});
+    EXPECT_EQ("", Write(100, m_szKey));
+    EXPECT_EQ((Lines{Fail("4B"), "1|packet:# FAILED to write plain packet\n"}), LogCapture::Take());
+    List({0x11});
+    const std::string key = m_szKey;
+    for (const std::string &bad : {""s, key.substr(0, 62), key.substr(0, 63), key + "00", "g" + key.substr(1),
+                                   " " + key, std::string(64, '0')}) {
+        EXPECT_EQ("", Write(100, bad.c_str())) << bad;
+        EXPECT_EQ(kPlainHeader + "\x11\0"s, std::string(m_buffer.get(), m_buffer.get() + 10));
+        EXPECT_EQ("1|packet:# FAILED to encrypt\n", LogCapture::Take().back());
+    }
+    g_blNoMemory = true;
+    EXPECT_EQ("", Write(65, m_szKey));
+    EXPECT_EQ(65, m_cbBuffer);
+    EXPECT_EQ("1|packet:# Reallocate memory failed!\n", LogCapture::Take().back());
+}
+
+TEST_F(SealedPacket, OpensForItsAskerAlone) {
+    const std::string packet = Seal();
+    EXPECT_EQ("\x12\x34\x55\x66TAVO", packet.substr(0, 8));
+    EXPECT_EQ(20, Read(packet));
+    EXPECT_STREQ("sealed", m_back.szHostName);
+    ASSERT_EQ(1U, LogCapture::Take().size());
+    EXPECT_EQ(20, Read(Basic() + "\x11\6abcdef"));  // plain packets need no key
+    EXPECT_EQ(0, Read(packet.substr(0, 8)));        // the header alone is no sealed packet
+    EXPECT_EQ(Lines{}, LogCapture::Take());
+    MakeKeys();
+    EXPECT_EQ(0, Read(packet));
+    EXPECT_EQ(Lines{kRefused}, LogCapture::Take());
+    QIVENProcessKeyCleanup();
+    EXPECT_EQ(0, Read(packet));
+    EXPECT_EQ(Lines{"2|packet:# No key to decrypt"}, LogCapture::Take());
+    EXPECT_EQ(20, Read(Basic() + "\x11\6abcdef"));
+}
+
+TEST_F(SealedPacket, AnyDamageRefusesIt) {
+    const std::string packet = Seal();
+    for (size_t i = 8; i < packet.size(); ++i) {
+        std::string damaged = packet;
+        damaged[i] = static_cast<char>(damaged[i] ^ 0x10);
+        EXPECT_EQ(0, Read(damaged)) << i;
+        EXPECT_EQ(Lines{kRefused}, LogCapture::Take()) << i;
+    }
+    for (size_t cb = 9; cb < packet.size(); ++cb) {
+        EXPECT_EQ(0, Read(packet.substr(0, cb))) << cb;
+        EXPECT_EQ(Lines{kRefused}, LogCapture::Take()) << cb;
+    }
+    // A well-made box of the largest content that is opened, and of one byte more.
+    for (const size_t cbPlain : {8192U, 8193U}) {
+        std::string box(cbPlain + 48, '\0');
+        const std::string plain = Basic() + std::string(cbPlain - 20, '\xA1');
+        crypto_box_seal(reinterpret_cast<unsigned char *>(box.data()),
+                        reinterpret_cast<const unsigned char *>(plain.data()), cbPlain,
+                        QIVENProcessPublicKeyGet());
+        Read(packet.substr(0, 8) + box);
+        EXPECT_EQ(cbPlain > 8192, LogCapture::Take().front() == kRefused) << cbPlain;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,143 @@
+// A second reader of plain packets, written from the wire format alone: slow, plain, with its own table.
+#pragma once
+
+#include <qiven/nasinfo.h>
+
+#include <cstddef>
+#include <type_traits>
+
+#include "support/log_capture.h"
+#include "support/wire.h"
+
+struct SlowField {
+    int id;
+    char cKind;  // i integer, s text, a array
+    size_t cbOffset, cbWidth;
+};
+
+template <class T>
+inline constexpr char kKindOf = std::is_integral_v<T> ? 'i'
+                                : std::rank_v<T> == 2 ? 'a'
+                                                      : 's';
+#define F(id, name)                                                                    \
+    SlowField {                                                                        \
+        id, kKindOf<decltype(nasinfo::name)>, offsetof(nasinfo, name),                 \
+            sizeof(nasinfo::name) / (kKindOf<decltype(nasinfo::name)> == 'a' ? 32 : 1) \
+    }
+// clang-format off
+inline const SlowField kSlowFields[] = {
+    F(0x01, ulPktType), F(0x10, ulField10), F(0x11, szHostName), F(0x12, ulIP), F(0x13, ulAddr13),
+    F(0x14, ulAddr14), F(0x15, ulAddr15), F(0x18, ulField18), F(0x19, szHostIdent), F(0x1A, szLongText),
+    F(0x1E, ulAddr1E), F(0x1F, ulField1F), F(0x20, ulField10), F(0x21, szHostName), F(0x22, ulIP),
+    F(0x23, ulAddr13), F(0x24, ulAddr14), F(0x25, ulAddr15), F(0x29, szHostIdent), F(0x2A, szLongText),
+    F(0x48, ulModel), F(0x49, ulField49), F(0x4A, szField4A), F(0x4D, ulField4D), F(0x50, szField50),
+    F(0x51, szField51), F(0x52, szField52), F(0x53, szField53), F(0x54, ulField54), F(0x55, ulField55),
+    F(0x56, szField56), F(0x57, szField57), F(0x58, szField58), F(0x59, szField59), F(0x5A, szField5A),
+    F(0x5B, szField5B), F(0x5C, szField5C), F(0x5D, szField5D), F(0x60, ulField60), F(0x70, szField70),
+    F(0x71, ulField71), F(0x73, szField73), F(0x75, ulField75), F(0x76, ulField76), F(0x77, szField77),
+    F(0x78, szField78), F(0x79, ulField79), F(0x7B, ulField7B), F(0x7C, szMacAddr), F(0x7D, ulField7D),
+    F(0x7E, szField7E), F(0x7F, szField7F), F(0x80, ulField80), F(0x90, ulField90), F(0xA0, ulFieldA0),
+    F(0xA2, szFieldA2), F(0xA3, ulFieldA3), F(0xA4, ulFieldA4), F(0xA6, ulFieldA6), F(0xA7, ulFieldA7),
+    F(0xB0, ullServSupp0), F(0xB1, ullServSupp1), F(0xB8, ullServRun0), F(0xB9, ullServRun1),
+    F(0xBA, ulFieldBA), F(0xBB, ulArrayCount), F(0xBC, rgszFieldBC), F(0xBD, rgszFieldBD),
+    F(0xBE, rgszFieldBE), F(0xBF, rgszFieldBF), F(0xC0, szFieldC0), F(0xC1, szFieldC1), F(0xC2, ulFieldC2),
+    F(0xC3, ulFieldC3), F(0xC4, szPubKeyHex), F(0xC5, ulProcessID), F(0xC6, ulPeerProcessID),
+};
+// clang-format on
+#undef F
+
+inline unsigned SlowBasicMask(int id) {
+    return id == 0x01 ? 1 : id == 0xA4 ? 2 : id == 0x20 ? 4 : id == 0x21 ? 8 : id == 0x29 ? 16 : 0;
+}
+
+class SlowReader {
+  public:
+    nasinfo record;
+    std::vector<std::string> messages;
+    int iResult;
+
+    explicit SlowReader(const std::string &packet) {
+        memset(static_cast<void *>(&record), 0, sizeof record);
+        iResult = Read(packet);
+    }
+
+  private:
+    int Read(const std::string &packet) {
+        if (packet.size() <= 8 || packet.substr(0, 8) != kPlainHeader) return 0;
+        const std::string fields = packet.substr(8);
+        size_t at = 0;
+        for (int nFields = 1; at < fields.size(); ++nFields) {
+            const size_t cbUsed = ReadField(fields.substr(at), at);
+            if (cbUsed == 0) return 0;
+            at += cbUsed;
+            if (nFields == 65) return Refuse("2|packet:# Maybe some virus try to hack me\n");
+        }
+        if (std::string(record.szFieldC0).empty()) strcpy(record.szFieldC0, record.szField73);
+        if ((m_mask & 3) != 3) return Refuse("2|packet:# Basic is not satifsfied\n");
+        if (record.ulPktType == 3 && m_mask != 31) {
+            return Refuse(Text("1|packet:# not enough fields for netsetting 0x%X\n", m_mask, 0));
+        }
+        return static_cast<int>(fields.size());
+    }
+
+    // Bytes that the first field takes, 0 when the packet is refused.
+    size_t ReadField(const std::string &rest, size_t at) {
+        const int id = static_cast<unsigned char>(rest.at(0));
+        const bool blLength = rest.size() > 1;
+        const size_t cbValue = blLength ? static_cast<unsigned char>(rest.at(1)) : 0;
+        const bool blFits = blLength && 2 + cbValue <= rest.size();
+        const SlowField *pField = nullptr;
+        for (const SlowField &field : kSlowFields) {
+            if (field.id == id) pField = &field;
+        }
+        if (pField == nullptr && id != 0x72) {
+            const auto nId = static_cast<unsigned>(id);
+            if (id != 0xA1)
+                Refuse(Text("2|packet:# unknown id: [0x%02X] at offset (%lld)\n", nId,
+                            static_cast<long long>(at)));
+            return !blLength ? 0 : blFits ? 2 + cbValue : 2;
+        }
+        if (pField != nullptr) {
+            m_element = pField->cKind == 'a' && m_run == id ? m_element + 1 : 0;
+            m_run = pField->cKind == 'a' ? id : 0;
+            if (m_element > 31) return 0;
+        }
+        if (!blLength) Refuse(Invalid("packet", "0 < cbPKTInput"));
+        if (!blFits || !Store(pField, rest.substr(2, cbValue))) return 0;
+        m_mask |= SlowBasicMask(id);
+        return 2 + cbValue;
+    }
+
+    bool Store(const SlowField *pField, const std::string &value) {
+        if (value.empty()) return true;
+        if (pField == nullptr) {
+            const size_t cbText = strlen(record.szLongText);
+            if (cbText + value.size() >= 1536) return false;
+            strcpy(record.szLongText + cbText, value.c_str());
+            return true;
+        }
+        char *pSlot = reinterpret_cast<char *>(&record) + pField->cbOffset + m_element * pField->cbWidth;
+        if (pField->cKind == 'i') {
+            if (value.size() != pField->cbWidth) return false;
+            memcpy(pSlot, value.data(), value.size());  // the tests' machines are little-endian
+            return true;
+        }
+        if (value.size() >= pField->cbWidth) return false;
+        strcpy(pSlot, value.c_str());
+        return true;
+    }
+
+    int Refuse(const std::string &message) {
+        messages.push_back(message);
+        return 0;
+    }
+    static std::string Text(const char *szFormat, unsigned nValue, long long llValue) {
+        char sz[100];
+        snprintf(sz, sizeof sz, szFormat, nValue, llValue);
+        return sz;
+    }
+
+    unsigned m_mask = 0;
+    int m_run = 0;
+    size_t m_element = 0;
+};
