@@ -11,6 +11,14 @@ namespace {
 using Lines = std::vector<std::string>;
 using namespace std::string_literals;
 
+#define CALL(...) [&] { return __VA_ARGS__; }
+constexpr auto ReadText = QIVENPacketReadString;
+constexpr auto ReadArray = QIVENPacketReadArray;
+constexpr auto ReadInteger = QIVENPacketReadInteger;
+constexpr auto WriteText = QIVENPacketWriteString;
+constexpr auto WriteInteger = QIVENPacketWriteInteger;
+constexpr auto WriteArray = QIVENPacketWriteArray;
+
 const char kWidthIn[] = "(sizeof(u_int32_t) == cbFieldInput || sizeof(u_int64_t) == cbFieldInput)";
 const char kWidthOut[] = "(sizeof(u_int32_t) == cbFieldOutput || sizeof(u_int64_t) == cbFieldOutput)";
 const char kReadMode[] = "(QIVENPKT_HOST_ENDIAN == dstEndian || QIVENPKT_KEEP_ENDIAN == dstEndian)";
@@ -27,53 +35,42 @@ TEST(FieldCodecs, ArgumentChecksInOrder) {
     uint64_t ull = 7;
     nasinfo record{};
     const std::string tooLong(256, 'x');
+    const char *szLong = tooLong.c_str();
     const struct {
         std::function<int()> pfnCall;
         std::string condition;
     } cases[] = {
-        {[&] { return QIVENPacketReadString(p, nullptr, 0, nullptr, 8, 9, 0); },
-         "(((void *)0) != szPKTInput)"},
-        {[&] { return QIVENPacketReadString(p, rgbIn, 0, nullptr, 8, 9, 0); },
-         "((void *)0) != szFieldOutput"},
-        {[&] { return QIVENPacketReadString(p, rgbIn, 0, szSlot, 8, 9, 0); }, "0 < cbPKTInput"},
-        {[&] { return QIVENPacketReadArray(p, rgbIn, -1, szSlot, 8, 9, 0); }, "0 < cbPKTInput"},
-        {[&] { return QIVENPacketReadInteger(p, nullptr, 0, nullptr, 5, 0); }, "((void *)0) != szPKTInput"},
-        {[&] { return QIVENPacketReadInteger(p, rgbIn, 0, nullptr, 5, 0); }, "0 < cbPKTInput"},
-        {[&] { return QIVENPacketReadInteger(p, rgbIn, 5, nullptr, 5, 0); }, "((void *)0) != puFieldOutput"},
-        {[&] { return QIVENPacketReadInteger(p, rgbIn, 5, &ull, 5, 0); }, kWidthOut},
-        {[&] { return QIVENPacketReadInteger(p, rgbIn, 5, &ull, 4, 0); }, kReadMode},
-        {[&] { return QIVENPacketReadInteger(p, rgbIn, 5, &ull, 8, 3); }, kReadMode},
-        {[&] { return QIVENPacketWriteString(p, nullptr, -1, 0, nullptr); }, "((void *)0) != szFieldInput"},
-        {[&] { return QIVENPacketWriteString(p, nullptr, -1, 0, tooLong.c_str()); },
-         "((void *)0) != szPKTOutput"},
-        {[&] { return QIVENPacketWriteString(p, rgbOut, -1, 0, tooLong.c_str()); }, "PKT_ID_MIN < PktId"},
-        {[&] { return QIVENPacketWriteString(p, rgbOut, -1, 256, tooLong.c_str()); }, "PKT_ID_MAX > PktId"},
-        {[&] { return QIVENPacketWriteString(p, rgbOut, -1, 255, tooLong.c_str()); }, "0 <= cbPKTOutput"},
-        {[&] { return QIVENPacketWriteString(p, rgbOut, 0, 255, tooLong.c_str()); }, "255 >= cbFieldInput"},
-        {[&] { return QIVENPacketWriteInteger(p, nullptr, 0, 0, nullptr, 5, 1); },
-         "((void *)0) != szPKTOutput"},
-        {[&] { return QIVENPacketWriteInteger(p, rgbOut, 0, 0, nullptr, 5, 1); }, "0 < cbPKTOutput"},
-        {[&] { return QIVENPacketWriteInteger(p, rgbOut, 1, 0, nullptr, 5, 1); }, "PKT_ID_MIN < PktId"},
-        {[&] { return QIVENPacketWriteInteger(p, rgbOut, 1, 256, nullptr, 5, 1); }, "PKT_ID_MAX > PktId"},
-        {[&] { return QIVENPacketWriteInteger(p, rgbOut, 1, 1, nullptr, 5, 1); },
-         "((void *)0) != pulFieldInput"},
-        {[&] { return QIVENPacketWriteInteger(p, rgbOut, 1, 1, &ull, 5, 1); }, kWidthIn},
-        {[&] { return QIVENPacketWriteInteger(p, rgbOut, 1, 1, &ull, 4, 1); }, kWriteMode},
-        {[&] { return QIVENPacketWriteArray(p, nullptr, -1, 0, nullptr, 255, 1, nullptr); },
-         "((void *)0) != szFieldInput"},
-        {[&] { return QIVENPacketWriteArray(p, nullptr, -1, 0, szSlot, 255, 1, nullptr); },
-         "((void *)0) != szPKTOutput"},
-        {[&] { return QIVENPacketWriteArray(p, rgbOut, -1, 0, szSlot, 255, 1, nullptr); },
-         "PKT_ID_MIN < PktId"},
-        {[&] { return QIVENPacketWriteArray(p, rgbOut, -1, 256, szSlot, 255, 1, nullptr); },
-         "PKT_ID_MAX > PktId"},
-        {[&] { return QIVENPacketWriteArray(p, rgbOut, -1, 1, szSlot, 255, 1, nullptr); },
-         "0 <= cbPKTOutput"},
-        {[&] { return QIVENPacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 1, nullptr); }, kArrayMode},
-        {[&] { return QIVENPacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 2, nullptr); },
-         "((void *)0) != pNASInfo"},
-        {[&] { return QIVENPacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 0, &record); },
-         "PKT_MAX_STRING_LEN > cbFieldInput"},
+        {CALL(ReadText(p, nullptr, 0, nullptr, 8, 9, 0)), "(((void *)0) != szPKTInput)"},
+        {CALL(ReadText(p, rgbIn, 0, nullptr, 8, 9, 0)), "((void *)0) != szFieldOutput"},
+        {CALL(ReadText(p, rgbIn, 0, szSlot, 8, 9, 0)), "0 < cbPKTInput"},
+        {CALL(ReadArray(p, rgbIn, -1, szSlot, 8, 9, 0)), "0 < cbPKTInput"},
+        {CALL(ReadInteger(p, nullptr, 0, nullptr, 5, 0)), "((void *)0) != szPKTInput"},
+        {CALL(ReadInteger(p, rgbIn, 0, nullptr, 5, 0)), "0 < cbPKTInput"},
+        {CALL(ReadInteger(p, rgbIn, 5, nullptr, 5, 0)), "((void *)0) != puFieldOutput"},
+        {CALL(ReadInteger(p, rgbIn, 5, &ull, 5, 0)), kWidthOut},
+        {CALL(ReadInteger(p, rgbIn, 5, &ull, 4, 0)), kReadMode},
+        {CALL(ReadInteger(p, rgbIn, 5, &ull, 8, 3)), kReadMode},
+        {CALL(WriteText(p, nullptr, -1, 0, nullptr)), "((void *)0) != szFieldInput"},
+        {CALL(WriteText(p, nullptr, -1, 0, szLong)), "((void *)0) != szPKTOutput"},
+        {CALL(WriteText(p, rgbOut, -1, 0, szLong)), "PKT_ID_MIN < PktId"},
+        {CALL(WriteText(p, rgbOut, -1, 256, szLong)), "PKT_ID_MAX > PktId"},
+        {CALL(WriteText(p, rgbOut, -1, 255, szLong)), "0 <= cbPKTOutput"},
+        {CALL(WriteText(p, rgbOut, 0, 255, szLong)), "255 >= cbFieldInput"},
+        {CALL(WriteInteger(p, nullptr, 0, 0, nullptr, 5, 1)), "((void *)0) != szPKTOutput"},
+        {CALL(WriteInteger(p, rgbOut, 0, 0, nullptr, 5, 1)), "0 < cbPKTOutput"},
+        {CALL(WriteInteger(p, rgbOut, 1, 0, nullptr, 5, 1)), "PKT_ID_MIN < PktId"},
+        {CALL(WriteInteger(p, rgbOut, 1, 256, nullptr, 5, 1)), "PKT_ID_MAX > PktId"},
+        {CALL(WriteInteger(p, rgbOut, 1, 1, nullptr, 5, 1)), "((void *)0) != pulFieldInput"},
+        {CALL(WriteInteger(p, rgbOut, 1, 1, &ull, 5, 1)), kWidthIn},
+        {CALL(WriteInteger(p, rgbOut, 1, 1, &ull, 4, 1)), kWriteMode},
+        {CALL(WriteArray(p, nullptr, -1, 0, nullptr, 255, 1, nullptr)), "((void *)0) != szFieldInput"},
+        {CALL(WriteArray(p, nullptr, -1, 0, szSlot, 255, 1, nullptr)), "((void *)0) != szPKTOutput"},
+        {CALL(WriteArray(p, rgbOut, -1, 0, szSlot, 255, 1, nullptr)), "PKT_ID_MIN < PktId"},
+        {CALL(WriteArray(p, rgbOut, -1, 256, szSlot, 255, 1, nullptr)), "PKT_ID_MAX > PktId"},
+        {CALL(WriteArray(p, rgbOut, -1, 1, szSlot, 255, 1, nullptr)), "0 <= cbPKTOutput"},
+        {CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 1, nullptr)), kArrayMode},
+        {CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 2, nullptr)), "((void *)0) != pNASInfo"},
+        {CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 0, &record)), "PKT_MAX_STRING_LEN > cbFieldInput"},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(0, c.pfnCall()) << c.condition;

@@ -69,6 +69,14 @@ struct PacketWriter : testing::Test {
     }
 };
 
+#define CALL(...) [&] { return __VA_ARGS__; }
+constexpr auto Plain = QIVENPacketWrite;
+constexpr auto Seal = QIVENPacketWriteEncrypted;
+constexpr auto Open = QIVENPacketReadEncrypted;
+constexpr auto Set = QIVENSendPktIDSet;
+constexpr auto Add = QIVENSendPktIDAdd;
+constexpr auto AddServ = QIVENSendPktIDAddServ;
+
 std::string Fail(const char *szId) {
     return std::string("1|packet:# fail to write [0x") + szId + "]!\n";
 }
@@ -81,51 +89,38 @@ TEST_F(PacketWriter, ArgumentChecksInOrder) {
     int cb = -1;
     QIVEN_SEND none{};
     const struct {
-        std::function<int()> pfnCall;
         int iResult;
+        std::function<int()> pfnCall;
         const char *szCondition;
     } cases[] = {
-        {[&] { return QIVENPacketWrite(m_pLog, nullptr, nullptr, nullptr); }, 0,
-         "((void *)0) != pszPKTOutput"},
-        {[&] { return QIVENPacketWrite(m_pLog, &pNone, nullptr, nullptr); }, 0,
-         "((void *)0) != (*pszPKTOutput)"},
-        {[&] { return QIVENPacketWrite(m_pLog, &pBuffer, nullptr, nullptr); }, 0,
-         "((void *)0) != pcbPKTOutput"},
-        {[&] { return QIVENPacketWrite(m_pLog, &pBuffer, &cb, nullptr); }, 0, "0 <= (*pcbPKTOutput)"},
-        {[&] { return cb = 1, QIVENPacketWrite(m_pLog, &pBuffer, &cb, nullptr); }, 0, "NULL != pqivenSend"},
-        {[&] { return QIVENPacketWrite(m_pLog, &pBuffer, &cb, &none); }, 0, "((void *)0) != pnasinfoInput"},
-        {[&] { return none.pnasInfo = &m_record, QIVENPacketWrite(m_pLog, &pBuffer, &cb, &none); }, 0,
-         "0 < nPktId"},
-        {[&] { return none.nPktID = 257, QIVENPacketWrite(m_pLog, &pBuffer, &cb, &none); }, 0,
-         "QIVEN_SEND_MAX >= nPktId"},
-        {[&] { return QIVENPacketWriteEncrypted(m_pLog, nullptr, nullptr, nullptr, nullptr); }, 0,
-         "((void *)0) != pszPKTOutput"},
-        {[&] { return QIVENPacketWriteEncrypted(m_pLog, &pNoSealed, nullptr, nullptr, nullptr); }, 0,
-         "((void *)0) != (*pszPKTOutput)"},
-        {[&] { return QIVENPacketWriteEncrypted(m_pLog, &pSealed, nullptr, nullptr, nullptr); }, 0,
-         "((void *)0) != pcbPKTOutput"},
-        {[&] { return QIVENPacketWriteEncrypted(m_pLog, &pSealed, &cb, nullptr, nullptr); }, 0,
-         "((void *)0) != pqivenSend"},
-        {[&] { return QIVENPacketWriteEncrypted(m_pLog, &pSealed, &cb, &none, nullptr); }, 0,
-         "NULL != szPublicKeyHex"},
-        {[&] { return QIVENPacketReadEncrypted(m_pLog, nullptr, 0, nullptr); }, 0,
-         "((void *)0) != szPKTInput"},
-        {[&] { return QIVENPacketReadEncrypted(m_pLog, pBuffer, 0, nullptr); }, 0, "0 < cbPKTInput"},
-        {[&] { return QIVENPacketReadEncrypted(m_pLog, pBuffer, 1, nullptr); }, 0, "NULL != pnasinfoOutput"},
-        {[&] { return QIVENSendPktIDSet(m_pLog, nullptr, 0, "", 0); }, -1, "((void *)0) != pqivenSend"},
-        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 0, "", 0); }, -1, "PKT_ID_MIN < pktID"},
-        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 256, "", 0); }, -1, "PKT_ID_MAX > pktID"},
-        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 0x4B, "", 0); }, -1, "FIELD_NONE != ulType"},
-        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 0x5C, "12345", 5); }, -1, "cbSlot >= cbValue"},
-        {[&] { return QIVENSendPktIDSet(m_pLog, &m_send, 0xBC, "", 64 * 32 + 1); }, -1, "cbSlot >= cbValue"},
-        {[&] { return QIVENSendPktIDAdd(m_pLog, nullptr, 0, 0); }, -1, "((void *)0) != pqivenSend"},
-        {[&] { return QIVENSendPktIDAdd(m_pLog, &m_send, 0, 0); }, -1, "PKT_ID_MIN < pktID1"},
-        {[&] { return QIVENSendPktIDAdd(m_pLog, &m_send, 256, 0); }, -1, "PKT_ID_MAX > pktID1"},
-        {[&] { return QIVENSendPktIDAddServ(m_pLog, nullptr, 2, 2); }, -1, "((void *)0) != pqivenSend"},
-        {[&] { return QIVENSendPktIDAddServ(m_pLog, &m_send, 2, -1); }, -1,
-         "(0 == blServSupp || 1 == blServSupp)"},
-        {[&] { return QIVENSendPktIDAddServ(m_pLog, &m_send, 1, -1); }, -1,
-         "(0 == blServRun || 1 == blServRun)"},
+        {0, CALL(Plain(m_pLog, nullptr, nullptr, nullptr)), "((void *)0) != pszPKTOutput"},
+        {0, CALL(Plain(m_pLog, &pNone, nullptr, nullptr)), "((void *)0) != (*pszPKTOutput)"},
+        {0, CALL(Plain(m_pLog, &pBuffer, nullptr, nullptr)), "((void *)0) != pcbPKTOutput"},
+        {0, CALL(Plain(m_pLog, &pBuffer, &cb, nullptr)), "0 <= (*pcbPKTOutput)"},
+        {0, CALL(cb = 1, Plain(m_pLog, &pBuffer, &cb, nullptr)), "NULL != pqivenSend"},
+        {0, CALL(Plain(m_pLog, &pBuffer, &cb, &none)), "((void *)0) != pnasinfoInput"},
+        {0, CALL(none.pnasInfo = &m_record, Plain(m_pLog, &pBuffer, &cb, &none)), "0 < nPktId"},
+        {0, CALL(none.nPktID = 257, Plain(m_pLog, &pBuffer, &cb, &none)), "QIVEN_SEND_MAX >= nPktId"},
+        {0, CALL(Seal(m_pLog, nullptr, nullptr, nullptr, nullptr)), "((void *)0) != pszPKTOutput"},
+        {0, CALL(Seal(m_pLog, &pNoSealed, nullptr, nullptr, nullptr)), "((void *)0) != (*pszPKTOutput)"},
+        {0, CALL(Seal(m_pLog, &pSealed, nullptr, nullptr, nullptr)), "((void *)0) != pcbPKTOutput"},
+        {0, CALL(Seal(m_pLog, &pSealed, &cb, nullptr, nullptr)), "((void *)0) != pqivenSend"},
+        {0, CALL(Seal(m_pLog, &pSealed, &cb, &none, nullptr)), "NULL != szPublicKeyHex"},
+        {0, CALL(Open(m_pLog, nullptr, 0, nullptr)), "((void *)0) != szPKTInput"},
+        {0, CALL(Open(m_pLog, pBuffer, 0, nullptr)), "0 < cbPKTInput"},
+        {0, CALL(Open(m_pLog, pBuffer, 1, nullptr)), "NULL != pnasinfoOutput"},
+        {-1, CALL(Set(m_pLog, nullptr, 0, "", 0)), "((void *)0) != pqivenSend"},
+        {-1, CALL(Set(m_pLog, &m_send, 0, "", 0)), "PKT_ID_MIN < pktID"},
+        {-1, CALL(Set(m_pLog, &m_send, 256, "", 0)), "PKT_ID_MAX > pktID"},
+        {-1, CALL(Set(m_pLog, &m_send, 0x4B, "", 0)), "FIELD_NONE != ulType"},
+        {-1, CALL(Set(m_pLog, &m_send, 0x5C, "12345", 5)), "cbSlot >= cbValue"},
+        {-1, CALL(Set(m_pLog, &m_send, 0xBC, "", 64 * 32 + 1)), "cbSlot >= cbValue"},
+        {-1, CALL(Add(m_pLog, nullptr, 0, 0)), "((void *)0) != pqivenSend"},
+        {-1, CALL(Add(m_pLog, &m_send, 0, 0)), "PKT_ID_MIN < pktID1"},
+        {-1, CALL(Add(m_pLog, &m_send, 256, 0)), "PKT_ID_MAX > pktID1"},
+        {-1, CALL(AddServ(m_pLog, nullptr, 2, 2)), "((void *)0) != pqivenSend"},
+        {-1, CALL(AddServ(m_pLog, &m_send, 2, -1)), "(0 == blServSupp || 1 == blServSupp)"},
+        {-1, CALL(AddServ(m_pLog, &m_send, 1, -1)), "(0 == blServRun || 1 == blServRun)"},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(c.iResult, c.pfnCall()) << c.szCondition;
@@ -243,13 +238,10 @@ TEST_F(PacketWriter, EveryFieldComesBackEqual) {
         memset(static_cast<void *>(&m_record), 0, sizeof m_record);
         m_record.ulPktType = 2;
         char *pSlot = reinterpret_cast<char *>(&m_record) + attrib.ulOffset;
-        const size_t cbText = attrib.ulPktId == 0x1A   ? 255
-                              : attrib.ulPktId == 0x2A ? 1535
-                                                       : attrib.cbField - 1;
+        // One field carries at most 255 bytes, the long text in chunks at most 1535.
+        const size_t cbText = std::min(attrib.cbField - 1, attrib.ulPktId == 0x2A ? 1535U : 255U);
         if (attrib.ulType == FIELD_INTEGER) memcpy(pSlot, "\x81\x02\x03\x04\x05\x06\x07\x88", attrib.cbField);
-        if (attrib.ulType == FIELD_STRING)
-            memset(pSlot, 't',
-                   std::min<size_t>(cbText, attrib.cbField > 256 && attrib.ulPktId != 0x2A ? 255 : cbText));
+        if (attrib.ulType == FIELD_STRING) memset(pSlot, 't', cbText);
         if (attrib.ulType == FIELD_ARRAY) {
             m_record.ulArrayCount = 32;
             for (size_t i = 0; i < 32; ++i)
@@ -278,7 +270,7 @@ struct SealedPacket : PacketWriter {
         ASSERT_EQ(0, QIVENProcessKeyInit());
         sodium_bin2hex(m_szKey, sizeof m_szKey, QIVENProcessPublicKeyGet(), QIVEN_KEY_SIZE);
     }
-    std::string Seal() {
+    std::string MakeSealed() {
         m_record.ulPktType = 2;
         strcpy(m_record.szHostName, "sealed");
         List({0x01, 0xA4, 0x11});
@@ -334,7 +326,7 @@ TEST_F(SealedPacket, WhatCannotBeSealed) {
 }
 
 TEST_F(SealedPacket, OpensForItsAskerAlone) {
-    const std::string packet = Seal();
+    const std::string packet = MakeSealed();
     EXPECT_EQ("\x12\x34\x55\x66TAVO", packet.substr(0, 8));
     EXPECT_EQ(20, Read(packet));
     EXPECT_STREQ("sealed", m_back.szHostName);
@@ -352,7 +344,7 @@ TEST_F(SealedPacket, OpensForItsAskerAlone) {
 }
 
 TEST_F(SealedPacket, AnyDamageRefusesIt) {
-    const std::string packet = Seal();
+    const std::string packet = MakeSealed();
     for (size_t i = 8; i < packet.size(); ++i) {
         std::string damaged = packet;
         damaged[i] = static_cast<char>(damaged[i] ^ 0x10);
