@@ -1,0 +1,273 @@
+// Sending, listening and searching when the system says no: what is reported, what is returned, and that
+// nothing stays open.
+#include <qiven/keys.h>
+#include <qiven/search.h>
+#include <qiven/udp.h>
+#include <gtest/gtest.h>
+#include <tavocore.h>
+
+#include <filesystem>
+#include <functional>
+#include <regex>
+
+#include "socket/dump_host.h"
+#include "support/interpose.h"
+#include "support/log_capture.h"
+#include "support/packets.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+LogCapture *g_log;
+
+ptrdiff_t CountDescriptors() {
+    using It = std::filesystem::directory_iterator;
+    return std::distance(It("/proc/self/fd"), It());
+}
+
+Lines TakeMessages() {
+    static const std::regex reNumber(R"(sockfd=\d+)");
+    Lines lines = LogCapture::Take();
+    for (std::string &line : interpose::TakeSyslog())
+        lines.push_back(std::move(line));
+    for (std::string &line : lines)
+        line = std::regex_replace(line, reNumber, "sockfd=N");
+    return lines;
+}
+
+int Send(uint32_t ulIP = 0x0100007F, const char *szTo = "127.0.0.1") {
+    QIVEN_CONN conn{{}, QIVEN_PORT, 0, nullptr, nullptr};
+    memcpy(conn.szAddr, szTo, strnlen(szTo, sizeof conn.szAddr));
+    QIVEN_NETIF netIf{};
+    netIf.szIfName[0] = 'e';
+    netIf.ulIP = ulIP;
+    return QIVENUDPSend(g_log->Record(), reinterpret_cast<const unsigned char *>("abc"), 3, &conn, &netIf, 1);
+}
+
+int Client(bool blKeys) {
+    if (blKeys) QIVENProcessKeyInit();
+    nasinfo record{};
+    record.ulPktType = QIVEN_PKT_QUERY;
+    QIVEN_SEND send{&record, 2, {0x01, 0xA4}};
+    const QIVEN_CONN conn{"10.0.0.9", QIVEN_PORT, 0, nullptr, g_log->Record()};
+    const int iResult = QIVENUDPClient(&conn, &send);
+    QIVENProcessKeyCleanup();
+    return iResult;
+}
+
+int Listen(const char *szAddr = "127.0.0.1") {
+    interpose::clock = {true, 0, 0, 0, 0, [] {
+                            if (interpose::clock.nWaits == 1) SendTo("junk");
+                        }};
+    QIVEN_CONN conn{{}, QIVEN_PORT, 1, nullptr, g_log->Record()};
+    memcpy(conn.szAddr, szAddr, strnlen(szAddr, sizeof conn.szAddr));
+    const QIVEN_RECV recv{};
+    return QIVENUDPServer(&conn, &recv, nullptr, nullptr);
+}
+
+int Search() {
+    interpose::clock = {true, 0, 0, 0, 0, nullptr};
+    testing::internal::CaptureStderr();
+    const int iResult = TAVOQIVENDumpHost();
+    const std::string text = testing::internal::GetCapturedStderr();
+    static const std::regex reLine(R"(\(\d+\))");
+    if (!text.empty()) EXPECT_TRUE(text.ends_with("Server run error!")) << text;
+    EXPECT_EQ(nullptr, gpLog);
+    EXPECT_EQ(0, QIVENProcessKeyInited());
+    return iResult;
+}
+
+int Broadcast() {
+    const uint32_t ulAddr = 0x0100000A;
+    return BroadcastUdpByInterface("abc", 3, &ulAddr);
+}
+
+int ListHost() {
+    sandbox::WriteFile("/tmp/tavoqx.list", "");
+    nasinfo record{};
+    record.ulPktType = QIVEN_PKT_ANSWER;
+    record.ulIP = 0x0100000A;
+    record.szHostName[0] = 'n';
+    return qiven::socket::addNasinfoToList(&record);
+}
+
+int ReadList() {
+    sandbox::WriteFile("/tmp/tavoqx.list.tmp", "7,300,nas1,10.0.0.1,\n7,300,nas2,10.0.0.2,\n");
+    TLIBC_SZHASH_HANDLE pHash = TLIBCSzHashAlloc(8);
+    const int iResult = TAVOQIVENGet2Hash(&pHash);
+    TLIBCSzHashFree(pHash);
+    return iResult == -1 && std::filesystem::exists("/tmp/tavoqx.list.tmp") ? -2 : iResult;
+}
+
+class Failures : public testing::Test {
+  protected:
+    void SetUp() override {
+        sandbox::Enter();
+        sandbox::PrivateDir("/etc");
+        sandbox::PrivateDir("/tmp");
+        sandbox::WriteFile("/etc/resolv.conf", "");
+        sandbox::AddEthernet("eth0", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
+        g_log = &m_log;
+    }
+    LogCapture m_log;
+};
+
+struct Case {
+    const char *szCall;  // the one that fails, after nBefore that do not
+    int nBefore;
+    int iErrno;
+    std::function<int()> work;
+    int iResult;
+    Lines messages;
+};
+
+TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
+    const std::string bound = "1|udp:# bind(sockfd=N, brdcast.sin_addr.s_addr = 16777343) error!! error: 98 "
+                              "[Address already in use]\n";
+    const std::string listener = "bind(sockfd=N, servaddr.sin_addr.s_addr = 16777343) error!! errno: 13 "
+                                 "[Permission denied]\n";
+    const std::string junk = "1|udp:# PacketRead Error! ret=[0]\n";
+    const std::string found = "1|udp:# QIVENIfaceInit number of interafce: 1\n";
+    const std::string card = "3|socket/socket_qiven_dump_host(#): ErrQIVENSendQueryPkt() failed!";
+    const std::string hash = "3|socket/socket_qiven_get2hash:# ";
+    const auto send = [] { return Send(); };
+    const auto client = [] { return Client(false); };
+    const auto listen = [] { return Listen(); };
+    const Case cases[] = {
+        {"", 0, 0, send, 3, {}},
+        {"QIVENSocketInit", 0, 0, send, -1, {"1|udp:# Init socket error.\n"}},
+        {"socket", 0, EMFILE, send, -1, {"1|udp:# create socket error.\n"}},
+        {"setsockopt", 0, EPERM, send, 3, {"1|udp:# control setsockopt (SO_REUSEADDR)\n"}},
+        {"setsockopt", 1, EPERM, send, 3, {"1|udp:# control setsockopt (SO_BROADCAST)\n"}},
+        {"bind", 0, EADDRINUSE, send, -1, {bound}},
+        {"sendto", 0, ENETUNREACH, send, -1, {"1|udp:# sendto error ret=[-1] 101 [Network is unreachable]\n"}},
+
+        {"calloc", 0, ENOMEM, client, -1, {}},
+        {"sendto", 0, EPERM, client, 0,
+         {found, "1|udp:# sendto error ret=[-1] 1 [Operation not permitted]\n",
+          "1|udp:# UDPSend error. interface: eth0\n"}},
+        {"QIVENProcessPublicKeyGet", 0, 0, [] { return Client(true); }, -1,
+         {found, "1|udp:# failed to add enc elements.\n"}},
+
+        {"", 0, 0, listen, 0, {junk}},
+        {"QIVENSocketInit", 0, 0, listen, -1, {"1|udp:# Init socket error.\n"}},
+        {"socket", 0, EMFILE, listen, -1, {"1|udp:# create socket error.\n"}},
+        {"setsockopt", 0, EPERM, listen, 0, {"1|udp:# control setsockopt (SO_REUSEADDR)\n", junk}},
+        {"setsockopt", 1, EPERM, listen, 0, {"1|udp:# set sock opt error: Operation not permitted\n", junk}},
+        {"bind", 0, EACCES, listen, -1, {"1|udp:# " + listener}},
+        {"poll", 0, EINTR, listen, 0, {junk}},
+        {"recvfrom", 0, ECONNREFUSED, listen, 0, {"2|udp:# recvfrom error! errno: 111 [Connection refused]\n", junk}},
+
+        {"socket", 0, EMFILE, Broadcast, -1, {"3|create socket error."}},
+        {"bind", 0, EACCES, Broadcast, -1,
+         {"3|bind(sockfd=N, brdcast.sin_addr.s_addr = 16777226) error!! errno=13, err_str=[Permission denied]"}},
+        {"setsockopt", 0, EPERM, Broadcast, -1, {"3|set socket option error."}},
+        {"sendto", 0, EPERM, Broadcast, -1, {"3|sendto error."}},
+
+        {"open", 0, EACCES, Search, -1, {"3|socket/socket_qiven_dump_host(#): Touch /tmp/tavoqx.list failed"}},
+        {"QIVENProcessKeyInit", 0, 0, Search, -1, {"3|Failed to initialize key for encrypted communication\n"}},
+        {"sendto", 0, EPERM, Search, -1, {"3|sendto error.", card}},
+        {"sendto", 1, EPERM, Search, -1, {"3|sendto error.", card}},
+        {"bind", 2, EADDRINUSE, Search, -1, {"3|Fail to search!\n"}},
+        {"rename", 0, EXDEV, Search, 0,
+         {"3|socket/socket_qiven_dump_host(#): rename file failed! [Invalid cross-device link]"}},
+
+        {"open", 0, EACCES, ListHost, 0,
+         {"3|open(/tmp/tavoqx.list, O_APPEND | O_SYNC | O_RDWR, S_IRWXU | S_IRWXG | S_IRWXO) failed! "
+          "error_code[13]=[Permission denied]\n"}},
+        {"write", 0, ENOSPC, ListHost, 0,
+         {"3|socket/socket_qiven_dump_host: addNasinfoToList(#) - write(N, 0,0,n,10.0.0.1,\n, 17) "
+          "No space left on device\n"}},
+
+        {"TLIBCSzListAlloc", 0, 0, ReadList, -1, {}},
+        {"TLIBCStrTrimSpace", 0, 0, ReadList, 1, {hash + "TLIBCStrTrimSpace error!!"}},
+        {"getdelim", 1, ENOMEM, ReadList, -1, {}},
+        {"open", 0, EACCES, ReadList, 0, {}},
+        {"fdopen", 0, ENOMEM, ReadList, 0, {}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::string(c.szCall) + " after " + std::to_string(c.nBefore));
+        std::filesystem::remove("/tmp/tavoqx.list");
+        const auto nBefore = CountDescriptors();
+        interpose::Fail(c.szCall, c.nBefore, c.iErrno);
+        EXPECT_EQ(c.iResult, c.work());
+        EXPECT_FALSE(interpose::IsPending());
+        EXPECT_EQ(c.messages, TakeMessages());
+        EXPECT_EQ(nBefore, CountDescriptors());
+    }
+}
+
+TEST_F(Failures, BadArgumentsAreNamed) {
+    QIVEN_LOG *pLog = m_log.Record();
+    nasinfo record{};
+    QIVEN_SEND noRecord{nullptr, 1, {1}};
+    QIVEN_SEND noFields{&record, 0, {}};
+    const QIVEN_SEND badField{&record, 1, {0x02}};
+    const QIVEN_CONN conn{"127.0.0.1", QIVEN_PORT, 0, nullptr, pLog};
+    const QIVEN_RECV recv{};
+    const QIVEN_NETIF netIf{};
+    const auto *szPkt = reinterpret_cast<const unsigned char *>("a");
+    const auto with = [&](QIVEN_SEND send) { return QIVENUDPClient(&conn, &send); };
+    struct Check {
+        int iExpected;
+        int iResult;
+        Lines messages;
+    };
+    const std::string found = "1|udp:# QIVENIfaceInit number of interafce: 1\n";
+    // Each row's call runs before its messages are taken: initialisers are evaluated in order.
+    const Check checks[] = {
+        {0, QIVENUDPSend(pLog, nullptr, 0, nullptr, nullptr, 1), LogCapture::Take()},
+        {0, QIVENUDPSend(pLog, szPkt, 0, nullptr, nullptr, 1), LogCapture::Take()},
+        {0, QIVENUDPSend(pLog, szPkt, 1, nullptr, nullptr, 1), LogCapture::Take()},
+        {0, QIVENUDPSend(pLog, szPkt, 1, &conn, nullptr, 0), LogCapture::Take()},
+        {1, QIVENUDPSend(pLog, szPkt, 1, &conn, &netIf, 0), LogCapture::Take()},
+        {-1, Send(0, "nonsense"), LogCapture::Take()},
+        {-1, Send(0xFFFFFFFF), LogCapture::Take()},
+        {-1, Send(1, "nonsense"), LogCapture::Take()},
+        {-1, Send(1, "127.0.0.1 and no end"), LogCapture::Take()},
+        {-1, QIVENUDPClient(nullptr, nullptr), LogCapture::Take()},
+        {-1, QIVENUDPClient(&conn, nullptr), LogCapture::Take()},
+        {-1, with(noRecord), LogCapture::Take()},
+        {-1, with(noFields), LogCapture::Take()},
+        {-1, QIVENUDPServer(nullptr, &recv, nullptr, nullptr), LogCapture::Take()},
+        {-1, QIVENUDPServer(&conn, nullptr, nullptr, nullptr), LogCapture::Take()},
+        {-1, Listen("256.0.0.1"), LogCapture::Take()},
+        {-1, (gpLog = pLog, qiven::socket::addNasinfoToList(nullptr)), LogCapture::Take()},
+        {-1, (gpLog = nullptr, qiven::socket::addNasinfoToList(nullptr)), LogCapture::Take()},
+    };
+    const std::string untranslated = "1|udp:# fail to translate IP addr\n";
+    const Lines expected[] = {{Invalid("udp", "((void *)0) != szPKTOutput")},
+                              {Invalid("udp", "0 < cbPKTOutput")},
+                              {Invalid("udp", "((void *)0) != pqivenConn")},
+                              {Invalid("udp", "NULL != pNetIf")},
+                              {},
+                              {"1|udp:# fail to init Iface [e] src addr [0]\n"},
+                              {"1|udp:# fail to init Iface [e] src addr [FFFFFFFF]\n"},
+                              {untranslated},
+                              {untranslated},
+                              {},
+                              {Invalid("udp", "NULL != pqivenSend")},
+                              {Invalid("udp", "((void *)0) != pqivenSend->pnasInfo")},
+                              {Invalid("udp", "0 < pqivenSend->nPktID")},
+                              {},
+                              {Invalid("udp", "NULL != pqivenRecv")},
+                              {untranslated},
+                              {Invalid("socket/socket_qiven_dump_host", "((void *)0) != pnasinfo")},
+                              {}};
+    for (size_t i = 0; i < std::size(checks); ++i) {
+        EXPECT_EQ(checks[i].iExpected, checks[i].iResult) << i;
+        EXPECT_EQ(expected[i], checks[i].messages) << i;
+    }
+    EXPECT_EQ(-1, with(badField));  // the writer says no
+    EXPECT_EQ("1|udp:# fail to create output-packet content.\n", LogCapture::Take().back());
+    sandbox::Run("ip address flush dev eth0");  // listed, not active: nothing was built for the unbound send
+    EXPECT_EQ(0, with(badField));
+    EXPECT_EQ(Invalid("udp", "0 < cbPKTOutput"), LogCapture::Take().back());
+    sandbox::Run("ip link set eth0 down");
+    EXPECT_EQ(-1, with(badField));
+    EXPECT_EQ(Lines{"1|udp:# get physical interface error or no interface\n"}, LogCapture::Take());
+}
+
+}  // namespace

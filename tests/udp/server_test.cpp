@@ -1,0 +1,233 @@
+// The receive loop. Everything runs in one thread: the progress callback of a pass sends what it is to read.
+#include <qiven/udp.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+
+#include <csignal>
+#include <functional>
+
+#include "support/interpose.h"
+#include "support/log_capture.h"
+#include "support/packets.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines g_trace;
+int g_nPass;
+int g_nLastPass;
+std::function<void(int iElapsed)> g_onPass;
+
+class Server : public testing::Test {
+  protected:
+    void SetUp() override {
+        sandbox::Enter();
+        g_trace.clear();
+        g_nPass = 0;
+        g_nLastPass = 1000;
+        g_onPass = nullptr;
+        interpose::clock = {true, 1000, 0, 0, 0, nullptr};
+    }
+    int Listen(int iTimeout, QIVEN_CONN *pConnSend = nullptr, QIVEN_SEND *pSend = nullptr) {
+        const auto pfnCancel = [] { return g_nPass == g_nLastPass ? 1 : 0; };
+        QIVEN_CONN conn{"0.0.0.0", QIVEN_PORT, iTimeout, pfnCancel, m_log.Record()};
+        return QIVENUDPServer(&conn, &m_recv, pConnSend, pSend);
+    }
+    static int Progress(int iTimeout, int iElapsed, int iZero) {
+        EXPECT_EQ(0, iZero);
+        EXPECT_LE(0, iTimeout);
+        ++g_nPass;
+        if (g_onPass) g_onPass(iElapsed);
+        return -1;
+    }
+    static void SendInPass(int iElapsed, const Lines &datagrams) {
+        if (static_cast<size_t>(iElapsed) < datagrams.size()) SendTo(datagrams[static_cast<size_t>(iElapsed)]);
+    }
+    QIVEN_RECV m_recv{[](int iLock) {
+                          g_trace.push_back("lock " + std::to_string(iLock));
+                          return -1;
+                      },
+                      [](nasinfo *pRecord) {
+                          g_trace.push_back(std::string("filter ") + pRecord->szHostName);
+                          return static_cast<int>(pRecord->ulModel);
+                      },
+                      [](nasinfo *pRecord) {
+                          g_trace.push_back(std::string("handle ") + pRecord->szHostName);
+                          return -1;
+                      },
+                      Progress};
+    LogCapture m_log;
+};
+
+TEST_F(Server, EndsWhenMoreThanTheLimitHasPassed) {
+    static std::vector<int> elapsed;
+    for (const int nSecondsPerDatagram : {0, 1}) {  // nothing comes; a datagram a second comes
+        elapsed.clear();
+        interpose::clock.nSecondsPerDatagram = nSecondsPerDatagram;
+        g_onPass = [nSecondsPerDatagram](int iElapsed) {
+            elapsed.push_back(iElapsed);
+            if (nSecondsPerDatagram == 1) SendTo("junk");
+        };
+        const time_t start = interpose::clock.now;
+        EXPECT_EQ(0, Listen(10));
+        EXPECT_EQ(nSecondsPerDatagram == 1 ? 11 : 12, interpose::clock.now - start);
+        EXPECT_EQ(nSecondsPerDatagram == 1 ? (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10})
+                                           : (std::vector<int>{0, 2, 4, 6, 8, 10}),
+                  elapsed);
+    }
+    g_nPass = 0;
+    g_nLastPass = 500;
+    EXPECT_EQ(0, Listen(0));  // no limit: only cancel ends it
+    EXPECT_EQ(500, g_nPass);
+}
+
+TEST_F(Server, QueriesLeaveAtTheirTimes) {
+    sandbox::PrivateDir("/etc");
+    sandbox::AddEthernet("eth0", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
+    struct Case {
+        int iPeriod;
+        int nSecondsPerDatagram;
+        std::vector<int> expected;
+    };
+    const Case cases[] = {{3, 1, {1, 4, 7, 10}}, {3, 0, {2, 4, 8, 10}}, {-1, 1, {0}}, {-1, 0, {0}},
+                          {1, 1, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},      {0, 1, {}},   {-2, 1, {}}};
+    for (const Case &c : cases) {
+        // The client asks for its own cancel before it sends: that is the moment.
+        static std::vector<int> queries;
+        static int iNow;
+        queries.clear();
+        interpose::clock.nSecondsPerDatagram = c.nSecondsPerDatagram;
+        g_onPass = [&c](int iElapsed) {
+            iNow = iElapsed;
+            if (c.nSecondsPerDatagram == 1) SendTo("junk");
+        };
+        const auto pfnNote = [] {
+            queries.push_back(iNow);
+            return 0;
+        };
+        nasinfo record{};
+        record.ulPktType = QIVEN_PKT_QUERY;
+        QIVEN_SEND send{&record, 2, {0x01, 0xA4}};
+        QIVEN_CONN query{"10.0.0.9", 9998, c.iPeriod, pfnNote, nullptr};
+        EXPECT_EQ(0, Listen(10, &query, &send));
+        EXPECT_EQ(c.expected, queries) << c.iPeriod;
+    }
+    m_log.Take();
+    QIVEN_CONN query{"10.0.0.9", 9998, -1, nullptr, m_log.Record()};
+    EXPECT_EQ(-1, Listen(10, &query, nullptr));
+    EXPECT_EQ((Lines{Invalid("udp", "NULL != pqivenSend"), "1|udp:# broadcast query packet error!\n"}),
+              m_log.Take());
+}
+
+TEST_F(Server, OneDatagramPerPassGoesThroughFilterLockAndHandler) {
+    const auto name = [](const std::string &host, uint32_t ulModel) {
+        return Field(0x11, host) + Number(0x48, ulModel);
+    };
+    std::string full = Packet(2, name("cut", 1));
+    while (8192 - full.size() > 2 * 257)
+        full += Field(0xFA, std::string(255, 'x'));
+    full += Field(0xFA, std::string(200, 'x'));
+    full += Field(0xFA, std::string(8192 - full.size() - 2, 'x'));
+    const Lines datagrams{Packet(2, name("nas1", 1)), Packet(3),    Packet(1, name("zero", 0)),
+                          "junk",                     "",           Packet(6, name("two", 2)),
+                          full + std::string(900, 'x'), "\x12\x34\x55\x66TAVO sealed", Packet(2, name("nas2", 1))};
+    g_nLastPass = static_cast<int>(datagrams.size());
+    interpose::clock.nSecondsPerDatagram = 1;
+    g_onPass = [&](int iElapsed) { SendInPass(iElapsed, datagrams); };
+    EXPECT_EQ(0, Listen(100));
+    EXPECT_EQ((Lines{"filter nas1", "lock 1", "handle nas1", "lock 0", "filter zero", "filter two", "filter cut",
+                     "lock 1", "handle cut", "lock 0", "filter nas2", "lock 1", "handle nas2", "lock 0"}),
+              g_trace);
+    const Lines messages = m_log.Take();
+    const auto nErrors = std::count(messages.begin(), messages.end(), "1|udp:# PacketRead Error! ret=[0]\n");
+    EXPECT_EQ(3, nErrors);
+    const auto nEmpty = std::count_if(messages.begin(), messages.end(), [](const std::string &line) {
+        return line.starts_with("2|udp:# recvfrom error! errno: ");
+    });
+    EXPECT_EQ(1, nEmpty);
+}
+
+TEST_F(Server, EveryCallbackMayBeNull) {
+    struct Case {
+        bool blFilter;
+        bool blLock;
+        bool blHandler;
+        Lines expected;
+    };
+    const Case cases[] = {{false, true, true, {"lock 1", "handle nas1", "lock 0"}},
+                          {true, false, true, {"filter nas1", "handle nas1"}},
+                          {true, true, false, {"filter nas1", "lock 1", "lock 0"}},
+                          {false, false, false, {}}};
+    const QIVEN_RECV all = m_recv;
+    for (const Case &c : cases) {
+        m_recv = all;
+        if (!c.blFilter) m_recv.pfnFilter = nullptr;
+        if (!c.blLock) m_recv.pfnLock = nullptr;
+        if (!c.blHandler) m_recv.pfnHandler = nullptr;
+        m_recv.pfnProgress = nullptr;
+        interpose::clock.nWaits = 0;
+        interpose::clock.fnOnWait = [] {
+            if (interpose::clock.nWaits == 1) SendTo(Packet(2, Field(0x11, "nas1") + Number(0x48, 1)));
+        };
+        g_trace.clear();
+        EXPECT_EQ(0, Listen(1));
+        EXPECT_EQ(c.expected, g_trace);
+    }
+}
+
+TEST_F(Server, ABurstIsReadWithoutWaitingInBetween) {
+    constexpr int kBurst = 60;
+    Lines expected;
+    for (int i = 0; i < kBurst; ++i)
+        expected.push_back("handle n" + std::to_string(i));
+    m_recv.pfnLock = nullptr;
+    m_recv.pfnFilter = nullptr;
+    g_onPass = [](int /*iElapsed*/) {
+        for (int i = 0; g_nPass == 1 && i < kBurst; ++i)
+            SendTo(Packet(2, Field(0x11, "n" + std::to_string(i))));
+    };
+    EXPECT_EQ(0, Listen(1));
+    EXPECT_EQ(expected, g_trace);
+    EXPECT_EQ(2, interpose::clock.nWaits);  // before the first one and after the last
+}
+
+TEST_F(Server, DescriptorsAbove1024AreWaitedOn) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit more{std::min<rlim_t>(limit.rlim_max, 2000), limit.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &more));
+    std::vector<int> filler;
+    do
+        filler.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    while (filler.back() >= 0 && filler.back() < 1030);
+    ASSERT_LE(1030, filler.back());
+    interpose::clock.nSecondsPerDatagram = 1;
+    g_onPass = [](int iElapsed) { SendInPass(iElapsed, {Packet(2, Field(0x11, "nas1") + Number(0x48, 1))}); };
+    EXPECT_EQ(0, Listen(1));
+    EXPECT_EQ((Lines{"filter nas1", "lock 1", "handle nas1", "lock 0"}), g_trace);
+    for (const int fd : filler)
+        close(fd);
+}
+
+TEST_F(Server, ASignalDuringTheWaitStartsTheNextPass) {
+    interpose::clock.blVirtual = false;
+    g_nLastPass = 5;
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval every{{0, 50'000}, {0, 50'000}};
+    const itimerval never{};
+    const time_t start = time(nullptr);
+    setitimer(ITIMER_REAL, &every, nullptr);
+    EXPECT_EQ(0, Listen(0));
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_GE(3, time(nullptr) - start);  // five undisturbed waits last ten seconds
+    EXPECT_EQ(Lines{}, m_log.Take());
+}
+
+}  // namespace
