@@ -28,12 +28,12 @@ ptrdiff_t CountDescriptors() {
 }
 
 Lines TakeMessages() {
-    static const std::regex reNumber(R"(sockfd=\d+)");
+    static const std::regex reNumber(R"((sockfd=|write\()\d+)");
     Lines lines = LogCapture::Take();
     for (std::string &line : interpose::TakeSyslog())
         lines.push_back(std::move(line));
     for (std::string &line : lines)
-        line = std::regex_replace(line, reNumber, "sockfd=N");
+        line = std::regex_replace(line, reNumber, "$1N");
     return lines;
 }
 
@@ -72,8 +72,7 @@ int Search() {
     testing::internal::CaptureStderr();
     const int iResult = TAVOQIVENDumpHost();
     const std::string text = testing::internal::GetCapturedStderr();
-    static const std::regex reLine(R"(\(\d+\))");
-    if (!text.empty()) EXPECT_TRUE(text.ends_with("Server run error!")) << text;
+    EXPECT_TRUE(text.empty() || text.ends_with("Server run error!")) << text;
     EXPECT_EQ(nullptr, gpLog);
     EXPECT_EQ(0, QIVENProcessKeyInited());
     return iResult;
@@ -135,6 +134,10 @@ TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
     const auto send = [] { return Send(); };
     const auto client = [] { return Client(false); };
     const auto listen = [] { return Listen(); };
+    const auto searchWithoutList = [] {
+        std::filesystem::create_symlink("nowhere", "/tmp/tavoqx.list");
+        return Search();
+    };
     const Case cases[] = {
         {"", 0, 0, send, 3, {}},
         {"QIVENSocketInit", 0, 0, send, -1, {"1|udp:# Init socket error.\n"}},
@@ -166,7 +169,7 @@ TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
         {"setsockopt", 0, EPERM, Broadcast, -1, {"3|set socket option error."}},
         {"sendto", 0, EPERM, Broadcast, -1, {"3|sendto error."}},
 
-        {"open", 0, EACCES, Search, -1, {"3|socket/socket_qiven_dump_host(#): Touch /tmp/tavoqx.list failed"}},
+        {"", 0, 0, searchWithoutList, -1, {"3|socket/socket_qiven_dump_host(#): Touch /tmp/tavoqx.list failed"}},
         {"QIVENProcessKeyInit", 0, 0, Search, -1, {"3|Failed to initialize key for encrypted communication\n"}},
         {"sendto", 0, EPERM, Search, -1, {"3|sendto error.", card}},
         {"sendto", 1, EPERM, Search, -1, {"3|sendto error.", card}},
@@ -178,7 +181,7 @@ TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
          {"3|open(/tmp/tavoqx.list, O_APPEND | O_SYNC | O_RDWR, S_IRWXU | S_IRWXG | S_IRWXO) failed! "
           "error_code[13]=[Permission denied]\n"}},
         {"write", 0, ENOSPC, ListHost, 0,
-         {"3|socket/socket_qiven_dump_host: addNasinfoToList(#) - write(N, 0,0,n,10.0.0.1,\n, 17) "
+         {"3|socket/socket_qiven_dump_host: addNasinfoToList(#) - write(N, 0,0,n,10.0.0.1,\n, 16) "
           "No space left on device\n"}},
 
         {"TLIBCSzListAlloc", 0, 0, ReadList, -1, {}},

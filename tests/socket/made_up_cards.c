@@ -1,0 +1,12 @@
+/* Another library of numbered cards, in place of the platform's. */
+#include <tavonetsdk.h>
+
+#include <stdio.h>
+
+/* 0: works. 1: cannot be asked. 2: has no usable address. 3: works. 40: cannot be asked. No others. */
+int TAVONetGetCard1(int iCard, int iFlags, TAVO_NET_CARD *pCard) {
+    if (iCard == 1 || iCard == 40 || iFlags != 0) return -1;
+    if (iCard > 3) return 0;
+    snprintf(pCard->szAddr, sizeof pCard->szAddr, "%s", iCard == 2 ? "1.2.3.4.5" : "127.0.0.1");
+    return 1;
+}
