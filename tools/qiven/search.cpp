@@ -20,7 +20,7 @@
 #include "query.h"
 #include "report.h"
 #include "text.h"
-#include "verdict.h"
+#include "doctor.h"
 
 namespace qiven::find {
 
