@@ -26,13 +26,19 @@ constexpr std::chrono::milliseconds kShortListen{100};
 // Long enough for hosts that answer after a pause.
 constexpr std::chrono::milliseconds kLongListen{2000};
 
-std::vector<Check> Examine(std::chrono::milliseconds listen, bool blAll) {
+struct Diagnosis {
     std::vector<Check> checks;
+    size_t nAnswers = 0;
+};
+
+Diagnosis Examine(std::chrono::milliseconds listen, bool blAll) {
+    Diagnosis diagnosis;
+    std::vector<Check> &checks = diagnosis.checks;
     std::vector<QIVEN_NETIF> usable;
     checks.push_back(doctor::CheckCards(usable));
     checks.push_back(doctor::CheckPort());
-    doctor::CheckTraffic(usable, listen, blAll, checks);
-    return checks;
+    diagnosis.nAnswers = doctor::CheckTraffic(usable, listen, blAll, checks);
+    return diagnosis;
 }
 
 // The first fault is the cause: the checks come in the order in which one thing needs the other.
@@ -47,11 +53,12 @@ std::string Capitalised(std::string text) {
     return text;
 }
 
-std::string VerdictOf(const std::vector<Check> &checks) {
-    const Check *pCause = FindCause(checks);
-    if (pCause != nullptr) return fmt::format("{}: {}.", Capitalised(pCause->text), pCause->remedy);
-    const bool blIncomplete = checks.front().result == Result::kSkipped;
-    if (blIncomplete) return fmt::format("The checks could not run: {}.", checks.front().text);
+std::string VerdictOf(const Diagnosis &diagnosis) {
+    const Check *pCause = FindCause(diagnosis.checks);
+    if (pCause != nullptr) return fmt::format("{}; {}.", Capitalised(pCause->text), pCause->remedy);
+    const Check &cards = diagnosis.checks.front();
+    if (cards.result == Result::kSkipped) return fmt::format("The checks could not run: {}.", cards.text);
+    if (diagnosis.nAnswers != 0) return "Nothing is wrong on this machine: hosts answer.";
     return "Nothing is wrong on this machine: the hosts may be off, or in another segment, which broadcasts "
            "do "
            "not reach.";
@@ -71,11 +78,11 @@ const char *NameOf(Result result) {
     return "skipped";
 }
 
-void PrintJson(const std::vector<Check> &checks) {
-    ordered_json object = {{"schema", kSchema}, {"verdict", VerdictOf(checks)}, {"cause", nullptr}};
-    if (const Check *pCause = FindCause(checks); pCause != nullptr) object["cause"] = pCause->name;
+void PrintJson(const Diagnosis &diagnosis) {
+    ordered_json object = {{"schema", kSchema}, {"verdict", VerdictOf(diagnosis)}, {"cause", nullptr}};
+    if (const Check *pCause = FindCause(diagnosis.checks); pCause != nullptr) object["cause"] = pCause->name;
     object["checks"] = ordered_json::array();
-    for (const Check &check : checks) {
+    for (const Check &check : diagnosis.checks) {
         ordered_json entry = {{"name", check.name}, {"result", NameOf(check.result)}, {"text", check.text}};
         if (!check.remedy.empty()) entry["remedy"] = check.remedy;
         object["checks"].push_back(std::move(entry));
@@ -83,21 +90,21 @@ void PrintJson(const std::vector<Check> &checks) {
     output::Write(object.dump(2, ' ', true, ordered_json::error_handler_t::replace) + "\n");
 }
 
-void PrintText(const std::vector<Check> &checks) {
-    std::string lines = VerdictOf(checks) + "\n\n";
-    for (const Check &check : checks)
+void PrintText(const Diagnosis &diagnosis) {
+    std::string lines = VerdictOf(diagnosis) + "\n\n";
+    for (const Check &check : diagnosis.checks)
         lines += fmt::format("{:<8} {:<9} {}\n", NameOf(check.result), check.name, check.text);
     output::Write(lines);
 }
 
 int Doctor(bool blJson) {
-    const std::vector<Check> checks = Examine(kLongListen, true);
+    const Diagnosis diagnosis = Examine(kLongListen, true);
     if (blJson)
-        PrintJson(checks);
+        PrintJson(diagnosis);
     else
-        PrintText(checks);
-    if (FindCause(checks) != nullptr) return kNothing;
-    return checks.front().result == Result::kSkipped ? kNetwork : kDone;
+        PrintText(diagnosis);
+    if (FindCause(diagnosis.checks) != nullptr) return kNothing;
+    return diagnosis.checks.front().result == Result::kSkipped ? kNetwork : kDone;
 }
 
 }  // namespace

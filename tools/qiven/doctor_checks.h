@@ -31,8 +31,8 @@ Check CheckPort();
 
 // Sends one query by every interface while listening for what comes in, our own query above all. Listens for
 // the whole time with blAll, else until every query has been heard. Adds checks "send", "loopback",
-// "firewall" and "arrivals".
-void CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::milliseconds listen, bool blAll,
-                  std::vector<Check> &checks);
+// "firewall" and "arrivals". Returns the number of answers that hosts sent.
+size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::milliseconds listen, bool blAll,
+                    std::vector<Check> &checks);
 
 }  // namespace qiven::doctor

@@ -210,9 +210,12 @@ Check CheckPort() {
             "stop that program, or let it set SO_REUSEADDR"};
 }
 
-void CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::milliseconds listen, bool blAll,
-                  std::vector<Check> &checks) {
-    if (usable.empty()) return Skip(checks, "send", "needs a usable card");
+size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::milliseconds listen, bool blAll,
+                    std::vector<Check> &checks) {
+    if (usable.empty()) {
+        Skip(checks, "send", "needs a usable card");
+        return 0;
+    }
     const Socket listener;
     const bool blListening = listener.Bind(INADDR_ANY, QIVEN_PORT) == 0;
     std::vector<const QIVEN_NETIF *> sent;
@@ -225,7 +228,10 @@ void CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::milliseco
     }
     if (sent.size() == usable.size())
         checks.push_back({"send", Result::kOk, "the query goes out by every card", {}});
-    if (!blListening) return Skip(checks, "loopback", "needs the port");
+    if (!blListening) {
+        Skip(checks, "loopback", "needs the port");
+        return 0;
+    }
 
     Heard heard;
     Listen(listener.fd, usable, sent.size(), Clock::now() + listen, blAll, heard);
@@ -238,6 +244,7 @@ void CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::milliseco
     else if (!sent.empty())
         checks.push_back({"loopback", Result::kOk, "our own query comes back", {}});
     if (blAll) checks.push_back(JudgeArrivals(heard));
+    return heard.nAnswers;
 }
 
 }  // namespace qiven::doctor

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "text.h"
+
 namespace qiven::firewall {
 
 namespace {
@@ -108,7 +110,7 @@ std::vector<Chain> ParseNft(const std::string &ruleset) {
             blIPv4 = words[1] != "ip6" && words[1] != "arp";
             table = words[1] + " " + words[2];
         } else if (words.size() >= 2 && words[0] == "chain") {
-            chains.push_back({fmt::format("nftables chain {} {}", table, words[1])});
+            chains.push_back({fmt::format("nftables chain {} {}", table, words[1]), false, false, false, {}});
         } else if (chains.empty() || !blIPv4 || words.empty()) {
             continue;
         } else if (words[0] == "type" && HasWord(words, {"hook"})) {
@@ -146,9 +148,9 @@ std::vector<Chain> ParseIptables(const std::string &saved) {
 }
 
 std::string Describe(const Chain &chain, const std::string &rule) {
-    const size_t iStart = rule.find_first_not_of(" \t");
-    return fmt::format("the rule \"{}\" in {}", rule.substr(iStart == std::string::npos ? 0 : iStart),
-                       chain.name);
+    // Rules carry comments and names that anybody may have written.
+    const size_t iStart = std::min(rule.find_first_not_of(" \t"), rule.size());
+    return fmt::format("the rule \"{}\" in {}", text::Escape(rule.substr(iStart)), text::Escape(chain.name));
 }
 
 using Suspect = bool (*)(const std::vector<std::string> &words);
@@ -172,7 +174,7 @@ std::optional<std::string> FindPolicy(const std::vector<Chain> &chains, Directio
             std::any_of(chain.rules.begin(), chain.rules.end(), [](const std::string &rule) {
                 return NamesPort(Words(rule)) && HasWord(Words(rule), {"accept", "ACCEPT"});
             });
-        if (!blAllowed) return fmt::format("the policy \"drop\" of {}", chain.name);
+        if (!blAllowed) return fmt::format("the policy \"drop\" of {}", text::Escape(chain.name));
     }
     return std::nullopt;
 }
@@ -187,17 +189,20 @@ std::optional<std::string> FindIn(const std::vector<Chain> &chains, Direction di
         chains, direction, [](const auto &words) { return Drops(words) && IsAboutEverything(words); }, true);
 }
 
-// Rules made with the newer iptables show up in nftables as well; those of the older one only here.
-constexpr const char *kNft = "nft list ruleset";
-constexpr const char *kIptables = "iptables-legacy-save";
-constexpr const char *kOtherIptables = "iptables-save";
+// Rules made with the newer iptables show up in nftables as well; those of the older one only in its own
+// list.
+std::vector<std::vector<Chain>> ReadFilters() {
+    return {ParseNft(Run("nft --stateless list ruleset")), ParseIptables(Run("iptables-legacy-save")),
+            ParseIptables(Run("iptables-save"))};
+}
 
 }  // namespace
 
 std::optional<std::string> FindDrop(Direction direction) {
-    if (auto found = FindIn(ParseNft(Run(kNft)), direction)) return found;
-    if (auto found = FindIn(ParseIptables(Run(kIptables)), direction)) return found;
-    return FindIn(ParseIptables(Run(kOtherIptables)), direction);
+    static const std::vector<std::vector<Chain>> filters = ReadFilters();
+    for (const std::vector<Chain> &chains : filters)
+        if (auto found = FindIn(chains, direction)) return found;
+    return std::nullopt;
 }
 
 }  // namespace qiven::firewall

@@ -1,0 +1,178 @@
+#!/usr/bin/env python3
+"""qiven decode: every refusal, fields known and unknown, hex dumps, captures of every kind. Argument: the command."""
+import json
+import os
+import random
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+
+QIVEN = ""
+PLAIN = bytes.fromhex("12345678") + b"TAVO"
+SEALED = bytes.fromhex("12345566") + b"TAVO"
+
+
+def field(ident, value=b"", length=None):
+    return bytes([ident, len(value) if length is None else length]) + value
+
+
+def number(ident, value):
+    return field(ident, struct.pack("<I", value))
+
+
+BASIC = number(0x01, 1) + number(0xA4, 0x01020000)
+
+
+def run(*args, stdin=b""):
+    done = subprocess.run([QIVEN, "decode", *args], input=stdin, capture_output=True, timeout=30, check=False)
+    return done.returncode, done.stdout.decode("ascii"), done.stderr.decode()
+
+
+def decode(packet):
+    status, out, err = run("--format", "json", packet.hex())
+    (shown,) = json.loads(out)
+    assert err == "", err
+    return status, shown
+
+
+def udp(payload, sport=1234, dport=9999, more=False, offset=0):
+    if offset == 0:
+        payload = struct.pack(">HHHH", sport, dport, 8 + len(payload), 0) + payload
+    fragment = (0x2000 if more else 0) | offset
+    return struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(payload), 7, fragment, 64, 17, 0, bytes([10, 0, 0, 1]),
+                       bytes([255] * 4)) + payload
+
+
+def pcap(link, *frames, cut=None):
+    data = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, link)
+    for frame in frames:
+        data += struct.pack("<IIII", 1700000000, 5, len(frame[:cut]), len(frame)) + frame[:cut]
+    return data
+
+
+def pcapng(link, *frames):
+    def block(kind, body):
+        body += bytes(-len(body) % 4)
+        return struct.pack("<II", kind, len(body) + 12) + body + struct.pack("<I", len(body) + 12)
+
+    data = block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1)) + block(1, struct.pack("<HHI", link, 0, 65535))
+    return data + b"".join(block(6, struct.pack("<IIIII", 0, 0, 0, len(f), len(f)) + f) for f in frames)
+
+
+ETHER = bytes(12)
+LINKS = {
+    "ethernet, padded": (1, ETHER + b"\x08\x00" + udp(PLAIN + BASIC) + bytes(9)),
+    "vlan": (1, ETHER + b"\x81\x00\x00\x05\x08\x00" + udp(PLAIN + BASIC, 9999, 5)),
+    "two vlans": (1, ETHER + b"\x88\xa8\x00\x05\x81\x00\x00\x06\x08\x00" + udp(PLAIN + BASIC)),
+    "cooked": (113, bytes(14) + b"\x08\x00" + udp(PLAIN + BASIC)),
+    "cooked 2": (276, b"\x08\x00" + bytes(18) + udp(PLAIN + BASIC)),
+    "raw": (101, udp(PLAIN + BASIC)),
+}
+
+
+class Decode(unittest.TestCase):
+    def test_refusals(self):
+        net = number(0x01, 3) + number(0xA4, 0)
+        for reason, packet in {
+            "too short": PLAIN,
+            "header": b"\0" + (PLAIN + BASIC)[1:],
+            "more than 64 fields": PLAIN + BASIC + field(0x03) * 63,
+            "value of field 0x11 runs past the end": PLAIN + BASIC + field(0x11, b"ab", 3),
+            "text of field 0x11 has 36 bytes, at most 35": PLAIN + BASIC + field(0x11, b"a" * 36),
+            "integer of field 0x48 has 3 bytes, must have 4": PLAIN + BASIC + field(0x48, b"abc"),
+            "33 elements of array 0xBC": PLAIN + BASIC + field(0xBC, b"a") * 33,
+            "long text to 1536 bytes": PLAIN + BASIC + field(0x2A, b"a" * 255) * 2 + field(0x72, b"b" * 255) * 5 + field(0x72, b"c" * 6),
+            "ends after identifier 0x72": PLAIN + BASIC + b"\x72",
+            "ends after unknown identifier 0x03": PLAIN + BASIC + b"\x03",
+            "basic fields are missing: 0xA4": PLAIN + number(0x01, 1),
+            "missing: 0x29": PLAIN + net + field(0x20) + field(0x21),
+        }.items():
+            with self.subTest(reason):
+                status, shown = decode(packet)
+                self.assertEqual((status, shown["verdict"]), (1, "refused"))
+                self.assertIn(reason, shown["reason"])
+
+    def test_accepted(self):
+        packet = PLAIN + BASIC + field(0xBC, b"x") + field(0x4B, b"?") + field(0xBC, b"y\0z") + field(0x12, bytes([10, 1, 2, 3]))
+        packet += field(0xB0, struct.pack("<Q", 1 << 40)) + field(0x11, b"\x1b[2J\xff") + field(0xEE, b"a", 200)
+        packet += field(0x2A, b"a" * 255) + field(0x72, b"b" * 255) * 5 + field(0x72, b"c" * 5)
+        # The value of the unknown field does not fit: its first byte is the identifier of another one.
+        packet = packet.replace(b"\xee\xc8a", b"") + field(0xEE, b"", 200) + field(0x11)
+        status, shown = decode(packet)
+        self.assertEqual((status, shown["verdict"]), (0, "accepted"))
+        got = [(f["id"], f["value"], f["length"], f.get("element")) for f in shown["fields"]]
+        self.assertEqual(got[:7], [(1, 1, 4, None), (0xA4, 0x01020000, 4, None), (0xBC, "x", 1, 0), (0x4B, None, 1, None),
+                                   (0xBC, "y", 3, 1), (0x12, "10.1.2.3", 4, None), (0xB0, 1 << 40, 8, None)])
+        self.assertEqual([f["offset"] for f in shown["fields"]][:4], [8, 14, 20, 23])
+        self.assertEqual([f["hex"] for f in shown["fields"] if f["id"] == 0x11], ["1b5b324aff", ""])
+        text = run(packet.hex())[1]
+        self.assertIn('"\\x1b[2J\\xff"', text)
+        self.assertNotIn("\x1b", text)
+
+    def test_sealed(self):
+        status, shown = decode(SEALED + bytes(100))
+        self.assertEqual((status, shown["verdict"], shown["length"], shown["fields"]), (0, "sealed", 108, []))
+
+    def test_walk_agrees_with_reader(self):
+        # Random bytes find what nobody thought of; the command itself compares its walk with the reader.
+        rng = random.Random(9999)
+        idents = [0x01, 0xA4, 0x11, 0x48, 0xBC, 0xBD, 0x72, 0x2A, 0x1A, 0x4B, 0x03, 0xB0, 0x20, 0x21, 0x29]
+        packets = []
+        for _ in range(1200):
+            fields = [field(rng.choice(idents), rng.randbytes(rng.choice([0, 1, 4, 4, 8, 200])),
+                            rng.choice([None] * 9 + [rng.randrange(256)])) for _ in range(rng.randrange(80))]
+            packets.append(PLAIN + rng.choice([b"", BASIC]) + b"".join(fields) + rng.randbytes(rng.choice([0, 0, 0, 1])))
+        status, out, _ = run("--format", "json", stdin="\n\n".join(p.hex() for p in packets).encode())
+        shown = json.loads(out)
+        self.assertEqual((status, len(shown)), (1, len(packets)))
+        self.assertEqual([p["reason"] for p in shown if "internal error" in p.get("reason", "")], [])
+        self.assertEqual({p["verdict"] for p in shown}, {"accepted", "refused"})
+
+    def test_hex_forms(self):
+        packet = PLAIN + BASIC
+        dump = "".join(f"{i:08x}: {packet[i:i+16].hex(' ', 2)}  text: 12 34\n" for i in range(0, len(packet), 16))
+        ip = udp(packet)
+        tcpdump = "".join(f"\t0x{i:04x}:  {ip[i:i+16].hex(' ', 2)}\n" for i in range(0, len(ip), 16))
+        for digits, count in ((packet.hex(":"), 1), (" ".join(f"0x{b:02X}" for b in packet), 1), (dump * 2, 2), (tcpdump, 1)):
+            with self.subTest(digits):
+                status, out, _ = run("--format", "json", stdin=digits.encode())
+                self.assertEqual((status, [p["verdict"] for p in json.loads(out)]), (0, ["accepted"] * count))
+        for bad in ("123", "12 3g", "\x1b", ""):
+            status, out, err = run(stdin=bad.encode())
+            self.assertEqual((status, out), (2, ""))
+            self.assertNotIn("\x1b", err)
+
+    def test_files(self):
+        with tempfile.TemporaryDirectory() as folder:
+            def shown(option, content):
+                path = os.path.join(folder, "file")
+                with open(path, "wb") as file:
+                    file.write(content)
+                status, out, err = run("--format", "json", option, path)
+                return status, json.loads(out), err
+
+            for name, (link, frame) in LINKS.items():
+                for make in (pcap, pcapng):
+                    with self.subTest(name, make=make.__name__):
+                        status, packets, _ = shown("--pcap", make(link, frame, ETHER))
+                        self.assertEqual((status, [(p["verdict"], p["length"]) for p in packets]), (0, [("accepted", 20)]))
+            self.assertEqual(shown("--raw", PLAIN + BASIC)[0], 0)
+            fragments = (udp(b"", more=True, offset=9), udp(PLAIN + BASIC, more=True), udp(BASIC, offset=4), udp(b"", 1, 2))
+            status, packets, _ = shown("--pcap", pcap(101, *fragments))
+            self.assertEqual((status, [p["verdict"] for p in packets]), (1, ["incomplete"] * 2))
+            self.assertTrue(all("fragment" in p["reason"] for p in packets))
+            status, packets, _ = shown("--pcap", pcap(101, udp(PLAIN + BASIC), cut=40))
+            self.assertIn("captured without its last 8 bytes", packets[0]["reason"])
+            # Damaged captures, and every length that a whole one can be cut to.
+            whole = pcapng(1, LINKS["vlan"][1])
+            for content in [pcap(147, b"x"), b"not a capture"] + [whole[:n] for n in range(1, len(whole), 7)]:
+                self.assertIn(shown("--pcap", content)[0], (1, 3))
+            self.assertEqual(shown("--raw", bytes(65536))[0], 3)
+            self.assertEqual(run("--raw", os.path.join(folder, "none"))[0], 3)
+
+
+if __name__ == "__main__":
+    QIVEN = sys.argv.pop(1)
+    unittest.main()

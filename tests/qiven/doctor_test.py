@@ -1,0 +1,91 @@
+#!/usr/bin/env python3
+"""qiven doctor names staged faults, each in a network namespace of its own. Argument: the command."""
+import json
+import os
+import subprocess
+import sys
+import time
+
+QIVEN = ""
+SEALED = bytes.fromhex("12345566") + b"TAVO" + bytes(80)
+ANSWER = bytes.fromhex("12345678") + b"TAVO" + bytes.fromhex("010402000000a40400000000")
+CARD = """ip link add eth0 type veth peer name far0; ip link set far0 netns $HOST; ip address add 10.9.0.1/24 brd + dev eth0
+ip link set eth0 up; nsenter -t $HOST -n ip address add 10.9.0.2/24 brd + dev far0; nsenter -t $HOST -n ip link set far0 up"""
+NFT = "nft add table inet guard; nft 'add chain inet guard c { type filter hook %s priority 0; policy %s; }'; "
+
+HOLD = "import socket,time; s=socket.socket(socket.AF_INET,socket.SOCK_DGRAM); s.bind(('',%d)); print(flush=True); time.sleep(30)"
+SEND = """import socket,time
+s=socket.socket(socket.AF_INET,socket.SOCK_DGRAM); s.setsockopt(socket.SOL_SOCKET,socket.SO_BROADCAST,1)
+print(flush=True)
+for _ in range(300): s.sendto(bytes.fromhex('%s'),('10.9.0.255',9999)); time.sleep(.02)"""
+
+# name: set-up in the shell, Python that runs beside ("here" or on the "host"), status, cause, words of the verdict
+FAULTS = {
+    "healthy": (CARD, None, 0, None, ["may be off"]),
+    "a host answers": (CARD, ("host", SEND % ANSWER.hex()), 0, None, ["hosts answer"]),
+    "no card": ("", None, 1, "cards", ["no card", "loopback"]),
+    "card down": ("ip link add eth0 type veth peer name far0", None, 1, "cards", ["eth0", "down", "ip link set"]),
+    "no address": ("%s; ip address flush dev eth0" % CARD, None, 1, "cards", ["no IPv4 address", "eth0", "DHCP"]),
+    "no carrier": ("%s; nsenter -t $HOST -n ip link set far0 down" % CARD, None, 1, "cards", ["no carrier", "eth0", "cable"]),
+    "only bridges": (CARD.replace("eth0", "veth1") + "; ip link add docker0 type bridge; ip address add 172.17.0.1/16 dev docker0; "
+                     "ip link set docker0 up", None, 1, "cards", ["only container bridges", "docker0", "--all-interfaces"]),
+    "port held": (CARD, ("here", HOLD % 9999), 1, "port", ["9999", "process %d (python3"]),
+    "source port held": (CARD, ("here", HOLD % 1234), 1, "send", ["1234", "process %d (python3"]),
+    "output rule": (CARD + "; " + NFT % ("output", "accept") + "nft add rule inet guard c udp dport 9000-10000 counter drop", None,
+                    1, "firewall", ["refuses", "9000-10000", "chain inet guard c", "way out"]),
+    "input rule": (CARD + "; iptables -A INPUT -p udp --dport 9999 -j DROP", None, 1, "firewall", ["way in", "9999", "INPUT"]),
+    "older iptables": (CARD + "; iptables-legacy -A INPUT -p udp -m multiport --dports 1,9999 -j DROP", None, 1, "firewall",
+                       ["iptables chain INPUT", "--dports 1,9999"]),
+    "input policy": (CARD + "; " + NFT % ("input", "drop") + "nft add rule inet guard c tcp dport 22 accept", None, 1, "firewall",
+                     ["policy", "chain inet guard c"]),
+    "junk": (CARD, ("host", SEND % "6a756e6b"), 1, "arrivals", ["do not decode", "10.9.0.2", "too short"]),
+    "sealed for others": (CARD, ("host", SEND % SEALED.hex()), 1, "arrivals", ["sealed", "somebody else", "10.9.0.2"]),
+}
+
+
+def stage(name):
+    """Runs inside the namespaces."""
+    setup, beside, status, cause, words = FAULTS[name]
+    with subprocess.Popen(["unshare", "-n", "sh", "-c", "echo; exec sleep 60"], stdout=subprocess.PIPE) as host:
+        helpers = [host]
+        try:
+            host.stdout.readline()
+            env = dict(os.environ, HOST=str(host.pid), PATH=os.environ["PATH"] + ":/usr/sbin:/sbin")
+            subprocess.run(["sh", "-ec", "mount -t sysfs sysfs /sys; ip link set lo up\n" + setup], env=env, check=True, timeout=20)
+            pid = 0
+            if beside:
+                place = ["nsenter", "-t", str(host.pid), "-n"] if beside[0] == "host" else []
+                helpers.append(subprocess.Popen(place + [sys.executable, "-c", beside[1]], stdout=subprocess.PIPE, env=env))
+                helpers[-1].stdout.readline()
+                pid = helpers[-1].pid
+            start = time.monotonic()
+            done = subprocess.run([QIVEN, "doctor", "--format", "json"], capture_output=True, timeout=20, check=False)
+            took = time.monotonic() - start
+            shown = json.loads(done.stdout)
+            expected = [word % pid if "%d" in word else word for word in words]
+            missing = [word for word in expected if word.lower() not in shown["verdict"].lower()]
+            good = (done.returncode, shown["cause"], missing, done.stderr) == (status, cause, [], b"") and took < 8
+            text = subprocess.run([QIVEN, "doctor"], capture_output=True, timeout=20, check=False).stdout.decode()
+            good = good and text.split("\n")[1] == "" and (text.split("\n")[0] == shown["verdict"] or cause == "arrivals")
+        finally:
+            for helper in helpers:
+                helper.kill()
+                helper.wait()
+    print(f"{'ok' if good else 'FAILED'}: {name}: {took:.1f} s, status {done.returncode}, {shown['verdict']}", flush=True)
+    if not good:
+        print(json.dumps(shown, indent=1), done.stderr.decode(), text, missing)
+    return 0 if good else 1
+
+
+def main():
+    user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
+    failed = [name for name in FAULTS
+              if subprocess.run(["unshare", *user, "--net", "--mount", sys.executable, __file__, QIVEN, name],
+                                check=False, timeout=90).returncode != 0]
+    print(f"{len(FAULTS) - len(failed)} of {len(FAULTS)} faults named", failed)
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    QIVEN = sys.argv[1]
+    sys.exit(stage(sys.argv[2]) if len(sys.argv) > 2 else main())
