@@ -12,6 +12,7 @@ static std::string g_fails;
 static int g_nLists = 0;
 static TLIBC_SZHASH_HANDLE g_pStore = nullptr;
 
+// NOLINTBEGIN(bugprone-macro-parentheses): types and argument lists are no expressions.
 #define WRAP(type, name, parameters, arguments, failure, before)     \
     extern "C" type __real_##name parameters;                        \
     extern "C" type __wrap_##name parameters;                        \
@@ -29,6 +30,8 @@ WRAP(int, TLIBCSzHashEnumKey, (TLIBC_SZHASH_HANDLE p, TLIBC_SZLIST_HANDLE *pp), 
 WRAP(int, TLIBCSzHashRemoveKey, (TLIBC_SZHASH_HANDLE p, const char *sz), (p, sz), 0, )
 WRAP(int, TLIBCSzHashSetValue, (TLIBC_SZHASH_HANDLE * pp, const char *szKey, const char *szValue),
      (pp, szKey, szValue), -1, g_pStore = *pp)
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime);
 extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime) {

@@ -14,6 +14,7 @@
 static std::string g_fails;
 
 // A wrapper of each call: it fails when g_fails names it.
+// NOLINTBEGIN(bugprone-macro-parentheses): types and argument lists are no expressions.
 #define FAILING(type, name, parameters, arguments, failure)          \
     extern "C" type __real_##name parameters;                        \
     extern "C" type __wrap_##name parameters;                        \
@@ -26,6 +27,7 @@ FAILING(void *, sodium_malloc, (size_t cb), (cb), nullptr)
 FAILING(int, crypto_box_keypair, (unsigned char *pPublic, unsigned char *pSecret), (pPublic, pSecret), -1)
 FAILING(int, sodium_mprotect_readonly, (void *p), (p), -1)
 FAILING(int, sodium_mprotect_noaccess, (void *p), (p), -1)
+// NOLINTEND(bugprone-macro-parentheses)
 
 namespace {
 

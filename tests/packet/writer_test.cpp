@@ -259,7 +259,6 @@ TEST_F(PacketWriter, EveryFieldComesBackEqual) {
     EXPECT_EQ(Lines{}, LogCapture::Take());
 }
 
-const std::string kDecrypted = "2|packet:# QIVENPacketReadEncrypted(#): Decrypted packet.\n";
 const std::string kRefused = "2|packet:# Failed to decrypt packet\n";
 
 struct SealedPacket : PacketWriter {
@@ -330,7 +329,10 @@ TEST_F(SealedPacket, OpensForItsAskerAlone) {
     EXPECT_EQ("\x12\x34\x55\x66TAVO", packet.substr(0, 8));
     EXPECT_EQ(20, Read(packet));
     EXPECT_STREQ("sealed", m_back.szHostName);
-    ASSERT_EQ(1U, LogCapture::Take().size());
+    const Lines opened = LogCapture::Take();
+    ASSERT_EQ(1U, opened.size());
+    EXPECT_TRUE(opened[0].starts_with("2|packet:# QIVENPacketReadEncrypted(")) << opened[0];
+    EXPECT_TRUE(opened[0].ends_with("): Decrypted packet.\n")) << opened[0];
     EXPECT_EQ(20, Read(Basic() + "\x11\6abcdef"));  // plain packets need no key
     EXPECT_EQ(0, Read(packet.substr(0, 8)));        // the header alone is no sealed packet
     EXPECT_EQ(Lines{}, LogCapture::Take());
