@@ -1,6 +1,6 @@
 // Which interface is which card.
-#include <gtest/gtest.h>
 #include <tavonetsdk.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>

@@ -20,8 +20,8 @@ TEST(Cards, FailuresMakeTheMaskAndDoNotStopTheOthers) {
         uint32_t ulFailed;
         size_t nSent;
     };
-    const Case cases[] = {{-1, 0x6, 2},  {0, 0, 1}, {1, 0x2, 0},        {2, 0x4, 0},
-                          {3, 0, 1},     {4, 0, 0}, {40, 0x80000000, 0}, {INT32_MAX, 0, 0}};
+    const Case cases[] = {{-1, 0x6, 2}, {0, 0, 1}, {1, 0x2, 0},         {2, 0x4, 0},
+                          {3, 0, 1},    {4, 0, 0}, {40, 0x80000000, 0}, {INT32_MAX, 0, 0}};
     for (const Case &c : cases) {
         iIFNum = c.iCard;
         EXPECT_EQ(c.ulFailed, ErrQIVENSendBroadcastUdp("abc", 3)) << c.iCard;

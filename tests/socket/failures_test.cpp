@@ -3,12 +3,11 @@
 #include <qiven/keys.h>
 #include <qiven/search.h>
 #include <qiven/udp.h>
-#include <gtest/gtest.h>
 #include <tavocore.h>
+#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <functional>
-#include <regex>
 
 #include "socket/dump_host.h"
 #include "support/interpose.h"
@@ -27,14 +26,12 @@ ptrdiff_t CountDescriptors() {
     return std::distance(It("/proc/self/fd"), It());
 }
 
-Lines TakeMessages() {
-    static const std::regex reNumber(R"((sockfd=|write\()\d+)");
-    Lines lines = LogCapture::Take();
-    for (std::string &line : interpose::TakeSyslog())
-        lines.push_back(std::move(line));
-    for (std::string &line : lines)
-        line = std::regex_replace(line, reNumber, "$1N");
-    return lines;
+std::string TakeMessages() {
+    std::string text;
+    for (const Lines &lines : {LogCapture::Take(), interpose::TakeSyslog()})
+        for (const std::string &line : lines)
+            text += interpose::HideNumbers(line);
+    return text;
 }
 
 int Send(uint32_t ulIP = 0x0100007F, const char *szTo = "127.0.0.1") {
@@ -119,14 +116,16 @@ struct Case {
     int iErrno;
     std::function<int()> work;
     int iResult;
-    Lines messages;
+    std::string messages;
 };
 
 TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
-    const std::string bound = "1|udp:# bind(sockfd=N, brdcast.sin_addr.s_addr = 16777343) error!! error: 98 "
-                              "[Address already in use]\n";
-    const std::string listener = "bind(sockfd=N, servaddr.sin_addr.s_addr = 16777343) error!! errno: 13 "
-                                 "[Permission denied]\n";
+    const std::string bound =
+        "1|udp:# bind(sockfd=#, brdcast.sin_addr.s_addr = 16777343) error!! error: 98 "
+        "[Address already in use]\n";
+    const std::string listener =
+        "bind(sockfd=#, servaddr.sin_addr.s_addr = 16777343) error!! errno: 13 "
+        "[Permission denied]\n";
     const std::string junk = "1|udp:# PacketRead Error! ret=[0]\n";
     const std::string found = "1|udp:# QIVENIfaceInit number of interafce: 1\n";
     const std::string card = "3|socket/socket_qiven_dump_host(#): ErrQIVENSendQueryPkt() failed!";
@@ -139,56 +138,59 @@ TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
         return Search();
     };
     const Case cases[] = {
-        {"", 0, 0, send, 3, {}},
-        {"QIVENSocketInit", 0, 0, send, -1, {"1|udp:# Init socket error.\n"}},
-        {"socket", 0, EMFILE, send, -1, {"1|udp:# create socket error.\n"}},
-        {"setsockopt", 0, EPERM, send, 3, {"1|udp:# control setsockopt (SO_REUSEADDR)\n"}},
-        {"setsockopt", 1, EPERM, send, 3, {"1|udp:# control setsockopt (SO_BROADCAST)\n"}},
-        {"bind", 0, EADDRINUSE, send, -1, {bound}},
-        {"sendto", 0, ENETUNREACH, send, -1, {"1|udp:# sendto error ret=[-1] 101 [Network is unreachable]\n"}},
+        {"", 0, 0, send, 3, ""},
+        {"QIVENSocketInit", 0, 0, send, -1, "1|udp:# Init socket error.\n"},
+        {"socket", 0, EMFILE, send, -1, "1|udp:# create socket error.\n"},
+        {"setsockopt", 0, EPERM, send, 3, "1|udp:# control setsockopt (SO_REUSEADDR)\n"},
+        {"setsockopt", 1, EPERM, send, 3, "1|udp:# control setsockopt (SO_BROADCAST)\n"},
+        {"bind", 0, EADDRINUSE, send, -1, bound},
+        {"sendto", 0, ENETUNREACH, send, -1, "1|udp:# sendto error ret=[-1] 101 [Network is unreachable]\n"},
 
-        {"calloc", 0, ENOMEM, client, -1, {}},
+        {"calloc", 0, ENOMEM, client, -1, ""},
         {"sendto", 0, EPERM, client, 0,
-         {found, "1|udp:# sendto error ret=[-1] 1 [Operation not permitted]\n",
-          "1|udp:# UDPSend error. interface: eth0\n"}},
+         found + "1|udp:# sendto error ret=[-1] 1 [Operation not permitted]\n1|udp:# UDPSend error. "
+                 "interface: eth0\n"},
         {"QIVENProcessPublicKeyGet", 0, 0, [] { return Client(true); }, -1,
-         {found, "1|udp:# failed to add enc elements.\n"}},
+         found + "1|udp:# failed to add enc elements.\n"},
 
-        {"", 0, 0, listen, 0, {junk}},
-        {"QIVENSocketInit", 0, 0, listen, -1, {"1|udp:# Init socket error.\n"}},
-        {"socket", 0, EMFILE, listen, -1, {"1|udp:# create socket error.\n"}},
-        {"setsockopt", 0, EPERM, listen, 0, {"1|udp:# control setsockopt (SO_REUSEADDR)\n", junk}},
-        {"setsockopt", 1, EPERM, listen, 0, {"1|udp:# set sock opt error: Operation not permitted\n", junk}},
-        {"bind", 0, EACCES, listen, -1, {"1|udp:# " + listener}},
-        {"poll", 0, EINTR, listen, 0, {junk}},
-        {"recvfrom", 0, ECONNREFUSED, listen, 0, {"2|udp:# recvfrom error! errno: 111 [Connection refused]\n", junk}},
+        {"", 0, 0, listen, 0, junk},
+        {"QIVENSocketInit", 0, 0, listen, -1, "1|udp:# Init socket error.\n"},
+        {"socket", 0, EMFILE, listen, -1, "1|udp:# create socket error.\n"},
+        {"setsockopt", 0, EPERM, listen, 0, "1|udp:# control setsockopt (SO_REUSEADDR)\n" + junk},
+        {"setsockopt", 1, EPERM, listen, 0, "1|udp:# set sock opt error: Operation not permitted\n" + junk},
+        {"bind", 0, EACCES, listen, -1, "1|udp:# " + listener},
+        {"poll", 0, EINTR, listen, 0, junk},
+        {"recvfrom", 0, ECONNREFUSED, listen, 0,
+         "2|udp:# recvfrom error! errno: 111 [Connection refused]\n" + junk},
 
-        {"socket", 0, EMFILE, Broadcast, -1, {"3|create socket error."}},
+        {"socket", 0, EMFILE, Broadcast, -1, "3|create socket error."},
         {"bind", 0, EACCES, Broadcast, -1,
-         {"3|bind(sockfd=N, brdcast.sin_addr.s_addr = 16777226) error!! errno=13, err_str=[Permission denied]"}},
-        {"setsockopt", 0, EPERM, Broadcast, -1, {"3|set socket option error."}},
-        {"sendto", 0, EPERM, Broadcast, -1, {"3|sendto error."}},
+         "3|bind(sockfd=#, brdcast.sin_addr.s_addr = 16777226) error!! errno=13, err_str=[Permission "
+         "denied]"},
+        {"setsockopt", 0, EPERM, Broadcast, -1, "3|set socket option error."},
+        {"sendto", 0, EPERM, Broadcast, -1, "3|sendto error."},
 
-        {"", 0, 0, searchWithoutList, -1, {"3|socket/socket_qiven_dump_host(#): Touch /tmp/tavoqx.list failed"}},
-        {"QIVENProcessKeyInit", 0, 0, Search, -1, {"3|Failed to initialize key for encrypted communication\n"}},
-        {"sendto", 0, EPERM, Search, -1, {"3|sendto error.", card}},
-        {"sendto", 1, EPERM, Search, -1, {"3|sendto error.", card}},
-        {"bind", 2, EADDRINUSE, Search, -1, {"3|Fail to search!\n"}},
+        {"", 0, 0, searchWithoutList, -1,
+         "3|socket/socket_qiven_dump_host(#): Touch /tmp/tavoqx.list failed"},
+        {"QIVENProcessKeyInit", 0, 0, Search, -1, "3|Failed to initialize key for encrypted communication\n"},
+        {"sendto", 0, EPERM, Search, -1, "3|sendto error." + card},
+        {"sendto", 1, EPERM, Search, -1, "3|sendto error." + card},
+        {"bind", 2, EADDRINUSE, Search, -1, "3|Fail to search!\n"},
         {"rename", 0, EXDEV, Search, 0,
-         {"3|socket/socket_qiven_dump_host(#): rename file failed! [Invalid cross-device link]"}},
+         "3|socket/socket_qiven_dump_host(#): rename file failed! [Invalid cross-device link]"},
 
         {"open", 0, EACCES, ListHost, 0,
-         {"3|open(/tmp/tavoqx.list, O_APPEND | O_SYNC | O_RDWR, S_IRWXU | S_IRWXG | S_IRWXO) failed! "
-          "error_code[13]=[Permission denied]\n"}},
+         "3|open(/tmp/tavoqx.list, O_APPEND | O_SYNC | O_RDWR, S_IRWXU | S_IRWXG | S_IRWXO) failed! "
+         "error_code[13]=[Permission denied]\n"},
         {"write", 0, ENOSPC, ListHost, 0,
-         {"3|socket/socket_qiven_dump_host: addNasinfoToList(#) - write(N, 0,0,n,10.0.0.1,\n, 16) "
-          "No space left on device\n"}},
+         "3|socket/socket_qiven_dump_host: addNasinfoToList(#) - write(#, 0,0,n,10.0.0.1,\n, 16) No space "
+         "left on device\n"},
 
-        {"TLIBCSzListAlloc", 0, 0, ReadList, -1, {}},
-        {"TLIBCStrTrimSpace", 0, 0, ReadList, 1, {hash + "TLIBCStrTrimSpace error!!"}},
-        {"getdelim", 1, ENOMEM, ReadList, -1, {}},
-        {"open", 0, EACCES, ReadList, 0, {}},
-        {"fdopen", 0, ENOMEM, ReadList, 0, {}},
+        {"TLIBCSzListAlloc", 0, 0, ReadList, -1, ""},
+        {"TLIBCStrTrimSpace", 0, 0, ReadList, 1, hash + "TLIBCStrTrimSpace error!!"},
+        {"getdelim", 1, ENOMEM, ReadList, -1, ""},
+        {"open", 0, EACCES, ReadList, 0, ""},
+        {"fdopen", 0, ENOMEM, ReadList, 0, ""},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.szCall) + " after " + std::to_string(c.nBefore));
@@ -213,55 +215,43 @@ TEST_F(Failures, BadArgumentsAreNamed) {
     const QIVEN_NETIF netIf{};
     const auto *szPkt = reinterpret_cast<const unsigned char *>("a");
     const auto with = [&](QIVEN_SEND send) { return QIVENUDPClient(&conn, &send); };
+    const auto send = [&](const unsigned char *sz, int cb, const QIVEN_CONN *pConn,
+                          const QIVEN_NETIF *pNetIf) { return QIVENUDPSend(pLog, sz, cb, pConn, pNetIf, 0); };
+    const auto listHostTo = [](QIVEN_LOG *p) {
+        gpLog = p;
+        return qiven::socket::addNasinfoToList(nullptr);
+    };
     struct Check {
         int iExpected;
         int iResult;
-        Lines messages;
+        Lines expected;
+        Lines messages = LogCapture::Take();  // after the call: initialisers run in order
     };
-    const std::string found = "1|udp:# QIVENIfaceInit number of interafce: 1\n";
-    // Each row's call runs before its messages are taken: initialisers are evaluated in order.
+    const Lines untranslated{"1|udp:# fail to translate IP addr\n"};
     const Check checks[] = {
-        {0, QIVENUDPSend(pLog, nullptr, 0, nullptr, nullptr, 1), LogCapture::Take()},
-        {0, QIVENUDPSend(pLog, szPkt, 0, nullptr, nullptr, 1), LogCapture::Take()},
-        {0, QIVENUDPSend(pLog, szPkt, 1, nullptr, nullptr, 1), LogCapture::Take()},
-        {0, QIVENUDPSend(pLog, szPkt, 1, &conn, nullptr, 0), LogCapture::Take()},
-        {1, QIVENUDPSend(pLog, szPkt, 1, &conn, &netIf, 0), LogCapture::Take()},
-        {-1, Send(0, "nonsense"), LogCapture::Take()},
-        {-1, Send(0xFFFFFFFF), LogCapture::Take()},
-        {-1, Send(1, "nonsense"), LogCapture::Take()},
-        {-1, Send(1, "127.0.0.1 and no end"), LogCapture::Take()},
-        {-1, QIVENUDPClient(nullptr, nullptr), LogCapture::Take()},
-        {-1, QIVENUDPClient(&conn, nullptr), LogCapture::Take()},
-        {-1, with(noRecord), LogCapture::Take()},
-        {-1, with(noFields), LogCapture::Take()},
-        {-1, QIVENUDPServer(nullptr, &recv, nullptr, nullptr), LogCapture::Take()},
-        {-1, QIVENUDPServer(&conn, nullptr, nullptr, nullptr), LogCapture::Take()},
-        {-1, Listen("256.0.0.1"), LogCapture::Take()},
-        {-1, (gpLog = pLog, qiven::socket::addNasinfoToList(nullptr)), LogCapture::Take()},
-        {-1, (gpLog = nullptr, qiven::socket::addNasinfoToList(nullptr)), LogCapture::Take()},
+        {0, send(nullptr, 0, nullptr, nullptr), {Invalid("udp", "((void *)0) != szPKTOutput")}},
+        {0, send(szPkt, 0, nullptr, nullptr), {Invalid("udp", "0 < cbPKTOutput")}},
+        {0, send(szPkt, 1, nullptr, nullptr), {Invalid("udp", "((void *)0) != pqivenConn")}},
+        {0, send(szPkt, 1, &conn, nullptr), {Invalid("udp", "NULL != pNetIf")}},
+        {1, send(szPkt, 1, &conn, &netIf), {}},
+        {-1, Send(0, "nonsense"), {"1|udp:# fail to init Iface [e] src addr [0]\n"}},
+        {-1, Send(0xFFFFFFFF), {"1|udp:# fail to init Iface [e] src addr [FFFFFFFF]\n"}},
+        {-1, Send(1, "nonsense"), untranslated},
+        {-1, Send(1, "127.0.0.1 and no end"), untranslated},
+        {-1, QIVENUDPClient(nullptr, nullptr), {}},
+        {-1, QIVENUDPClient(&conn, nullptr), {Invalid("udp", "NULL != pqivenSend")}},
+        {-1, with(noRecord), {Invalid("udp", "((void *)0) != pqivenSend->pnasInfo")}},
+        {-1, with(noFields), {Invalid("udp", "0 < pqivenSend->nPktID")}},
+        {-1, QIVENUDPServer(nullptr, &recv, nullptr, nullptr), {}},
+        {-1, QIVENUDPServer(&conn, nullptr, nullptr, nullptr), {Invalid("udp", "NULL != pqivenRecv")}},
+        {-1, Listen("256.0.0.1"), untranslated},
+        {-1, listHostTo(pLog), {Invalid("socket/socket_qiven_dump_host", "((void *)0) != pnasinfo")}},
+        {-1, listHostTo(nullptr), {}},
     };
-    const std::string untranslated = "1|udp:# fail to translate IP addr\n";
-    const Lines expected[] = {{Invalid("udp", "((void *)0) != szPKTOutput")},
-                              {Invalid("udp", "0 < cbPKTOutput")},
-                              {Invalid("udp", "((void *)0) != pqivenConn")},
-                              {Invalid("udp", "NULL != pNetIf")},
-                              {},
-                              {"1|udp:# fail to init Iface [e] src addr [0]\n"},
-                              {"1|udp:# fail to init Iface [e] src addr [FFFFFFFF]\n"},
-                              {untranslated},
-                              {untranslated},
-                              {},
-                              {Invalid("udp", "NULL != pqivenSend")},
-                              {Invalid("udp", "((void *)0) != pqivenSend->pnasInfo")},
-                              {Invalid("udp", "0 < pqivenSend->nPktID")},
-                              {},
-                              {Invalid("udp", "NULL != pqivenRecv")},
-                              {untranslated},
-                              {Invalid("socket/socket_qiven_dump_host", "((void *)0) != pnasinfo")},
-                              {}};
-    for (size_t i = 0; i < std::size(checks); ++i) {
-        EXPECT_EQ(checks[i].iExpected, checks[i].iResult) << i;
-        EXPECT_EQ(expected[i], checks[i].messages) << i;
+    for (const Check &check : checks) {
+        SCOPED_TRACE(&check - checks);
+        EXPECT_EQ(check.iExpected, check.iResult);
+        EXPECT_EQ(check.expected, check.messages);
     }
     EXPECT_EQ(-1, with(badField));  // the writer says no
     EXPECT_EQ("1|udp:# fail to create output-packet content.\n", LogCapture::Take().back());

@@ -2,10 +2,10 @@
 #include <qiven/keys.h>
 #include <qiven/search.h>
 #include <qiven/udp.h>
+#include <tavocore.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <tavocore.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -67,15 +67,17 @@ TEST_F(Search, AnswersBecomeLinesOfTheList) {
                                Answer(2, "", "10.0.0.3", ""),
                                Answer(2, "nowhere", "", ""),
                                "junk"};
-    const std::string found = "7,300,nas1,192.168.1.20,\n7,4294967295,nas2,10.0.0.2,id,2\n7,300,nas1,192.168.1.20,\n";
+    const std::string found =
+        "7,300,nas1,192.168.1.20,\n7,4294967295,nas2,10.0.0.2,id,2\n7,300,nas1,192.168.1.20,\n";
     struct Case {
         const char *szName;
         bool blInst;
         std::string before;
         std::string expected;
     };
-    const Case cases[] = {{"nothing there", false, "", found},
-                          {"lines of a failed search", true, "7,300,old,10.0.0.9,x\n", "7,300,old,10.0.0.9,x\n" + found}};
+    const Case cases[] = {
+        {"nothing there", false, "", found},
+        {"lines of a failed search", true, "7,300,old,10.0.0.9,x\n", "7,300,old,10.0.0.9,x\n" + found}};
     for (const Case &c : cases) {
         SCOPED_TRACE(c.szName);
         if (c.blInst) sandbox::WriteFile(kInst, "");
@@ -145,7 +147,8 @@ std::string AnswerQueries(const char *szName, const char *szAddress, int fdReady
 TEST_F(Search, FindsTheHostsOfASegment) {
     const sandbox::Host searcher = sandbox::AddHost();
     sandbox::Connect(searcher, "segment", "eth0", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
-    const std::vector<std::pair<const char *, const char *>> hosts{{"nas1", "10.0.0.11"}, {"nas2", "10.0.0.12"}};
+    const std::vector<std::pair<const char *, const char *>> hosts{{"nas1", "10.0.0.11"},
+                                                                   {"nas2", "10.0.0.12"}};
     int ready[2];
     ASSERT_EQ(0, pipe2(ready, O_CLOEXEC));
     std::vector<sandbox::Process> answering;
@@ -153,17 +156,18 @@ TEST_F(Search, FindsTheHostsOfASegment) {
         const sandbox::Host host = sandbox::AddHost();
         sandbox::Connect(host, "segment", "eth0", std::string("02:00:00:00:01:") + (szAddress + 7),
                          szAddress + std::string("/24 brd +"));
-        answering.push_back(sandbox::Start(
-            host, [&ready, name = szName, address = szAddress] { return AnswerQueries(name, address, ready[1]); }));
+        answering.push_back(sandbox::Start(host, [&ready, name = szName, address = szAddress] {
+            return AnswerQueries(name, address, ready[1]);
+        }));
     }
     for (size_t i = 0; i < hosts.size(); ++i) {
         char ch = 0;
         ASSERT_EQ(1, read(ready[0], &ch, 1));
     }
     EXPECT_EQ("0 ", sandbox::Finish(sandbox::Start(searcher, [] {
-        interpose::clock.msWait = 300;
-        return std::to_string(TAVOQIVENDumpHost()) + " ";
-    })));
+                  interpose::clock.msWait = 300;
+                  return std::to_string(TAVOQIVENDumpHost()) + " ";
+              })));
     for (const sandbox::Process &process : answering)
         EXPECT_EQ("0", sandbox::Finish(process));
     const std::string list = sandbox::ReadFile(kFinished);

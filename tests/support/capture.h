@@ -61,8 +61,7 @@ class Capture {
         memcpy(&udp, packet.data() + sizeof ip, sizeof udp);
         if (ip.version != 4 || ip.ihl != 5 || ip.protocol != IPPROTO_UDP) return;
         const std::string to = inet_ntoa({ip.daddr});
-        taken.push_back({inet_ntoa({ip.saddr}), ntohs(udp.source),
-                         to + ":" + std::to_string(ntohs(udp.dest)),
+        taken.push_back({inet_ntoa({ip.saddr}), ntohs(udp.source), to + ":" + std::to_string(ntohs(udp.dest)),
                          packet.substr(sizeof ip + sizeof udp)});
     }
     int m_fd;

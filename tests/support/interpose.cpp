@@ -3,19 +3,29 @@
 #include <qiven/keys.h>
 #include <qiven/log.h>
 
+#include <tavocore.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <tavocore.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <regex>
 
 namespace interpose {
 
 Clock clock;
+
+std::string HideNumbers(std::string text) {
+    for (const std::string before : {"_host:", "_host(", "_udp:", "_hash:", "List(", "sockfd=", "write("}) {
+        const size_t i = text.find(before) + before.size();
+        if (text.find(before) == std::string::npos) continue;
+        const size_t cb = std::min(text.find_first_not_of("0123456789", i), text.size()) - i;
+        if (cb > 0) text.replace(i, cb, "#");
+    }
+    return text;
+}
 
 namespace {
 
@@ -32,10 +42,9 @@ bool Fails(const char *szCall) {
 }
 
 void KeepSyslog(int iPriority, const char *szFormat, va_list args) {
-    static const std::regex reLine(R"((qiven_[a-z0-9_]+|addNasinfoToList)([:(])\d+)");
     char szText[2048];
     vsnprintf(szText, sizeof szText, szFormat, args);
-    g_syslog.push_back(std::to_string(iPriority) + "|" + std::regex_replace(szText, reLine, "$1$2#"));
+    g_syslog.push_back(HideNumbers(std::to_string(iPriority) + "|" + szText));
 }
 
 }  // namespace
@@ -63,9 +72,9 @@ using interpose::Fails;
 extern "C" {
 
 // NOLINTBEGIN(bugprone-macro-parentheses): parameter lists are no expressions
-#define FAILING(result, name, failed, params, args) \
-    result __real_##name params;                    \
-    result __wrap_##name params {                   \
+#define FAILING(result, name, failed, params, args)        \
+    result __real_##name params;                           \
+    result __wrap_##name params {                          \
         return Fails(#name) ? failed : __real_##name args; \
     }
 FAILING(int, socket, -1, (int a, int b, int c), (a, b, c))

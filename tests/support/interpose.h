@@ -13,7 +13,9 @@ void Fail(const std::string &call, int nBefore, int iErrno);
 // Whether that failure is still to come.
 bool IsPending();
 
-// What went to syslog since the last call, each as "priority|text" with "#" for the line number.
+// Line numbers and descriptors as "#".
+std::string HideNumbers(std::string text);
+// What went to syslog since the last call, each as "priority|text", numbers hidden.
 std::vector<std::string> TakeSyslog();
 
 // A clock that does not run by itself: a wait that ends without a datagram takes its time from here, but

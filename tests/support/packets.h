@@ -43,8 +43,8 @@ inline void SendTo(const std::string &payload, uint16_t usPort = 9999) {
     address.sin_family = AF_INET;
     address.sin_port = htons(usPort);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const ssize_t cb = sendto(fd, payload.data(), payload.size(), 0, reinterpret_cast<sockaddr *>(&address),
-                              sizeof address);
+    const ssize_t cb =
+        sendto(fd, payload.data(), payload.size(), 0, reinterpret_cast<sockaddr *>(&address), sizeof address);
     close(fd);
     if (cb != static_cast<ssize_t>(payload.size())) throw std::runtime_error("cannot send");
 }

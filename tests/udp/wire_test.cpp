@@ -148,8 +148,8 @@ TEST_F(Wire, TheSearchBroadcastsItsQueryTwiceByEachCard) {
             EXPECT_EQ(query, datagram.payload);
         }
         EXPECT_EQ(c.senders, senders) << c.iCard;
-        const std::string warning = "4|socket/socket_qiven_send_broadcast_udp:# Interface specified: eth" +
-                                    std::to_string(c.iCard);
+        const std::string warning =
+            "4|socket/socket_qiven_send_broadcast_udp:# Interface specified: eth" + std::to_string(c.iCard);
         EXPECT_EQ(c.iCard == -1 ? Lines{} : (Lines{warning, warning}), interpose::TakeSyslog());
     }
     iIFNum = -1;
