@@ -22,7 +22,9 @@ std::string HideNumbers(std::string text) {
         const size_t i = text.find(before) + before.size();
         if (text.find(before) == std::string::npos) continue;
         const size_t cb = std::min(text.find_first_not_of("0123456789", i), text.size()) - i;
-        if (cb > 0) text.replace(i, cb, "#");
+        if (cb == 0) continue;
+        text.erase(i, cb - 1);
+        text[i] = '#';
     }
     return text;
 }
