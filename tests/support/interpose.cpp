@@ -18,7 +18,7 @@ namespace interpose {
 Clock clock;
 
 std::string HideNumbers(std::string text) {
-    for (const std::string before : {"_host:", "_host(", "_udp:", "_hash:", "List(", "sockfd=", "write("}) {
+    for (const std::string before : {"_host:", "_host(", "_udp:", "hash:", "List(", "sockfd=", "write("}) {
         const size_t i = text.find(before) + before.size();
         if (text.find(before) == std::string::npos) continue;
         const size_t cb = std::min(text.find_first_not_of("0123456789", i), text.size()) - i;
