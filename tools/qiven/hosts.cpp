@@ -106,9 +106,7 @@ Heard Add(Hosts &hosts, const nasinfo &record, uint32_t ulOwnProcessID, const Ho
         Store(hosts, host, record);
         return Heard::kNew;
     }
-    const nasinfo before = Description(Unpack(host));
-    const nasinfo after = Description(record);
-    const bool blSame = memcmp(&before, &after, sizeof before) == 0;
+    const bool blSame = Pack(Description(Unpack(host))) == Pack(Description(record));
     if (!blSame && hosts.cbPacked < kBytesMax) Store(hosts, host, record);
     return blSame && !blNewAddress ? Heard::kAgain : Heard::kChanged;
 }

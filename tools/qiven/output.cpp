@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -278,6 +279,13 @@ void Write(const std::string &text) {
             throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
         }
     }
+}
+
+void EndWithoutReader() {
+    pollfd state{STDOUT_FILENO, 0, 0};
+    if (poll(&state, 1, 0) != 1 || (state.revents & POLLERR) == 0) return;
+    raise(SIGPIPE);
+    throw std::system_error(EPIPE, std::generic_category(), "cannot write to standard output");
 }
 
 size_t TerminalWidth(int fd) {

@@ -61,6 +61,10 @@ void End(Writer &writer);
 // Standard output, checked and flushed.
 void Write(const std::string &text);
 
+// Ends the process as a write would (SIGPIPE) when whoever read standard output is gone: a long run without
+// anything to write would not notice.
+void EndWithoutReader();
+
 // Columns of the terminal on this descriptor, or as COLUMNS says; 0 when there is neither.
 size_t TerminalWidth(int fd);
 

@@ -71,9 +71,11 @@ bool SendBy(Asker &asker, const QIVEN_NETIF &netIf) {
     return false;
 }
 
-std::string WhyNone(int nListed, int nWanted) {
+std::string WhyNone(const Asker &asker, int nListed, int nWanted) {
     if (nListed < 0) return "the network interfaces cannot be read: " + messages::TakeLast();
     if (nListed == 0) return "no usable network interface (up, with a carrier, not loopback)";
+    if (nWanted == 0 && !asker.interfaces.empty())
+        return "no usable interface has a name that --interface allows";
     if (nWanted == 0) return "every usable interface is left out; see --interface and --all-interfaces";
     return "no chosen interface has an IPv4 address";
 }
@@ -101,7 +103,7 @@ int Ask(Asker &asker) {
         ++nActive;
         if (SendBy(asker, netIf)) ++nSent;
     }
-    if (nActive == 0) Complain(asker, WhyNone(nListed, nWanted));
+    if (nActive == 0) Complain(asker, WhyNone(asker, nListed, nWanted));
     return nSent;
 }
 

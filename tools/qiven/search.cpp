@@ -115,6 +115,7 @@ void Progress(Run &run) {
     AskWhenDue(run);
     if (now - run.lastLive < ToDuration(kLivePeriod)) return;
     run.lastLive = now;
+    output::EndWithoutReader();
     if (run.options.blWatch) ReportVanished(run);
     ShowLive(run.report, run.hosts.byKey.size(), TimeLeft(run));
 }
