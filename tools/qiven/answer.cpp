@@ -35,6 +35,7 @@ struct Answerer {
     limits::Shared plain;
     limits::Sealed sealed;
     bool blVerbose = false;
+    bool blNeverSeal = false;
     bool blListening = false;
     bool blTimer = false;
     // Whatever strangers do, the log grows slowly.
@@ -127,7 +128,7 @@ int IsForUs(nasinfo *pQuery) {
 
 int OnQuery(nasinfo *pQuery) {
     const Milliseconds now = Now();
-    if (!IsKey(*pQuery)) {
+    if (state.blNeverSeal || !IsKey(*pQuery)) {
         state.plain.blAsked = true;
         return 0;
     }
@@ -228,6 +229,7 @@ void RegisterAnswer(CLI::App &app, std::function<int()> &run) {
     pSub->add_option("--model", source.ulModel, "Model number");
     pSub->add_option("--ident", source.ident, "Text that identifies the host");
     pSub->add_option("--second", source.ulSecond, "Second number of a host-list line (default 240)");
+    pSub->add_flag("--plain", state.blNeverSeal, "Answer in clear, also when a query carries a key");
     pSub->add_flag("--verbose", state.blVerbose, "Show the library's messages, too");
     pSub->callback([&run, &source] {
         if (source.path.empty() && !source.ulModel) source.path = kDefaultPath;
