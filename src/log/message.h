@@ -25,8 +25,8 @@ inline bool IsOn(const QIVEN_LOG *pLog, int iLevel) {
 void Error(const QIVEN_LOG *pLog, Where where, const char *szFormat, ...) QIVEN_PRINTF(3, 4);
 void Debug(const QIVEN_LOG *pLog, Where where, const char *szFormat, ...) QIVEN_PRINTF(3, 4);
 
-// Returns blOk; when it is false, reports the argument check whose text is given. Inline, so that compilers and
-// analysers see that what was checked holds afterwards.
+// Returns blOk; when it is false, reports the argument check whose text is given. Inline, so that compilers
+// and analysers see that what was checked holds afterwards.
 inline bool Check(const QIVEN_LOG *pLog, Where where, bool blOk, const char *szCondition) {
     if (!blOk) Error(pLog, where, "Invaild Argument (%s)=[%d]\n", szCondition, 0);
     return blOk;

@@ -17,11 +17,8 @@ using Register = void(CLI::App &, std::function<int()> &);
 
 // In the order of the help text.
 Register *const kCommands[] = {
-    qiven::RegisterFind,
-    qiven::RegisterAnswer,
-    qiven::RegisterInterfaces,
-    qiven::RegisterDecode,
-    qiven::RegisterDoctor,
+    qiven::RegisterFind,   qiven::RegisterAnswer, qiven::RegisterInterfaces,
+    qiven::RegisterDecode, qiven::RegisterDoctor,
 };
 
 // A closed standard descriptor would be handed to the next socket, and output would go out by it. Reading

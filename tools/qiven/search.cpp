@@ -13,6 +13,7 @@
 #include <exception>
 #include <optional>
 
+#include "doctor.h"
 #include "exit.h"
 #include "fields.h"
 #include "hosts.h"
@@ -20,7 +21,6 @@
 #include "query.h"
 #include "report.h"
 #include "text.h"
-#include "doctor.h"
 
 namespace qiven::find {
 
