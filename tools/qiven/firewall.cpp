@@ -36,7 +36,8 @@ std::string Run(const char *szCommand) {
     };
     const std::string line = fmt::format(
         "PATH=/usr/sbin:/usr/bin:/sbin:/bin; exec timeout 1 {} 2>/dev/null </dev/null", szCommand);
-    // NOLINTNEXTLINE(cert-env33-c): the shell gets literal commands of this file, and a search path of its own.
+    // The shell gets literal commands of this file, and a search path of its own.
+    // NOLINTNEXTLINE(cert-env33-c)
     std::unique_ptr<FILE, Closer> pipe(popen(line.c_str(), "re"));
     std::string output;
     char rgch[4096];
