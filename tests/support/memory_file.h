@@ -2,7 +2,6 @@
 #pragma once
 
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <stdexcept>
@@ -11,23 +10,19 @@
 
 class MemoryFile {
   public:
-    explicit MemoryFile(std::string_view text) : m_fd(memfd_create("memory-file", MFD_CLOEXEC)) {
-        if (m_fd == -1 || write(m_fd, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+    explicit MemoryFile(std::string_view text)
+        : m_pf(fdopen(memfd_create("memory-file", MFD_CLOEXEC), "w+")) {
+        if (m_pf == nullptr || fwrite(text.data(), 1, text.size(), m_pf) != text.size())
             throw std::runtime_error("no memory file");
-        m_pf = fopen(Path().c_str(), "re");
-        if (m_pf == nullptr) throw std::runtime_error("memory file cannot be opened");
+        rewind(m_pf);
     }
-    ~MemoryFile() {
-        if (m_pf != nullptr) fclose(m_pf);
-        close(m_fd);
-    }
+    ~MemoryFile() { fclose(m_pf); }
     MemoryFile(const MemoryFile &) = delete;
     MemoryFile &operator=(const MemoryFile &) = delete;
 
     FILE *Stream() const { return m_pf; }
-    std::string Path() const { return "/proc/self/fd/" + std::to_string(m_fd); }
+    std::string Path() const { return "/proc/self/fd/" + std::to_string(fileno(m_pf)); }
 
   private:
-    int m_fd;
-    FILE *m_pf = nullptr;
+    FILE *m_pf;
 };
