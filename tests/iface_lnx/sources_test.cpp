@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <map>
 
 #include "iface_lnx/iface_lnx.h"
 #include "support/log_capture.h"
@@ -53,71 +54,40 @@ class Sources : public testing::Test {
 TEST_F(Sources, LaterOnesWinFieldByField) {
     const std::string classic = Data("keyfiles/classic");
     const std::string v4Server = Data("resolv/two_servers");
+    const std::string v6First = Data("resolv/v6_first");
     const std::string ifcfg = Data("ifcfg/static");
+    const std::string dhcp = Data("ifcfg/dhcp");
     const std::string server = Data("interfaces/server");
-    struct File {
-        std::string path;
-        std::string text;
+    const std::string nothing = "0 0.0.0.0 0.0.0.0 255.255.255.255";
+    const std::string fromIfCfg = "1 192.168.1.2 0.0.0.0 255.255.255.255";
+    const std::string fromKeyfile = "1 192.168.1.254 10.0.0.53 10.0.0.53";
+    const std::string byMac = "ifcfg-eth0- 2:1b:3c: a: b: c";
+    const std::pair<std::map<std::string, std::string>, std::string> cases[] = {
+        {{}, nothing},
+        {{{kResolvConf, v4Server}}, "0 0.0.0.0 0.0.0.0 192.168.1.53"},
+        {{{kResolvConf, v6First}}, nothing},
+        {{{kResolvConf, Data("resolv/tab")}}, nothing},
+        {{{kKeyfiles + ".a~", classic}}, fromKeyfile},
+        {{{kKeyfiles + "a", classic}, {kResolvConf, v4Server}}, "1 192.168.1.254 10.0.0.53 192.168.1.53"},
+        {{{kKeyfiles + "a", classic}, {kResolvConf, v6First}}, fromKeyfile},
+        {{{kIfCfg + "ifcfg-eth0", ifcfg}, {kKeyfiles + "a", classic}}, "1 192.168.1.2 10.0.0.53 10.0.0.53"},
+        {{{kIfCfg + "ifcfg-eth0", dhcp}, {kKeyfiles + "a", classic}}, "1 192.168.1.3 10.0.0.53 10.0.0.53"},
+        {{{kIfCfg + byMac, ifcfg}}, fromIfCfg},
+        {{{kIfCfg + "ifcfg-eth0-02:1b:3c:0a:0b:0c", ifcfg}}, nothing},
+        {{{kIfCfg + byMac, ifcfg}, {kIfCfg + "ifcfg-eth0", ""}}, nothing},
+        {{{kIfCfg + byMac, ifcfg}, {kIfCfg + "ifcfg-eth0", "BOOTPROTO=" + std::string(1 << 20, 'x')}},
+         fromIfCfg},
+        {{{kInterfaces, server}, {kKeyfiles + "a", classic}}, "1 192.168.1.1 10.0.0.53 10.0.0.53"},
+        {{{kInterfaces, Data("interfaces/desktop")}, {kKeyfiles + "a", classic}}, fromKeyfile},
+        {{{kInterfaces, server}, {kIfCfg + "README", ""}}, nothing},
     };
-    struct Case {
-        const char *szName;
-        std::vector<File> files;
-        const char *szExpected;
-    };
-    const Case cases[] = {
-        {"nothing", {}, "0 0.0.0.0 0.0.0.0 255.255.255.255"},
-        {"resolv.conf", {{kResolvConf, v4Server}}, "0 0.0.0.0 0.0.0.0 192.168.1.53"},
-        {"resolv.conf, IPv6 first",
-         {{kResolvConf, Data("resolv/v6_first")}},
-         "0 0.0.0.0 0.0.0.0 255.255.255.255"},
-        {"resolv.conf, tab", {{kResolvConf, Data("resolv/tab")}}, "0 0.0.0.0 0.0.0.0 255.255.255.255"},
-        {"keyfile", {{kKeyfiles + "a", classic}}, "1 192.168.1.254 10.0.0.53 10.0.0.53"},
-        {"keyfile, hidden", {{kKeyfiles + ".a~", classic}}, "1 192.168.1.254 10.0.0.53 10.0.0.53"},
-        {"keyfile of today",
-         {{kKeyfiles + "office.nmconnection", Data("keyfiles/office.nmconnection")}},
-         "1 0.0.0.0 8.8.8.8 8.8.8.8"},
-        {"keyfile after resolv.conf",
-         {{kKeyfiles + "a", classic}, {kResolvConf, v4Server}},
-         "1 192.168.1.254 10.0.0.53 192.168.1.53"},
-        {"keyfile after useless resolv.conf",
-         {{kKeyfiles + "a", classic}, {kResolvConf, Data("resolv/v6_first")}},
-         "1 192.168.1.254 10.0.0.53 10.0.0.53"},
-        {"ifcfg", {{kIfCfg + "ifcfg-eth0", ifcfg}}, "1 192.168.1.2 0.0.0.0 255.255.255.255"},
-        {"ifcfg after keyfile",
-         {{kIfCfg + "ifcfg-eth0", ifcfg}, {kKeyfiles + "a", classic}},
-         "1 192.168.1.2 10.0.0.53 10.0.0.53"},
-        {"ifcfg of DHCP", {{kIfCfg + "ifcfg-eth0", Data("ifcfg/dhcp")}}, "0 0.0.0.0 0.0.0.0 255.255.255.255"},
-        {"ifcfg of DHCP after static keyfile",
-         {{kIfCfg + "ifcfg-eth0", Data("ifcfg/dhcp")}, {kKeyfiles + "a", classic}},
-         "1 192.168.1.3 10.0.0.53 10.0.0.53"},
-        {"ifcfg by hardware address",
-         {{kIfCfg + "ifcfg-eth0- 2:1b:3c: a: b: c", ifcfg}},
-         "1 192.168.1.2 0.0.0.0 255.255.255.255"},
-        {"ifcfg by hardware address with zeros",
-         {{kIfCfg + "ifcfg-eth0-02:1b:3c:0a:0b:0c", ifcfg}},
-         "0 0.0.0.0 0.0.0.0 255.255.255.255"},
-        {"ifcfg by name wins",
-         {{kIfCfg + "ifcfg-eth0- 2:1b:3c: a: b: c", ifcfg}, {kIfCfg + "ifcfg-eth0", ""}},
-         "0 0.0.0.0 0.0.0.0 255.255.255.255"},
-        {"ifcfg by name unusable",
-         {{kIfCfg + "ifcfg-eth0- 2:1b:3c: a: b: c", ifcfg},
-          {kIfCfg + "ifcfg-eth0", "BOOTPROTO=" + std::string(1 << 20, 'x')}},
-         "1 192.168.1.2 0.0.0.0 255.255.255.255"},
-        {"interfaces", {{kInterfaces, server}}, "1 192.168.1.1 0.0.0.0 255.255.255.255"},
-        {"interfaces after keyfile",
-         {{kInterfaces, server}, {kKeyfiles + "a", classic}},
-         "1 192.168.1.1 10.0.0.53 10.0.0.53"},
-        {"interfaces of DHCP after keyfile",
-         {{kInterfaces, Data("interfaces/desktop")}, {kKeyfiles + "a", classic}},
-         "1 192.168.1.254 10.0.0.53 10.0.0.53"},
-        {"interfaces hidden by ifcfg directory",
-         {{kInterfaces, server}, {kIfCfg + "README", ""}},
-         "0 0.0.0.0 0.0.0.0 255.255.255.255"},
-    };
-    for (const Case &c : cases) {
-        for (const File &file : c.files)
-            sandbox::WriteFile(file.path, file.text);
-        EXPECT_EQ(c.szExpected, Eth0()) << c.szName;
+    for (const auto &[files, expected] : cases) {
+        std::string names;
+        for (const auto &[path, text] : files) {
+            sandbox::WriteFile(path, text);
+            names += path + ' ';
+        }
+        EXPECT_EQ(expected, Eth0()) << names;
         sandbox::PrivateDir("/etc");
     }
 }
@@ -164,9 +134,8 @@ TEST_F(Sources, WhatIsNoFileNeitherHangsNorHurts) {
     for (const std::string &path : paths) {
         for (const char *kind : kinds) {
             sandbox::PrivateDir("/etc");
-            std::string command = "f=";
-            command.append(path).append("; mkdir -p ${f%/*} && cd ${f%/*} && ln -s loop loop && ");
-            sandbox::Run(command.append(kind).append(" $f"));
+            sandbox::Run("f=" + path + "; mkdir -p ${f%/*} && cd ${f%/*} && ln -s loop loop && " + kind +
+                         " $f");
             EXPECT_EQ(nothing, Eth0()) << kind << ' ' << path;
         }
     }
