@@ -190,6 +190,9 @@ TEST_F(Iface, TheDeviceListIsTakenAsItComes) {
 }
 
 TEST_F(Iface, DumpShowsTheServerAndNineLinesForEach) {
+    EXPECT_EQ(0, QIVENIfaceDump(m_log.Record()));
+    EXPECT_EQ((Lines{kNoResolvConf, "1|iface:# Global DNS:\t255.255.255.255\n"}), m_log.Take());
+
     sandbox::AddEthernet("e0", "02:1b:3c:0a:0b:0c", "192.168.1.10/24 brd +");
     sandbox::AddEthernet("e1", "02:00:00:00:00:02");
     sandbox::WriteFile("/etc/resolv.conf", "nameserver 192.168.1.53\n");
@@ -207,11 +210,6 @@ TEST_F(Iface, DumpShowsTheServerAndNineLinesForEach) {
 
     qiven::iface::DumpNetIf(m_log.Record(), nullptr);
     EXPECT_EQ(Lines{Invalid("iface", "((void *)0) != pNetIf")}, m_log.Take());
-}
-
-TEST_F(Iface, DumpOfNothing) {
-    EXPECT_EQ(0, QIVENIfaceDump(m_log.Record()));
-    EXPECT_EQ((Lines{kNoResolvConf, "1|iface:# Global DNS:\t255.255.255.255\n"}), m_log.Take());
 }
 
 }  // namespace
