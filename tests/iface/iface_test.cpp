@@ -133,12 +133,6 @@ TEST_F(Iface, AddressesOfOneDevice) {
     EXPECT_EQ(BytesOf(before), BytesOf(netIf));
     EXPECT_EQ(Lines{"1|iface:# ioctl SIOCGIFHWADDR nosuch error:(19)"}, m_log.Take());
 
-    sandbox::AddEthernet("e0", "02:00:00:00:00:02");
-    strcpy(netIf.szIfName, "e0");
-    EXPECT_EQ(-1, QIVENIfaceGetNetSetting(m_log.Record(), &netIf));
-    EXPECT_EQ("e0 02:00:00:00:00:02 0.0.0.0 0.0.0.0 0.0.0.0 0", FromKernel(netIf));
-    EXPECT_EQ(Lines{"1|iface:# ioctl SIOCGIFADDR e0 error:(99)"}, m_log.Take());
-
     sandbox::AddEthernet("longestname1234", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
     strcpy(netIf.szIfName, "longestname1234, of which the kernel sees 15 characters");
     netIf.blActive = 0;

@@ -1,3 +1,4 @@
+#include <array>
 #include <climits>
 #include <cmath>
 #include <cstddef>
@@ -67,45 +68,38 @@ TEST(MatrixTransposed, MirrorsTheElements) {
     EXPECT_EQ(-1, MatrixTranspose(&none, &none));
 }
 
-using Two = int (*)(const MATRIX *, MATRIX *);
-using Three = int (*)(const MATRIX *, const MATRIX *, MATRIX *);
-
+// Null is looked for before dimensions.
 TEST(MatrixArguments, OperationsOfThreeRefuseWhatDoesNotFit) {
-    struct Case {
-        Three pfn;
-        int rgiSize[6];
-    };
-    const Case rgCases[] = {
+    using Three = int (*)(const MATRIX *, const MATRIX *, MATRIX *);
+    const std::pair<Three, std::array<int, 6>> rgCases[] = {
         {MatrixAddition, {2, 3, 3, 2, 2, 3}},    {MatrixAddition, {2, 3, 2, 3, 3, 2}},
         {MatrixSubtraction, {2, 3, 3, 3, 2, 3}}, {MatrixSubtraction, {2, 3, 2, 3, 2, 2}},
         {MatrixMultiply, {2, 3, 2, 3, 2, 3}},    {MatrixMultiply, {2, 3, 3, 4, 2, 3}},
-        {MatrixMultiply, {2, 3, 3, 4, 3, 4}},
-    };
+        {MatrixMultiply, {2, 3, 3, 4, 3, 4}}};
     for (const auto &[pfn, n] : rgCases) {
         const Dense a = Filled(n[0], n[1], 1);
         const Dense b = Filled(n[2], n[3], 1);
         const Dense c = Filled(n[4], n[5], dMark);
-        const V before = Values(c);
         EXPECT_EQ(-2, pfn(a.get(), b.get(), c.get()));
-        // Null is looked for before dimensions.
         EXPECT_EQ(-1, pfn(nullptr, b.get(), c.get()));
         EXPECT_EQ(-1, pfn(a.get(), nullptr, c.get()));
         EXPECT_EQ(-1, pfn(a.get(), b.get(), nullptr));
-        EXPECT_EQ(before, Values(c));
+        EXPECT_EQ(V(static_cast<size_t>(n[4] * n[5]), dMark), Values(c));
     }
 }
 
 TEST(MatrixArguments, OperationsOfTwoRefuseWhatDoesNotFit) {
-    for (const Two pfn : {Two{MatrixTranspose}, Two{MatrixInversion}}) {
-        const int rgrgiSizes[][4] = {{2, 3, 2, 3}, {2, 3, 3, 2}, {3, 3, 2, 2}, {3, 3, 3, 2}, {3, 2, 3, 3}};
-        for (const auto &n : rgrgiSizes) {
-            const Dense a = Filled(n[0], n[1], 1);
-            const Dense b = Filled(n[2], n[3], dMark);
-            const V before = Values(b);
-            EXPECT_EQ(-2, pfn(a.get(), b.get()));
-            EXPECT_EQ(-1, pfn(nullptr, b.get()));
-            EXPECT_EQ(-1, pfn(a.get(), nullptr));
-            EXPECT_EQ(before, Values(b));
+    for (auto *const pfn : {MatrixTranspose, MatrixInversion}) {
+        for (const auto &[nFrom, nTo] : {std::pair{2, 3}, {3, 2}}) {
+            const Dense square = Filled(nFrom, nFrom, 1);
+            const Dense other = Filled(nTo, nTo, dMark);
+            const Dense wide = Filled(nFrom, nTo, 1);
+            EXPECT_EQ(-2, pfn(square.get(), other.get()));
+            EXPECT_EQ(-2, pfn(wide.get(), other.get()));
+            EXPECT_EQ(-2, pfn(square.get(), wide.get()));
+            EXPECT_EQ(-1, pfn(nullptr, other.get()));
+            EXPECT_EQ(-1, pfn(wide.get(), nullptr));
+            EXPECT_EQ(V(static_cast<size_t>(nTo * nTo), dMark), Values(other));
         }
     }
 }

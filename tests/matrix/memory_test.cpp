@@ -90,9 +90,6 @@ TEST(MatrixMemory, CodecFailsCleanlyAtEachOfItsTwoAllocations) {
 
 TEST(MatrixMemory, AllocReturnsNull) {
     EXPECT_EQ(1, Watched(1, [] { return MatrixAlloc(2, 2) == nullptr ? 1 : 0; }));
-    // Counts are checked first: nothing is asked for.
-    EXPECT_EQ(1, Watched(0, [] { return MatrixAlloc(1 << 30, 1 << 30) == nullptr ? 1 : 0; }));
-    EXPECT_EQ(0, g_nAllocations);
 }
 
 }  // namespace
