@@ -18,6 +18,13 @@ constexpr auto ReadInteger = QIVENPacketReadInteger;
 constexpr auto WriteText = QIVENPacketWriteString;
 constexpr auto WriteInteger = QIVENPacketWriteInteger;
 constexpr auto WriteArray = QIVENPacketWriteArray;
+constexpr auto Read = QIVENPacketRead;
+constexpr auto Plain = QIVENPacketWrite;
+constexpr auto Seal = QIVENPacketWriteEncrypted;
+constexpr auto Open = QIVENPacketReadEncrypted;
+constexpr auto Set = QIVENSendPktIDSet;
+constexpr auto Add = QIVENSendPktIDAdd;
+constexpr auto AddServ = QIVENSendPktIDAddServ;
 
 const char kWidthIn[] = "(sizeof(u_int32_t) == cbFieldInput || sizeof(u_int64_t) == cbFieldInput)";
 const char kWidthOut[] = "(sizeof(u_int32_t) == cbFieldOutput || sizeof(u_int64_t) == cbFieldOutput)";
@@ -26,7 +33,7 @@ const char kWriteMode[] = "(QIVENPKT_LITTLE_ENDIAN == dstEndian || QIVENPKT_KEEP
 const char kArrayMode[] = "(QIVENPKT_LITTLE_ENDIAN == dstEndian ||QIVENPKT_KEEP_ENDIAN == dstEndian)";
 
 // Rows repair one argument after the other, so each also shows that its check comes before the later ones.
-TEST(FieldCodecs, ArgumentChecksInOrder) {
+TEST(Packet, ArgumentChecksInOrder) {
     LogCapture log;
     const QIVEN_LOG *p = log.Record();
     const unsigned char rgbIn[] = {4, 1, 2, 3, 4};
@@ -34,174 +41,127 @@ TEST(FieldCodecs, ArgumentChecksInOrder) {
     char szSlot[8] = "old";
     uint64_t ull = 7;
     nasinfo record{};
-    const std::string tooLong(256, 'x');
-    const char *szLong = tooLong.c_str();
+    const std::string long256(256, 'x');
+    const char *szLong = long256.c_str();
+    unsigned char *pNone = nullptr, *pBuffer = rgbOut;
+    auto *pSealed = reinterpret_cast<char *>(rgbOut);
+    int cb = -1;
+    QIVEN_SEND none{}, send{&record, 0, {}};
     const struct {
+        int iResult;
         std::function<int()> pfnCall;
         std::string condition;
     } cases[] = {
-        {CALL(ReadText(p, nullptr, 0, nullptr, 8, 9, 0)), "(((void *)0) != szPKTInput)"},
-        {CALL(ReadText(p, rgbIn, 0, nullptr, 8, 9, 0)), "((void *)0) != szFieldOutput"},
-        {CALL(ReadText(p, rgbIn, 0, szSlot, 8, 9, 0)), "0 < cbPKTInput"},
-        {CALL(ReadArray(p, rgbIn, -1, szSlot, 8, 9, 0)), "0 < cbPKTInput"},
-        {CALL(ReadInteger(p, nullptr, 0, nullptr, 5, 0)), "((void *)0) != szPKTInput"},
-        {CALL(ReadInteger(p, rgbIn, 0, nullptr, 5, 0)), "0 < cbPKTInput"},
-        {CALL(ReadInteger(p, rgbIn, 5, nullptr, 5, 0)), "((void *)0) != puFieldOutput"},
-        {CALL(ReadInteger(p, rgbIn, 5, &ull, 5, 0)), kWidthOut},
-        {CALL(ReadInteger(p, rgbIn, 5, &ull, 4, 0)), kReadMode},
-        {CALL(ReadInteger(p, rgbIn, 5, &ull, 8, 3)), kReadMode},
-        {CALL(WriteText(p, nullptr, -1, 0, nullptr)), "((void *)0) != szFieldInput"},
-        {CALL(WriteText(p, nullptr, -1, 0, szLong)), "((void *)0) != szPKTOutput"},
-        {CALL(WriteText(p, rgbOut, -1, 0, szLong)), "PKT_ID_MIN < PktId"},
-        {CALL(WriteText(p, rgbOut, -1, 256, szLong)), "PKT_ID_MAX > PktId"},
-        {CALL(WriteText(p, rgbOut, -1, 255, szLong)), "0 <= cbPKTOutput"},
-        {CALL(WriteText(p, rgbOut, 0, 255, szLong)), "255 >= cbFieldInput"},
-        {CALL(WriteInteger(p, nullptr, 0, 0, nullptr, 5, 1)), "((void *)0) != szPKTOutput"},
-        {CALL(WriteInteger(p, rgbOut, 0, 0, nullptr, 5, 1)), "0 < cbPKTOutput"},
-        {CALL(WriteInteger(p, rgbOut, 1, 0, nullptr, 5, 1)), "PKT_ID_MIN < PktId"},
-        {CALL(WriteInteger(p, rgbOut, 1, 256, nullptr, 5, 1)), "PKT_ID_MAX > PktId"},
-        {CALL(WriteInteger(p, rgbOut, 1, 1, nullptr, 5, 1)), "((void *)0) != pulFieldInput"},
-        {CALL(WriteInteger(p, rgbOut, 1, 1, &ull, 5, 1)), kWidthIn},
-        {CALL(WriteInteger(p, rgbOut, 1, 1, &ull, 4, 1)), kWriteMode},
-        {CALL(WriteArray(p, nullptr, -1, 0, nullptr, 255, 1, nullptr)), "((void *)0) != szFieldInput"},
-        {CALL(WriteArray(p, nullptr, -1, 0, szSlot, 255, 1, nullptr)), "((void *)0) != szPKTOutput"},
-        {CALL(WriteArray(p, rgbOut, -1, 0, szSlot, 255, 1, nullptr)), "PKT_ID_MIN < PktId"},
-        {CALL(WriteArray(p, rgbOut, -1, 256, szSlot, 255, 1, nullptr)), "PKT_ID_MAX > PktId"},
-        {CALL(WriteArray(p, rgbOut, -1, 1, szSlot, 255, 1, nullptr)), "0 <= cbPKTOutput"},
-        {CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 1, nullptr)), kArrayMode},
-        {CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 2, nullptr)), "((void *)0) != pNASInfo"},
-        {CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 0, &record)), "PKT_MAX_STRING_LEN > cbFieldInput"},
+        {0, CALL(ReadText(p, nullptr, 0, nullptr, 8, 9, 0)), "(((void *)0) != szPKTInput)"},
+        {0, CALL(ReadText(p, rgbIn, 0, nullptr, 8, 9, 0)), "((void *)0) != szFieldOutput"},
+        {0, CALL(ReadText(p, rgbIn, 0, szSlot, 8, 9, 0)), "0 < cbPKTInput"},
+        {0, CALL(ReadInteger(p, nullptr, 0, nullptr, 5, 0)), "((void *)0) != szPKTInput"},
+        {0, CALL(ReadInteger(p, rgbIn, 0, nullptr, 5, 0)), "0 < cbPKTInput"},
+        {0, CALL(ReadInteger(p, rgbIn, 5, nullptr, 5, 0)), "((void *)0) != puFieldOutput"},
+        {0, CALL(ReadInteger(p, rgbIn, 5, &ull, 5, 0)), kWidthOut},
+        {0, CALL(ReadInteger(p, rgbIn, 5, &ull, 4, 0)), kReadMode},
+        {0, CALL(WriteText(p, nullptr, -1, 0, nullptr)), "((void *)0) != szFieldInput"},
+        {0, CALL(WriteText(p, nullptr, -1, 0, szLong)), "((void *)0) != szPKTOutput"},
+        {0, CALL(WriteText(p, rgbOut, -1, 0, szLong)), "PKT_ID_MIN < PktId"},
+        {0, CALL(WriteText(p, rgbOut, -1, 256, szLong)), "PKT_ID_MAX > PktId"},
+        {0, CALL(WriteText(p, rgbOut, -1, 255, szLong)), "0 <= cbPKTOutput"},
+        {0, CALL(WriteText(p, rgbOut, 0, 255, szLong)), "255 >= cbFieldInput"},
+        {0, CALL(WriteInteger(p, nullptr, 0, 0, nullptr, 5, 1)), "((void *)0) != szPKTOutput"},
+        {0, CALL(WriteInteger(p, rgbOut, 0, 0, nullptr, 5, 1)), "0 < cbPKTOutput"},
+        {0, CALL(WriteInteger(p, rgbOut, 1, 0, nullptr, 5, 1)), "PKT_ID_MIN < PktId"},
+        {0, CALL(WriteInteger(p, rgbOut, 1, 1, nullptr, 5, 1)), "((void *)0) != pulFieldInput"},
+        {0, CALL(WriteInteger(p, rgbOut, 1, 1, &ull, 5, 1)), kWidthIn},
+        {0, CALL(WriteInteger(p, rgbOut, 1, 1, &ull, 4, 1)), kWriteMode},
+        {0, CALL(WriteArray(p, nullptr, -1, 0, nullptr, 255, 1, nullptr)), "((void *)0) != szFieldInput"},
+        {0, CALL(WriteArray(p, rgbOut, -1, 1, szSlot, 255, 1, nullptr)), "0 <= cbPKTOutput"},
+        {0, CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 1, nullptr)), kArrayMode},
+        {0, CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 2, nullptr)), "((void *)0) != pNASInfo"},
+        {0, CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 0, &record)), "PKT_MAX_STRING_LEN > cbFieldInput"},
+        {0, CALL(Read(p, nullptr, -1, nullptr)), "((void *)0) != szPKTInput"},
+        {0, CALL(Read(p, rgbIn, -1, &record)), "0 <= cbPKTInput"},
+        {0, CALL(Read(p, rgbIn, 0, nullptr)), "NULL != pnasinfoOutput"},
+        {0, CALL(Plain(p, nullptr, nullptr, nullptr)), "((void *)0) != pszPKTOutput"},
+        {0, CALL(Plain(p, &pNone, nullptr, nullptr)), "((void *)0) != (*pszPKTOutput)"},
+        {0, CALL(Plain(p, &pBuffer, nullptr, nullptr)), "((void *)0) != pcbPKTOutput"},
+        {0, CALL(Plain(p, &pBuffer, &cb, nullptr)), "0 <= (*pcbPKTOutput)"},
+        {0, CALL(cb = 1, Plain(p, &pBuffer, &cb, nullptr)), "NULL != pqivenSend"},
+        {0, CALL(Plain(p, &pBuffer, &cb, &none)), "((void *)0) != pnasinfoInput"},
+        {0, CALL(none.pnasInfo = &record, Plain(p, &pBuffer, &cb, &none)), "0 < nPktId"},
+        {0, CALL(none.nPktID = 257, Plain(p, &pBuffer, &cb, &none)), "QIVEN_SEND_MAX >= nPktId"},
+        {0, CALL(Seal(p, nullptr, nullptr, nullptr, nullptr)), "((void *)0) != pszPKTOutput"},
+        {0, CALL(Seal(p, &pSealed, nullptr, nullptr, nullptr)), "((void *)0) != pcbPKTOutput"},
+        {0, CALL(Seal(p, &pSealed, &cb, nullptr, nullptr)), "((void *)0) != pqivenSend"},
+        {0, CALL(Seal(p, &pSealed, &cb, &none, nullptr)), "NULL != szPublicKeyHex"},
+        {0, CALL(Open(p, nullptr, 0, nullptr)), "((void *)0) != szPKTInput"},
+        {0, CALL(Open(p, rgbIn, 0, nullptr)), "0 < cbPKTInput"},
+        {0, CALL(Open(p, rgbIn, 1, nullptr)), "NULL != pnasinfoOutput"},
+        {-1, CALL(Set(p, &send, 0, "", 0)), "PKT_ID_MIN < pktID"},
+        {-1, CALL(Set(p, &send, 0x4B, "", 0)), "FIELD_NONE != ulType"},
+        {-1, CALL(Set(p, &send, 0x5C, "12345", 5)), "cbSlot >= cbValue"},
+        {-1, CALL(Set(p, &send, 0xBC, "", 64 * 32 + 1)), "cbSlot >= cbValue"},
+        {-1, CALL(Add(p, &send, 0, 0)), "PKT_ID_MIN < pktID1"},
+        {-1, CALL(AddServ(p, nullptr, 2, 2)), "((void *)0) != pqivenSend"},
+        {-1, CALL(AddServ(p, &send, 2, -1)), "(0 == blServSupp || 1 == blServSupp)"},
+        {-1, CALL(AddServ(p, &send, 1, -1)), "(0 == blServRun || 1 == blServRun)"},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(0, c.pfnCall()) << c.condition;
+        EXPECT_EQ(c.iResult, c.pfnCall()) << c.condition;
         EXPECT_EQ(Lines{Invalid("packet", c.condition)}, LogCapture::Take());
     }
     EXPECT_STREQ("old", szSlot);
     EXPECT_STREQ("......", reinterpret_cast<char *>(rgbOut));
     EXPECT_EQ(7U, ull);
+    EXPECT_EQ(0, send.nPktID);
     p = nullptr;  // silence is no crash
     EXPECT_EQ(0, cases[0].pfnCall());
 }
 
-TEST(FieldCodecs, ReadText) {
-    const struct {
-        std::string bytes;
-        unsigned int cbSlot;
-        int iResult;
-        std::string slot;
-    } cases[] = {
-        {"\5ab\0cd"s, 36, 6, "ab"}, {"\3abc"s, 4, 4, "abc"},         {"\4abcd"s, 4, 0, "old"},
-        {"\0"s, 4, 1, "old"},       {"\12abcdefghi"s, 36, 0, "old"}, {"\12abcdefghij"s, 36, 11, "abcdefghij"},
-        {"\1"s, 4, 0, "old"},       {"\3ab"s, 36, 0, "old"},
-    };
-    LogCapture log;
-    for (const auto &c : cases) {
-        char szSlot[40] = "old";
-        const AtPageEnd page(c.bytes);
-        EXPECT_EQ(c.iResult, QIVENPacketReadString(log.Record(), page.Get(), static_cast<int>(c.bytes.size()),
-                                                   szSlot, c.cbSlot, 0, 0));
-        EXPECT_EQ(c.slot, szSlot);
-    }
-    char rgszSlot[3][4] = {"a", "b", "c"};
-    EXPECT_EQ(4, QIVENPacketReadArray(log.Record(), reinterpret_cast<const unsigned char *>("\3xyz"), 4,
-                                      rgszSlot, 4, 0, 1));
-    EXPECT_EQ("a\0\0\0xyz\0c\0\0\0"s, std::string(rgszSlot[0], sizeof rgszSlot));
-    EXPECT_EQ(Lines{}, LogCapture::Take());
-}
-
-TEST(FieldCodecs, ReadInteger) {
-    const struct {
-        std::string bytes;
-        unsigned int cbSlot;
-        int iResult;
-        uint64_t ullSlot;
-    } cases[] = {
-        {"\4\1\2\3\4", 4, 5, 0x0909090904030201},
-        {"\x8\1\2\3\4\5\6\7\10", 8, 9, 0x0807060504030201},
-        {"\4\1\2\3\4", 8, 0, 0x0909090909090909},
-        {"\x8\1\2\3\4\5\6\7\10", 4, 0, 0x0909090909090909},
-        {"\0"s, 4, 1, 0x0909090909090909},
-        {"\4\1\2\3", 4, 0, 0x0909090909090909},
-        {"\x8\1\2\3\4\5\6\7", 8, 0, 0x0909090909090909},
-    };
-    LogCapture log;
-    for (const int iMode : {QIVENPKT_HOST_ENDIAN, QIVENPKT_KEEP_ENDIAN}) {
-        for (const auto &c : cases) {
-            uint64_t ullSlot = 0x0909090909090909;
-            const AtPageEnd page(c.bytes);
-            EXPECT_EQ(c.iResult,
-                      QIVENPacketReadInteger(log.Record(), page.Get(), static_cast<int>(c.bytes.size()),
-                                             &ullSlot, c.cbSlot, iMode));
-            EXPECT_EQ(c.ullSlot, ullSlot);
-        }
-    }
-    EXPECT_EQ(Lines{}, LogCapture::Take());
-}
-
+// What the readers do is shown with whole packets.
 TEST(FieldCodecs, WritersNeedRoomForTheWholeField) {
     LogCapture log;
     const std::string text255(255, 't');
     const uint64_t ull = 0x0807060504030201;
     nasinfo record{};
-    record.ulArrayCount = 3;
     strcpy(record.rgszFieldBC[0], "a");
     strcpy(record.rgszFieldBC[2], "b");
-    using Write = std::function<int(unsigned char *, int)>;
-    const auto Text = [&](const char *sz) -> Write {
-        return [=, &log](auto *p, int cb) { return QIVENPacketWriteString(log.Record(), p, cb, 0x11, sz); };
-    };
-    const auto Integer = [&](unsigned int cbWidth) -> Write {
-        return [=, &log](auto *p, int cb) {
-            return QIVENPacketWriteInteger(log.Record(), p, cb, 0x48, &ull, cbWidth, 0);
-        };
-    };
-    const auto Array = [&](uint32_t nCount) -> Write {
-        return [=, &log, &record](auto *p, int cb) {
-            record.ulArrayCount = nCount;
-            return QIVENPacketWriteArray(log.Record(), p, cb, 0xBC, record.rgszFieldBC, 64, 0, &record);
-        };
-    };
+    strcpy(record.rgszFieldBD[0], "beyond");
+    memset(record.rgszFieldBF[0], 'x', sizeof record.rgszFieldBF[0]);
+    const auto &array = record.rgszFieldBC;
     const struct {
-        Write pfnWrite;
+        int iType;
+        unsigned int id, cbSlot;
+        const void *pSlot;
+        uint32_t nCount;
         int cbRoom, iResult;
         std::string written;
     } cases[] = {
-        {Text("nas"), 5, 5, "\x11\3nas"},
-        {Text("nas"), 4, -1, ""},
-        {Text(""), 2, 2, "\x11\0"s},
-        {Text(""), 0, -2, ""},
-        {Text(text255.c_str()), 257, 257, "\x11\xFF" + text255},
-        {Text(text255.c_str()), 0, -257, ""},
-        {Integer(4), 6, 6, "H\4\1\2\3\4"},
-        {Integer(4), 5, -1, ""},
-        {Integer(8), 10, 10, "H\x8\1\2\3\4\5\6\7\x8"},
-        {Integer(8), 1, -9, ""},
-        {Array(3), 6, 6, "\xBC\1a\xBC\1b"},
-        {Array(3), 5, -1, "\xBC\1a"},
-        {Array(3), 0, -3, ""},
-        {Array(2), 6, 3, "\xBC\1a"},
-        {Array(0), 6, 0, ""},
-        {Array(0xFFFFFFFF), 300, 6, "\xBC\1a\xBC\1b"},  // what follows the 32 elements is not looked at
+        {FIELD_STRING, 0x11, 300, "nas", 0, 5, 5, "\x11\3nas"},
+        {FIELD_STRING, 0x11, 300, "nas", 0, 4, -1, ""},
+        {FIELD_STRING, 0x11, 300, "", 0, 2, 2, "\x11\0"s},
+        {FIELD_STRING, 0x11, 300, text255.c_str(), 0, 257, 257, "\x11\xFF" + text255},
+        {FIELD_STRING, 0x11, 300, text255.c_str(), 0, 0, -257, ""},
+        {FIELD_INTEGER, 0x48, 4, &ull, 0, 6, 6, "H\4\1\2\3\4"},
+        {FIELD_INTEGER, 0x48, 4, &ull, 0, 5, -1, ""},
+        {FIELD_INTEGER, 0x48, 8, &ull, 0, 10, 10, "H\x8\1\2\3\4\5\6\7\x8"},
+        {FIELD_INTEGER, 0x48, 8, &ull, 0, 1, -9, ""},
+        {FIELD_ARRAY, 0xBC, 64, array, 3, 6, 6, "\xBC\1a\xBC\1b"},
+        {FIELD_ARRAY, 0xBC, 64, array, 3, 5, -1, "\xBC\1a"},
+        {FIELD_ARRAY, 0xBC, 64, array, 2, 6, 3, "\xBC\1a"},
+        {FIELD_ARRAY, 0xBC, 64, array, 0, 6, 0, ""},
+        {FIELD_ARRAY, 0xBC, 64, array, 0xFFFFFFFF, 300, 6, "\xBC\1a\xBC\1b"},  // 32 elements, no more
+        {FIELD_ARRAY, 0xBF, 64, record.rgszFieldBF, 1, 100, -1, ""},           // no NUL
     };
-    strcpy(record.rgszFieldBD[0], "beyond");
     for (const auto &c : cases) {
         std::string buffer(300, '.');
-        EXPECT_EQ(c.iResult, c.pfnWrite(reinterpret_cast<unsigned char *>(buffer.data()), c.cbRoom));
+        record.ulArrayCount = c.nCount;
+        EXPECT_EQ(c.iResult, grgfieldParsers[c.iType].pfnWrite(
+                                 log.Record(), reinterpret_cast<unsigned char *>(buffer.data()), c.cbRoom,
+                                 c.id, c.pSlot, c.cbSlot, 0, &record));
         EXPECT_EQ(c.written + std::string(300 - c.written.size(), '.'), buffer);
     }
     EXPECT_EQ(Lines{}, LogCapture::Take());
-}
-
-TEST(FieldCodecs, ArraysThatNoReaderWouldTake) {
-    LogCapture log;
-    nasinfo record{};
     unsigned char rgbOut[100];
-    record.ulArrayCount = 1;
-    EXPECT_EQ(0, QIVENPacketWriteArray(log.Record(), rgbOut, 100, 0xBF, record.rgszFieldBF, 64, 0, &record));
-    memset(record.rgszFieldBF[0], 'x', 64);
-    EXPECT_EQ(-1, QIVENPacketWriteArray(log.Record(), rgbOut, 100, 0xBF, record.rgszFieldBF, 64, 0, &record));
-    EXPECT_EQ(Lines{}, LogCapture::Take());
-    EXPECT_EQ(-1, QIVENPacketWriteArray(log.Record(), rgbOut, 100, 0xBB, record.rgszFieldBF, 64, 0, &record));
+    EXPECT_EQ(-1, WriteArray(log.Record(), rgbOut, 100, 0xBB, array, 64, 0, &record));
     EXPECT_EQ((Lines{"1|packet:# unknown FIELD_ARRAY PKT-ID in grgFieldArrayCountMap: [0xBB]\n",
                      "1|packet:# Failed to get Array Count Offset.\n"}),
               LogCapture::Take());

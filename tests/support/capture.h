@@ -11,7 +11,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -44,10 +43,11 @@ class Capture {
     std::vector<Datagram> Take() const {
         constexpr int kMoment = 50;
         std::vector<Datagram> taken;
-        std::array<char, 10'000> packet{};
+        std::string packet;
         for (pollfd readable{m_fd, POLLIN, 0}; poll(&readable, 1, kMoment) > 0;) {
-            const ssize_t cb = recv(m_fd, packet.data(), packet.size(), 0);
-            Append(taken, {packet.data(), static_cast<size_t>(cb > 0 ? cb : 0)});
+            packet.resize(10'000);
+            packet.resize(static_cast<size_t>(recv(m_fd, packet.data(), packet.size(), 0)));
+            Append(taken, packet);
         }
         return taken;
     }

@@ -8,25 +8,19 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <regex>
+#include <utility>
 
 namespace interpose {
 
 Clock clock;
 
-std::string HideNumbers(std::string text) {
-    for (const std::string before : {"_host:", "_host(", "_udp:", "hash:", "List(", "sockfd=", "write("}) {
-        const size_t i = text.find(before) + before.size();
-        if (text.find(before) == std::string::npos) continue;
-        const size_t cb = std::min(text.find_first_not_of("0123456789", i), text.size()) - i;
-        if (cb == 0) continue;
-        text.erase(i, cb - 1);
-        text[i] = '#';
-    }
-    return text;
+std::string HideNumbers(const std::string &text) {
+    static const std::regex numbers("(_host:|_host\\(|_udp:|hash:|List\\(|sockfd=|write\\()[0-9]+");
+    return std::regex_replace(text, numbers, "$1#");
 }
 
 namespace {
@@ -62,9 +56,7 @@ bool IsPending() {
 }
 
 std::vector<std::string> TakeSyslog() {
-    std::vector<std::string> taken;
-    taken.swap(g_syslog);
-    return taken;
+    return std::exchange(g_syslog, {});
 }
 
 }  // namespace interpose

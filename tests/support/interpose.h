@@ -14,7 +14,7 @@ void Fail(const std::string &call, int nBefore, int iErrno);
 bool IsPending();
 
 // Line numbers and descriptors as "#".
-std::string HideNumbers(std::string text);
+std::string HideNumbers(const std::string &text);
 // What went to syslog since the last call, each as "priority|text", numbers hidden.
 std::vector<std::string> TakeSyslog();
 

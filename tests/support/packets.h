@@ -1,4 +1,4 @@
-// Packets put together by hand, and how to send one.
+// Answers put together by hand, and how to send a packet.
 #pragma once
 
 #include <arpa/inet.h>
@@ -7,23 +7,8 @@
 
 #include <cstdint>
 #include <stdexcept>
-#include <string>
 
-inline std::string Field(uint8_t id, const std::string &value) {
-    return std::string{static_cast<char>(id), static_cast<char>(value.size())} + value;
-}
-
-inline std::string Number(uint8_t id, uint32_t ulValue) {
-    std::string value;
-    for (int i = 0; i < 4; ++i)
-        value += static_cast<char>(ulValue >> (8 * i) & 0xFF);
-    return Field(id, value);
-}
-
-// The header and the two fields that every packet needs, with more fields behind.
-inline std::string Packet(uint32_t ulPktType, const std::string &more = "") {
-    return "\x12\x34\x56\x78TAVO" + Number(0x01, ulPktType) + Number(0xA4, 0x01020000) + more;
-}
+#include "support/wire.h"
 
 // A host's answer; an empty address or name leaves the field out.
 inline std::string Answer(uint32_t ulPktType, const std::string &name, const std::string &address,
@@ -34,7 +19,7 @@ inline std::string Answer(uint32_t ulPktType, const std::string &name, const std
         const in_addr_t ip = inet_addr(address.c_str());
         more += Field(0x12, std::string(reinterpret_cast<const char *>(&ip), sizeof ip));
     }
-    return Packet(ulPktType, ident.empty() ? more : more + Field(0x19, ident));
+    return Basic(ulPktType) + (ident.empty() ? more : more + Field(0x19, ident));
 }
 
 inline void SendTo(const std::string &payload, uint16_t usPort = 9999) {

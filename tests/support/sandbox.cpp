@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <stdexcept>
 
 namespace sandbox {
@@ -30,22 +29,22 @@ void Demand(bool ok, const std::string &what) {
 
 // Maps the caller to root, so that it may mount and configure devices in what it owns.
 void UnshareAsUser() {
-    const uid_t uid = geteuid();
-    const gid_t gid = getegid();
+    const std::string user = std::to_string(geteuid());
+    const std::string group = std::to_string(getegid());
     Demand(unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0,
-           "this machine lets user " + std::to_string(uid) + " make no namespaces (be root, or allow them)");
+           "this machine lets user " + user + " make no namespaces (be root, or allow them)");
     WriteFile("/proc/self/setgroups", "deny");
-    WriteFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
-    WriteFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
+    WriteFile("/proc/self/uid_map", "0 " + user + " 1");
+    WriteFile("/proc/self/gid_map", "0 " + group + " 1");
 }
 
 void MountSys() {
     Demand(mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) == 0, "mount /sys");
 }
 
-int OpenOwnNet() {
-    const int fd = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-    Demand(fd != -1, "open network namespace");
+int OpenOwn(const char *szKind) {
+    const int fd = open((std::string("/proc/self/ns/") + szKind).c_str(), O_RDONLY | O_CLOEXEC);
+    Demand(fd != -1, "open namespace");
     return fd;
 }
 
@@ -78,9 +77,7 @@ int MakeBase() {
         UnshareAsUser();
     }
     Demand(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "make mounts private");
-    const int fd = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
-    Demand(fd != -1, "open mount namespace");
-    return fd;
+    return OpenOwn("mnt");
 }
 
 }  // namespace
@@ -107,26 +104,19 @@ void PrivateDir(const std::string &path) {
 }
 
 std::string Run(const std::string &command) {
-    struct PipeCloser {
-        void operator()(FILE *pf) const { pclose(pf); }
-    };
     // The shell has /usr/sbin in reach for an ordinary user, too.
     const std::string line = "PATH=$PATH:/usr/sbin:/sbin; { " + command + "\n} 2>&1 </dev/null";
     // NOLINTNEXTLINE(cert-env33-c): a command processor is what this is for.
-    std::unique_ptr<FILE, PipeCloser> pipe(popen(line.c_str(), "re"));
-    Demand(pipe != nullptr, "popen");
-    std::string output;
-    std::array<char, 4096> chunk{};
-    for (size_t cb = 0; (cb = fread(chunk.data(), 1, chunk.size(), pipe.get())) > 0;)
-        output.append(chunk.data(), cb);
-    const int status = pclose(pipe.release());
+    FILE *pfPipe = popen(line.c_str(), "re");
+    Demand(pfPipe != nullptr, "popen");
+    const std::string output = ReadAll(fileno(pfPipe));
+    const int status = pclose(pfPipe);
     if (status != 0) Fail("'" + command + "' failed (status " + std::to_string(status) + "): " + output);
     return output;
 }
 
 void WriteFile(const std::string &path, const std::string &text) {
-    const auto parent = std::filesystem::path(path).parent_path();
-    if (!std::filesystem::exists(parent)) std::filesystem::create_directories(parent);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream file(path, std::ios::binary);
     file << text << std::flush;
     Demand(file.good(), "write " + path);
@@ -147,9 +137,9 @@ void AddEthernet(const std::string &name, const std::string &mac, const std::str
 }
 
 Host AddHost() {
-    const int fdHere = OpenOwnNet();
+    const int fdHere = OpenOwn("net");
     Demand(unshare(CLONE_NEWNET) == 0, "unshare");
-    const Host host{OpenOwnNet()};
+    const Host host{OpenOwn("net")};
     Run("ip link set lo up");
     Demand(setns(fdHere, CLONE_NEWNET) == 0, "leave host");
     close(fdHere);

@@ -75,7 +75,7 @@ class SlowReader {
         if (std::string(record.szFieldC0).empty()) strcpy(record.szFieldC0, record.szField73);
         if ((m_mask & 3) != 3) return Refuse("2|packet:# Basic is not satifsfied\n");
         if (record.ulPktType == 3 && m_mask != 31) {
-            return Refuse(Text("1|packet:# not enough fields for netsetting 0x%X\n", m_mask, 0));
+            return Refuse("1|packet:# not enough fields for netsetting 0x%X\n", static_cast<int>(m_mask));
         }
         return static_cast<int>(fields.size());
     }
@@ -91,10 +91,7 @@ class SlowReader {
             if (field.id == id) pField = &field;
         }
         if (pField == nullptr && id != 0x72) {
-            const auto nId = static_cast<unsigned>(id);
-            if (id != 0xA1)
-                Refuse(Text("2|packet:# unknown id: [0x%02X] at offset (%lld)\n", nId,
-                            static_cast<long long>(at)));
+            if (id != 0xA1) Refuse("2|packet:# unknown id: [0x%02X] at offset (%zu)\n", id, at);
             return !blLength ? 0 : blFits ? 2 + cbValue : 2;
         }
         if (pField != nullptr) {
@@ -102,7 +99,7 @@ class SlowReader {
             m_run = pField->cKind == 'a' ? id : 0;
             if (m_element > 31) return 0;
         }
-        if (!blLength) Refuse(Invalid("packet", "0 < cbPKTInput"));
+        if (!blLength) messages.push_back(Invalid("packet", "0 < cbPKTInput"));
         if (!blFits || !Store(pField, rest.substr(2, cbValue))) return 0;
         m_mask |= SlowBasicMask(id);
         return 2 + cbValue;
@@ -111,30 +108,23 @@ class SlowReader {
     bool Store(const SlowField *pField, const std::string &value) {
         if (value.empty()) return true;
         if (pField == nullptr) {
-            const size_t cbText = strlen(record.szLongText);
-            if (cbText + value.size() >= 1536) return false;
-            strcpy(record.szLongText + cbText, value.c_str());
+            if (strlen(record.szLongText) + value.size() >= 1536) return false;
+            strcat(record.szLongText, value.c_str());
             return true;
         }
         char *pSlot = reinterpret_cast<char *>(&record) + pField->cbOffset + m_element * pField->cbWidth;
-        if (pField->cKind == 'i') {
-            if (value.size() != pField->cbWidth) return false;
-            memcpy(pSlot, value.data(), value.size());  // the tests' machines are little-endian
-            return true;
-        }
-        if (value.size() >= pField->cbWidth) return false;
-        strcpy(pSlot, value.c_str());
+        const bool blInteger = pField->cKind == 'i';
+        if (blInteger ? value.size() != pField->cbWidth : value.size() >= pField->cbWidth) return false;
+        if (blInteger) memcpy(pSlot, value.data(), value.size());  // the tests' machines are little-endian
+        if (!blInteger) strcpy(pSlot, value.c_str());
         return true;
     }
 
-    int Refuse(const std::string &message) {
-        messages.push_back(message);
-        return 0;
-    }
-    static std::string Text(const char *szFormat, unsigned nValue, long long llValue) {
+    int Refuse(const char *szFormat, int nValue = 0, size_t at = 0) {
         char sz[100];
-        snprintf(sz, sizeof sz, szFormat, nValue, llValue);
-        return sz;
+        snprintf(sz, sizeof sz, szFormat, nValue, at);
+        messages.push_back(sz);
+        return 0;
     }
 
     unsigned m_mask = 0;

@@ -3,6 +3,7 @@
 
 #include <sys/mman.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -12,12 +13,12 @@ inline const std::string kPlainHeader = "\x12\x34\x56\x78TAVO";
 inline std::string Field(int id, const std::string &value) {
     return std::string{static_cast<char>(id), static_cast<char>(value.size())} + value;
 }
-inline std::string Number(int id, char cLowest) {
-    return Field(id, {cLowest, 0, 0, 0});
+inline std::string Number(int id, uint32_t ulValue) {
+    return Field(id, {reinterpret_cast<const char *>(&ulValue), sizeof ulValue});  // little-endian machines
 }
 // Header and the two fields that every packet must have.
-inline std::string Basic(char cPktType = 2) {
-    return kPlainHeader + Number(0x01, cPktType) + Number(0xA4, 9);
+inline std::string Basic(uint32_t ulPktType = 2) {
+    return kPlainHeader + Number(0x01, ulPktType) + Number(0xA4, 9);
 }
 
 // A copy of some bytes that ends at the end of a page; touching the next page kills.
