@@ -42,11 +42,11 @@ int Send(uint32_t ulIP = 0x0100007F, const char *szTo = "127.0.0.1") {
     return QIVENUDPSend(g_log->Record(), reinterpret_cast<const unsigned char *>("abc"), 3, &conn, &netIf, 1);
 }
 
-int Client() {
+int Client(int nFields) {
     QIVENProcessKeyInit();
     nasinfo record{};
     record.ulPktType = QIVEN_PKT_QUERY;
-    QIVEN_SEND send{&record, 2, {0x01, 0xA4}};
+    QIVEN_SEND send{&record, nFields, {0x01, 0xA4, 0x02}};
     const QIVEN_CONN conn{"10.0.0.9", QIVEN_PORT, 0, nullptr, g_log->Record()};
     const int iResult = QIVENUDPClient(&conn, &send);
     QIVENProcessKeyCleanup();
@@ -74,6 +74,11 @@ int Search() {
     return iResult;
 }
 
+int SearchWithoutList() {
+    std::filesystem::create_symlink("nowhere", "/tmp/tavoqx.list");
+    return Search();
+}
+
 int Broadcast() {
     const uint32_t ulAddr = 0x0100000A;
     return BroadcastUdpByInterface("abc", 3, &ulAddr);
@@ -96,46 +101,35 @@ int ReadList() {
     return iResult == -1 && std::filesystem::exists("/tmp/tavoqx.list.tmp") ? -2 : iResult;
 }
 
-class Failures : public testing::Test {
-  protected:
-    void SetUp() override {
-        sandbox::Enter();
-        sandbox::PrivateDir("/etc");
-        sandbox::PrivateDir("/tmp");
-        sandbox::WriteFile("/etc/resolv.conf", "");
-        sandbox::AddEthernet("eth0", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
-        g_log = &m_log;
-    }
-    LogCapture m_log;
-};
-
-struct Case {
-    const char *szCall;  // the one that fails, after nBefore that do not
-    int nBefore;
-    int iErrno;
-    std::function<int()> work;
-    int iResult;
-    std::string messages;
-};
-
-TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
+TEST(Failures, AreReportedAndLeaveNothingOpen) {
+    sandbox::Enter();
+    sandbox::PrivateDir("/etc");
+    sandbox::PrivateDir("/tmp");
+    sandbox::WriteFile("/etc/resolv.conf", "");
+    sandbox::AddEthernet("eth0", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
+    LogCapture log;
+    g_log = &log;
     const std::string bound =
         "1|udp:# bind(sockfd=#, brdcast.sin_addr.s_addr = 16777343) error!! error: 98 "
         "[Address already in use]\n";
     const std::string listener =
-        "bind(sockfd=#, servaddr.sin_addr.s_addr = 16777343) error!! errno: 13 "
+        "1|udp:# bind(sockfd=#, servaddr.sin_addr.s_addr = 16777343) error!! errno: 13 "
         "[Permission denied]\n";
+    const std::string untranslated = "1|udp:# fail to translate IP addr\n";
     const std::string junk = "1|udp:# PacketRead Error! ret=[0]\n";
     const std::string found = "1|udp:# QIVENIfaceInit number of interafce: 1\n";
     const std::string card = "3|socket/socket_qiven_dump_host(#): ErrQIVENSendQueryPkt() failed!";
     const std::string hash = "3|socket/socket_qiven_get2hash:# ";
     const auto send = [] { return Send(); };
+    const auto client = [] { return Client(2); };
     const auto listen = [] { return Listen(); };
-    const auto searchWithoutList = [] {
-        std::filesystem::create_symlink("nowhere", "/tmp/tavoqx.list");
-        return Search();
-    };
-    const Case cases[] = {
+    const struct {
+        const char *szCall;  // the one that fails, after nBefore that do not
+        int nBefore, iErrno;
+        std::function<int()> work;
+        int iResult;
+        std::string messages;
+    } cases[] = {
         {"", 0, 0, send, 3, ""},
         {"QIVENSocketInit", 0, 0, send, -1, "1|udp:# Init socket error.\n"},
         {"socket", 0, EMFILE, send, -1, "1|udp:# create socket error.\n"},
@@ -144,18 +138,32 @@ TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
         {"bind", 0, EADDRINUSE, send, -1, bound},
         {"sendto", 0, ENETUNREACH, send, -1, "1|udp:# sendto error ret=[-1] 101 [Network is unreachable]\n"},
 
-        {"calloc", 0, ENOMEM, Client, -1, ""},
-        {"sendto", 0, EPERM, Client, 0,
+        {"", 0, 0, [] { return Send(0, "nonsense"); }, -1, "1|udp:# fail to init Iface [e] src addr [0]\n"},
+        {"", 0, 0, [] { return Send(1, "127.0.0.1 and no end"); }, -1, untranslated},
+        {"", 0, 0, [] { return Listen("256.0.0.1"); }, -1, untranslated},
+        {"", 0, 0, [] { return Client(0); }, -1, Invalid("udp", "0 < pqivenSend->nPktID")},
+        {"", 0, 0, [] { return QIVENUDPSend(g_log->Record(), nullptr, 0, nullptr, nullptr, 0); }, 0,
+         Invalid("udp", "((void *)0) != szPKTOutput")},
+        {"", 0, 0, [] { return QIVENUDPSend(g_log->Record(), stQIVENHeader, 0, nullptr, nullptr, 0); }, 0,
+         Invalid("udp", "0 < cbPKTOutput")},
+        {"", 0, 0, [] { return QIVENUDPSend(g_log->Record(), stQIVENHeader, 1, nullptr, nullptr, 0); }, 0,
+         Invalid("udp", "((void *)0) != pqivenConn")},
+
+        {"calloc", 0, ENOMEM, client, -1, ""},
+        {"", 0, 0, [] { return Client(3); }, -1,
+         found + "1|packet:# unknown PKT-ID: [0x2]\n1|packet:# fail to write [0x2]!\n1|udp:# fail to create "
+                 "output-packet content.\n"},
+        {"sendto", 0, EPERM, client, 0,
          found + "1|udp:# sendto error ret=[-1] 1 [Operation not permitted]\n1|udp:# UDPSend error. "
                  "interface: eth0\n"},
-        {"QIVENProcessPublicKeyGet", 0, 0, Client, -1, found + "1|udp:# failed to add enc elements.\n"},
+        {"QIVENProcessPublicKeyGet", 0, 0, client, -1, found + "1|udp:# failed to add enc elements.\n"},
 
         {"", 0, 0, listen, 0, junk},
         {"QIVENSocketInit", 0, 0, listen, -1, "1|udp:# Init socket error.\n"},
         {"socket", 0, EMFILE, listen, -1, "1|udp:# create socket error.\n"},
         {"setsockopt", 0, EPERM, listen, 0, "1|udp:# control setsockopt (SO_REUSEADDR)\n" + junk},
         {"setsockopt", 1, EPERM, listen, 0, "1|udp:# set sock opt error: Operation not permitted\n" + junk},
-        {"bind", 0, EACCES, listen, -1, "1|udp:# " + listener},
+        {"bind", 0, EACCES, listen, -1, listener},
         {"poll", 0, EINTR, listen, 0, junk},
         {"recvfrom", 0, ECONNREFUSED, listen, 0,
          "2|udp:# recvfrom error! errno: 111 [Connection refused]\n" + junk},
@@ -166,7 +174,7 @@ TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
          "denied]"},
         {"sendto", 0, EPERM, Broadcast, -1, "3|sendto error."},
 
-        {"", 0, 0, searchWithoutList, -1,
+        {"", 0, 0, SearchWithoutList, -1,
          "3|socket/socket_qiven_dump_host(#): Touch /tmp/tavoqx.list failed"},
         {"QIVENProcessKeyInit", 0, 0, Search, -1, "3|Failed to initialize key for encrypted communication\n"},
         {"sendto", 0, EPERM, Search, -1, "3|sendto error." + card},
@@ -187,7 +195,7 @@ TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
         {"open", 0, EACCES, ReadList, 0, ""},
         {"fdopen", 0, ENOMEM, ReadList, 0, ""},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(std::string(c.szCall) + " after " + std::to_string(c.nBefore));
         std::filesystem::remove("/tmp/tavoqx.list");
         const auto nBefore = CountDescriptors();
@@ -197,60 +205,9 @@ TEST_F(Failures, AreReportedAndLeaveNothingOpen) {
         EXPECT_EQ(c.messages, TakeMessages());
         EXPECT_EQ(nBefore, CountDescriptors());
     }
-}
-
-TEST_F(Failures, BadArgumentsAreNamed) {
-    QIVEN_LOG *pLog = m_log.Record();
-    nasinfo record{};
-    QIVEN_SEND noRecord{nullptr, 1, {1}};
-    QIVEN_SEND noFields{&record, 0, {}};
-    const QIVEN_SEND badField{&record, 1, {0x02}};
-    const QIVEN_CONN conn{"127.0.0.1", QIVEN_PORT, 0, nullptr, pLog};
-    const QIVEN_RECV recv{};
-    const QIVEN_NETIF netIf{};
-    const auto *szPkt = reinterpret_cast<const unsigned char *>("a");
-    const auto with = [&](QIVEN_SEND send) { return QIVENUDPClient(&conn, &send); };
-    const auto send = [&](const unsigned char *sz, int cb, const QIVEN_CONN *pConn,
-                          const QIVEN_NETIF *pNetIf) { return QIVENUDPSend(pLog, sz, cb, pConn, pNetIf, 0); };
-    gpLog = pLog;
-    struct Check {
-        int iExpected, iResult;
-        Lines expected;
-        Lines messages = LogCapture::Take();  // after the call: initialisers run in order
-    };
-    const Lines untranslated{"1|udp:# fail to translate IP addr\n"};
-    const Check checks[] = {
-        {0, send(nullptr, 0, nullptr, nullptr), {Invalid("udp", "((void *)0) != szPKTOutput")}},
-        {0, send(szPkt, 0, nullptr, nullptr), {Invalid("udp", "0 < cbPKTOutput")}},
-        {0, send(szPkt, 1, nullptr, nullptr), {Invalid("udp", "((void *)0) != pqivenConn")}},
-        {0, send(szPkt, 1, &conn, nullptr), {Invalid("udp", "NULL != pNetIf")}},
-        {-1, Send(0, "nonsense"), {"1|udp:# fail to init Iface [e] src addr [0]\n"}},
-        {-1, Send(0xFFFFFFFF), {"1|udp:# fail to init Iface [e] src addr [FFFFFFFF]\n"}},
-        {-1, Send(1, "nonsense"), untranslated},
-        {-1, Send(1, "127.0.0.1 and no end"), untranslated},
-        {-1, QIVENUDPClient(&conn, nullptr), {Invalid("udp", "NULL != pqivenSend")}},
-        {-1, with(noRecord), {Invalid("udp", "((void *)0) != pqivenSend->pnasInfo")}},
-        {-1, with(noFields), {Invalid("udp", "0 < pqivenSend->nPktID")}},
-        {-1, QIVENUDPServer(&conn, nullptr, nullptr, nullptr), {Invalid("udp", "NULL != pqivenRecv")}},
-        {-1, Listen("256.0.0.1"), untranslated},
-        {-1,
-         qiven::socket::addNasinfoToList(nullptr),
-         {Invalid("socket/socket_qiven_dump_host", "((void *)0) != pnasinfo")}},
-    };
-    for (const Check &check : checks) {
-        SCOPED_TRACE(&check - checks);
-        EXPECT_EQ(check.iExpected, check.iResult);
-        EXPECT_EQ(check.expected, check.messages);
-    }
-    gpLog = nullptr;
-    EXPECT_EQ(-1, with(badField));  // the writer says no
-    EXPECT_EQ("1|udp:# fail to create output-packet content.\n", LogCapture::Take().back());
-    sandbox::Run("ip address flush dev eth0");  // listed, not active: nothing was built for the unbound send
-    EXPECT_EQ(0, with(badField));
-    EXPECT_EQ(Invalid("udp", "0 < cbPKTOutput"), LogCapture::Take().back());
     sandbox::Run("ip link set eth0 down");
-    EXPECT_EQ(-1, with(badField));
-    EXPECT_EQ(Lines{"1|udp:# get physical interface error or no interface\n"}, LogCapture::Take());
+    EXPECT_EQ(-1, Client(2));
+    EXPECT_EQ("1|udp:# get physical interface error or no interface\n", TakeMessages());
 }
 
 }  // namespace
