@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <map>
 
-#include "socket/dump_host.h"
 #include "support/interpose.h"
 #include "support/packets.h"
 #include "support/sandbox.h"
@@ -78,15 +77,6 @@ TEST_F(Search, AnswersBecomeLinesOfTheList) {
         EXPECT_EQ(Lines{}, interpose::TakeSyslog());
     }
     EXPECT_EQ("7,300,inst,10.0.0.6,i6\n", sandbox::ReadFile(kInst));
-}
-
-TEST_F(Search, TheFilterLetsAnswersThrough) {
-    for (const uint32_t ulPktType : {0U, 1U, 2U, 3U, 4U, 6U, 7U, 0x102U}) {
-        nasinfo record{};
-        record.ulPktType = ulPktType;
-        EXPECT_EQ(ulPktType == 2 || ulPktType == 6, qiven::socket::checkNasinfoType(&record) == 1)
-            << ulPktType;
-    }
 }
 
 TEST_F(Search, LinesOfTheListBecomePairs) {
