@@ -13,7 +13,6 @@ using namespace std::string_literals;
 
 #define CALL(...) [&] { return __VA_ARGS__; }
 constexpr auto ReadText = QIVENPacketReadString;
-constexpr auto ReadArray = QIVENPacketReadArray;
 constexpr auto ReadInteger = QIVENPacketReadInteger;
 constexpr auto WriteText = QIVENPacketWriteString;
 constexpr auto WriteInteger = QIVENPacketWriteInteger;
