@@ -1,6 +1,7 @@
 #include <qiven/packet.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <ostream>
 
@@ -78,6 +79,26 @@ TEST_P(ServiceFlags, BadArgumentsAreReportedAndChangeNothing) {
     EXPECT_EQ(-1, map.pfnSet(log.Record(), nullptr, 128));  // the record is looked at first
     EXPECT_EQ(-1, map.pfnGet(log.Record(), nullptr, 128));
     EXPECT_EQ(std::vector<std::string>(3, Invalid("nasinfo", "((void *)0) != pnasInfo")), log.Take());
+}
+
+TEST_P(ServiceFlags, TravelInAPacket) {
+    nasinfo sent{};
+    sent.ulPktType = QIVEN_PKT_ANSWER;
+    for (const unsigned int id : {9U, 63U, 64U, 127U})
+        GetParam().pfnSet(nullptr, &sent, id);
+    QIVEN_SEND send{};
+    send.pnasInfo = &sent;
+    EXPECT_EQ(4, QIVENSendPktIDAddServ(nullptr, &send, 1, 1));
+    EXPECT_EQ(2, QIVENSendPktIDAdd(nullptr, &send, 0x01U, 0xA4U, 0U));
+    auto *szPacket = static_cast<unsigned char *>(malloc(1));
+    int cbBuffer = 1;
+    const int cbPacket = QIVENPacketWrite(nullptr, &szPacket, &cbBuffer, &send);
+    nasinfo received{};
+    EXPECT_LT(0, QIVENPacketRead(nullptr, szPacket, cbPacket, &received));
+    free(szPacket);
+    for (unsigned int id = 0; id < QIVEN_SERVICE_MAX; ++id)
+        EXPECT_EQ(id == 9 || id == 63 || id == 64 || id == 127, GetParam().pfnGet(nullptr, &received, id))
+            << id;
 }
 
 }  // namespace

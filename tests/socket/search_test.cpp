@@ -77,6 +77,13 @@ TEST_F(Search, AnswersBecomeLinesOfTheList) {
         EXPECT_EQ(Lines{}, interpose::TakeSyslog());
     }
     EXPECT_EQ("7,300,inst,10.0.0.6,i6\n", sandbox::ReadFile(kInst));
+
+    Hash hash;  // what the second search finished
+    EXPECT_EQ(3, hash.Read());
+    EXPECT_STREQ("192.168.1.20", TLIBCSzHashGetValue(hash.pHash, "nas1(192.168.1.20)"));
+    EXPECT_STREQ("10.0.0.2", TLIBCSzHashGetValue(hash.pHash, "nas2(10.0.0.2)"));
+    EXPECT_STREQ("10.0.0.9", TLIBCSzHashGetValue(hash.pHash, "old(10.0.0.9)"));
+    EXPECT_FALSE(std::filesystem::exists(kFinished));
 }
 
 TEST_F(Search, LinesOfTheListBecomePairs) {
