@@ -12,6 +12,7 @@
 #include <csignal>
 #include <exception>
 #include <optional>
+#include <vector>
 
 #include "doctor.h"
 #include "exit.h"
@@ -34,6 +35,9 @@ constexpr double kQuietEmpty = 3;
 constexpr unsigned int kRoundsMin = 2;
 constexpr double kMissedQueries = 3.5;  // of --watch, before a host counts as vanished
 constexpr double kLivePeriod = 0.2;
+// A row costs many times what an answer does. While a burst comes in, the rows behind the first wait, at most
+// so long; writing each at once would let the socket overflow, and always at the cost of the same late hosts.
+constexpr double kRowsWait = 0.1;
 constexpr suseconds_t kTickMicroseconds = 20000;
 
 struct Run {
@@ -45,6 +49,9 @@ struct Run {
     bool blNoInterface = false;
     std::exception_ptr failure{};
     Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, nextQuery{};
+    Clock::time_point lastShown{};
+    std::vector<const Host *> unshown{};  // found, their rows not written yet
+    bool blHeard = false;                 // an answer came in this pass
     unsigned int nRounds = 0;
 };
 
@@ -107,9 +114,18 @@ void ReportVanished(Run &run) {
         Event(run.report, "vanished", host);
 }
 
+void ShowFound(Run &run) {
+    for (const Host *pHost : run.unshown)
+        Found(run.report, *pHost);
+    run.unshown.clear();
+    run.lastShown = Clock::now();
+}
+
 void Progress(Run &run) {
     run.blListening = true;
     if (IsOver(run)) return;
+    if (!run.blHeard && !run.unshown.empty()) ShowFound(run);
+    run.blHeard = false;
     const auto now = Clock::now();
     if (now >= run.nextQuery) ClearLive(run.report);  // asking may print a message
     AskWhenDue(run);
@@ -160,8 +176,10 @@ void Receive(Run &run, const nasinfo &record) {
         if (heard == Heard::kNew) Event(run.report, "appeared", *pHost);
         if (heard == Heard::kChanged) Event(run.report, "changed", *pHost);
     } else if (heard == Heard::kNew) {
-        Found(run.report, *pHost);
+        run.unshown.push_back(pHost);
     }
+    run.blHeard = true;
+    if (!run.unshown.empty() && Clock::now() - run.lastShown > ToDuration(kRowsWait)) ShowFound(run);
 }
 
 // The library lets no exception through, so they wait until it has returned.
@@ -243,6 +261,7 @@ int Search(const Options &options) {
         ClearLive(run.report);
         std::rethrow_exception(run.failure);
     }
+    ShowFound(run);
     End(run.report, run.hosts);
     return Status(run, iResult);
 }
