@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <span>
+#include <tuple>
 
 #include "iface_lnx/iface_lnx.h"
 #include "support/log_capture.h"
@@ -63,26 +64,18 @@ TEST(GetKeyValue, FindsTheFirstLineWithTheKey) {
     // Blanks in front of a value are space and tab, nothing else; a NUL ends the line's text.
     const std::pair<std::string_view, const char *> cases[] = {
         {"", "0"},
-        {"K=v", "=v"},
-        {"K=v\r\n", "=v"},
-        {"K=1\nK=2\n", "=1"},
+        {"K=v\r\nK=2\n", "=v"},
         {"KK=1\nK1=2\nk=3\n K K=4\nK=5\n", "=5"},
         {" \t K \t = \t v w \t\n", "=v w"},
         {"K= = \t=v=w=", "=v=w="},
         {"K\v\f =v\v\f\n", "=v"},
-        {"K=\vv\n", "=\vv"},
-        {"\vK=v\n", "0"},
+        {"\vK=v\nK=\vw\n", "=\vw"},
         {"K", "="},
-        {"K= \t \n", "="},
         {"#K=1\n \t#K=2\n\n\r\n \t\nK=3#4 # 5\n", "=3#4 # 5"},
-        {"K=\"v\"\n", "=v"},
         {"K=\" v \" \n", "= v "},
         {"K=\"\n", "="},
         {"K=\"v\n", "=\"v"},
-        {"K='v'\n", "='v'"},
-        {"=v\nK=w", "=w"},
-        {"K=a\0b\n"sv, "=a"},
-        {"\0K=a\nK=b\n"sv, "=b"},
+        {"\0K=a\nK=b\0c\n"sv, "=b"},
         {"K=%s%n\n", "=%s%n"}};
     for (const auto &[text, szExpected] : cases)
         EXPECT_EQ(szExpected, Find(text, "K")) << text;
@@ -105,39 +98,33 @@ TEST(GetKeyValue, TakesLinesOfAnyLengthAndValuesUpTo127Characters) {
     }
 }
 
-TEST(GetKeyValue, SearchesTheWholeStreamEachTime) {
-    const MemoryFile file("A=1\nB=2\n");
-    char szValue[kValueSize];
-    for (const char *szKey : {"B", "A"})
-        EXPECT_EQ(1, GetKeyValue(nullptr, file.Stream(), szKey, szValue, '='));
-}
-
 TEST(GetKeyValue, ReportsBadArgumentsInOrder) {
     LogCapture log;
     const MemoryFile file("K=v\n");
     char szValue[kValueSize];
-    struct Case {
-        const char *szKey;
-        char *szValue;
-        const char *szCondition;
-    };
-    for (const auto &[szKey, szTo, szCondition] : {Case{nullptr, nullptr, "((void *)0) != szKey"},
-                                                   {"K", nullptr, "((void *)0) != szValue"},
-                                                   {"K", szValue, "0 != chDelim"}}) {
+    for (const auto &[szKey, szTo, szCondition] :
+         {std::tuple{static_cast<const char *>(nullptr), static_cast<char *>(nullptr),
+                     "((void *)0) != szKey"},
+          {"K", nullptr, "((void *)0) != szValue"},
+          {"K", szValue, "0 != chDelim"}}) {
         EXPECT_EQ(-1, GetKeyValue(log.Record(), file.Stream(), szKey, szTo, 0));
         EXPECT_EQ(-1, GetKeyValueFromFile(log.Record(), "/nowhere", szKey, szTo, 0));
         EXPECT_EQ(Lines(2, Invalid("iface_lnx", szCondition)), log.Take());
     }
     EXPECT_EQ(-1, GetKeyValue(log.Record(), nullptr, nullptr, nullptr, 0));
     EXPECT_EQ(-1, GetKeyValueFromFile(log.Record(), nullptr, nullptr, nullptr, 0));
-    EXPECT_EQ(
-        (Lines{Invalid("iface_lnx", "((void *)0) != pfSrc"), Invalid("iface_lnx", "((void *)0) != szFile")}),
-        log.Take());
-
     EXPECT_EQ(-1, GetKeyValueFromFile(log.Record(), "/nowhere", "K", szValue, '='));
-    EXPECT_EQ(Lines{"1|iface_lnx:# failed to open file /nowhere error:(2)"}, log.Take());
     EXPECT_EQ(0, GetKeyValueFromFile(log.Record(), "/", "K", szValue, '='));  // opens, cannot be read
-    EXPECT_EQ(Lines{}, log.Take());
+    QIVEN_NETIF netIf{};
+    EXPECT_EQ(-1, ParseIfCfg(log.Record(), nullptr, nullptr));
+    EXPECT_EQ(-1, ParseIfCfg(log.Record(), "/nowhere", nullptr));
+    EXPECT_EQ(-1, ParseIfCfg(log.Record(), "/nowhere", &netIf));
+    const std::string missing = "1|iface_lnx:# failed to open file /nowhere error:(2)";
+    EXPECT_EQ(
+        (Lines{Invalid("iface_lnx", "((void *)0) != pfSrc"), Invalid("iface_lnx", "((void *)0) != szFile"),
+               missing, Invalid("iface_lnx", "((void *)0) != szIfCfg"),
+               Invalid("iface_lnx", "NULL != pNetIf"), missing}),
+        log.Take());
 }
 
 std::string Keyfile(std::string_view text, Table table = {}) {
@@ -154,29 +141,23 @@ TEST(NMKeyfile, AsTheProgramsWriteThem) {
 }
 
 TEST(NMKeyfile, HardwareAddress) {
-    for (const char *szMac : {"2:1B:3C:A:B:C", "0x02:0X1b:3c:0a:0b:0c", "02: 1b:\t3c:0a:0b:0c",
-                              "02:1b:3c:0a:0b:0c and more", "102:f1b:3c:0a:0b:ff0c", "-fe:1b:3c:0a:0b:+c"}) {
+    for (const char *szMac :
+         {"0x2:0X1b: \t3C:a:0b:0c and more", "102:f1b:3c:0a:0b:ff0c", "-fe:1b:3c:0a:0b:+c"})
         EXPECT_EQ(kStatic, Keyfile(std::string("mac-address=") + szMac + "\nmethod=manual\n")) << szMac;
-    }
-    for (const char *szMac : {"", "02:1b:3c:0a:0b", "02:1b:3c:0a:0b:", "02:1b:3c:0a:0b:0d",
-                              "02-1b-3c-0a-0b-0c", "02 :1b:3c:0a:0b:0c", "02::1b:3c:0a:0b:0c",
-                              "zz:1b:3c:0a:0b:0c", "ffffffffffffffffffffffff02:1b:3c:0a:0b:0c"}) {
-        EXPECT_EQ(kNothing, Keyfile(std::string("mac-address=") + szMac + "\nmethod=manual\ndns=8.8.8.8;\n"))
-            << szMac;
-    }
+    for (const char *szMac : {"", "02:1b:3c:0a:0b:", "02:1b:3c:0a:0b:0d", "02 :1b:3c:0a:0b:0c",
+                              "02::1b:3c:0a:0b:0c", "ffffffffffffffffffffffff02:1b:3c:0a:0b:0c"})
+        EXPECT_EQ(kNothing, Keyfile(std::string("mac-address=") + szMac + "\nmethod=manual\n")) << szMac;
 }
 
 TEST(NMKeyfile, Values) {
     const std::pair<const char *, const char *> cases[] = {
         {"method=MANUAL", kStatic},
         {"method=manually", kNothing},
-        {"method=auto\nmethod=manual", kNothing},
         {"dns=8.8.8.8", "0 0.0.0.0 8.8.8.8 8.8.8.8"},
         {"dns=8.8.8.8;;", kNothing},
         {"dns=255.255.255.255;", kNothing},
         {"addresses1=;;192.168.1.10;;24;;10.0.0.1", kGateway},
         {"addresses1=192.168.1.10;24;fe80::1;10.0.0.1", kNothing},
-        {"addresses1=;;;", kNothing},
         {"addresses2=192.168.1.10;24;192.168.1.1;", kNothing},
     };
     for (const auto &[szLines, szExpected] : cases)
@@ -198,21 +179,12 @@ TEST(NMKeyfile, OneValueTooLongIsOneMissingKey) {
     EXPECT_EQ(kBoth, table.Eth0());
     EXPECT_EQ(Lines{"1|iface_lnx:# buffer len 128, requires 201"}, log.Take());
 
-    const MemoryFile match(Data("keyfiles/classic"));
-    for (const int n : {-1, 0, 1}) {  // eth0 is not in this part of the table
-        ParseNMKeyfile(nullptr, match.Stream(), table.rgNetIf.data(), n);
-        EXPECT_EQ(kBoth, table.Eth0()) << n;
-    }
+    ParseNMKeyfile(nullptr, MemoryFile(Data("keyfiles/classic")).Stream(), table.rgNetIf.data(), 1);
+    EXPECT_EQ(kBoth, table.Eth0());  // which is not in this part of the table
 }
 
 TEST(IfCfg, StaticAndGateway) {
-    struct Case {
-        std::string text;
-        int blStatic;
-        int iResult;
-        const char *szExpected;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, int, int, const char *> cases[] = {
         {Data("ifcfg/static"), 0, 0, "1 192.168.1.2 0.0.0.0 255.255.255.255"},
         {Data("ifcfg/none"), 0, 0, "1 10.1.0.1 0.0.0.0 255.255.255.255"},
         {Data("ifcfg/dhcp"), 0, 0, kNothing},
@@ -231,17 +203,6 @@ TEST(IfCfg, StaticAndGateway) {
     }
 }
 
-TEST(IfCfg, ReportsBadArgumentsAndMissingFiles) {
-    LogCapture log;
-    QIVEN_NETIF netIf{};
-    EXPECT_EQ(-1, ParseIfCfg(log.Record(), nullptr, nullptr));
-    EXPECT_EQ(-1, ParseIfCfg(log.Record(), "/nowhere", nullptr));
-    EXPECT_EQ(-1, ParseIfCfg(log.Record(), "/nowhere", &netIf));
-    EXPECT_EQ((Lines{Invalid("iface_lnx", "((void *)0) != szIfCfg"), Invalid("iface_lnx", "NULL != pNetIf"),
-                     "1|iface_lnx:# failed to open file /nowhere error:(2)"}),
-              log.Take());
-}
-
 std::string Stanzas(std::string_view text) {
     const MemoryFile file(text);
     Table table;
@@ -255,9 +216,7 @@ TEST(NetworkInterfaces, Stanzas) {
     const std::pair<std::string_view, const char *> cases[] = {
         {desktop, kNothing},
         {"\t iface\t eth0  inet\tSTATIC\r\n\r\ngateway\t10.0.0.1\r\n", kBoth},
-        {"iface eth0 inet\ngateway 10.0.0.1", kGateway},
-        {"iface eth0 inet statically", kNothing},
-        {"iface ETH0 inet static\ngateway 10.0.0.1", kNothing},
+        {"iface eth0 inet statically\niface ETH0 inet static\ngateway 10.0.0.1", kNothing},
         {"gateway 10.0.0.1\niface eth0 inet dhcp\n", kNothing},
         {"iface eth0 inet dhcp\niface\ngateway 10.0.0.1\n", kNothing},
         {"iface eth0 inet dhcp\nauto eth9\naddress 1.2.3.4\ngateway 10.0.0.1\n", kGateway},
