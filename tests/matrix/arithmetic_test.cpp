@@ -114,15 +114,10 @@ TEST(MatrixInverse, LeavesRowsAloneThatAreZeroInThePivotColumn) {
 }
 
 TEST(MatrixInverse, RefusesSingularMatrices) {
-    const Rows rgRows[] = {
-        {{-std::nextafter(0.0001, 0.0)}},
-        {{dNaN}},
-        {{1, 0}, {0, dNaN}},
-    };
-    for (const Rows &rows : rgRows) {
+    for (const Rows &rows : {Rows{{-std::nextafter(0.0001, 0.0)}}, {{dNaN}}, {{1, 0}, {0, dNaN}}}) {
         const Dense a = Make(rows);
         const Dense b = Filled(a->rows, a->cols, dMark);
-        EXPECT_EQ(-2, MatrixInversion(a.get(), b.get())) << a->rows;
+        EXPECT_EQ(-2, MatrixInversion(a.get(), b.get()));
         EXPECT_EQ(V(rows.size() * rows.size(), dMark), Values(b));
     }
 }

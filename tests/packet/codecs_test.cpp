@@ -11,19 +11,7 @@ namespace {
 using Lines = std::vector<std::string>;
 using namespace std::string_literals;
 
-#define CALL(...) [&] { return __VA_ARGS__; }
-constexpr auto ReadText = QIVENPacketReadString;
-constexpr auto ReadInteger = QIVENPacketReadInteger;
-constexpr auto WriteText = QIVENPacketWriteString;
-constexpr auto WriteInteger = QIVENPacketWriteInteger;
-constexpr auto WriteArray = QIVENPacketWriteArray;
-constexpr auto Read = QIVENPacketRead;
-constexpr auto Plain = QIVENPacketWrite;
-constexpr auto Seal = QIVENPacketWriteEncrypted;
-constexpr auto Open = QIVENPacketReadEncrypted;
-constexpr auto Set = QIVENSendPktIDSet;
-constexpr auto Add = QIVENSendPktIDAdd;
-constexpr auto AddServ = QIVENSendPktIDAddServ;
+#define CALL(...) [&] { return QIVEN##__VA_ARGS__; }
 
 const char kWidthIn[] = "(sizeof(u_int32_t) == cbFieldInput || sizeof(u_int64_t) == cbFieldInput)";
 const char kWidthOut[] = "(sizeof(u_int32_t) == cbFieldOutput || sizeof(u_int64_t) == cbFieldOutput)";
@@ -44,48 +32,49 @@ TEST(Packet, ArgumentChecksInOrder) {
     const char *szLong = long256.c_str();
     unsigned char *pNone = nullptr, *pBuffer = rgbOut;
     auto *pSealed = reinterpret_cast<char *>(rgbOut);
-    int cb = -1;
-    QIVEN_SEND none{}, send{&record, 0, {}};
+    int cb = -1, cbRoom = 1;
+    QIVEN_SEND none{}, send{&record, 0, {}}, empty = send, full{&record, QIVEN_SEND_MAX + 1, {}};
     const struct {
         int iResult;
         std::function<int()> pfnCall;
         std::string condition;
     } cases[] = {
-        {0, CALL(ReadText(p, nullptr, 0, nullptr, 8, 9, 0)), "(((void *)0) != szPKTInput)"},
-        {0, CALL(ReadText(p, rgbIn, 0, szSlot, 8, 9, 0)), "0 < cbPKTInput"},
-        {0, CALL(ReadInteger(p, rgbIn, 5, nullptr, 5, 0)), "((void *)0) != puFieldOutput"},
-        {0, CALL(ReadInteger(p, rgbIn, 5, &ull, 5, 0)), kWidthOut},
-        {0, CALL(ReadInteger(p, rgbIn, 5, &ull, 4, 0)), kReadMode},
-        {0, CALL(WriteText(p, nullptr, -1, 0, nullptr)), "((void *)0) != szFieldInput"},
-        {0, CALL(WriteText(p, rgbOut, -1, 0, szLong)), "PKT_ID_MIN < PktId"},
-        {0, CALL(WriteText(p, rgbOut, -1, 256, szLong)), "PKT_ID_MAX > PktId"},
-        {0, CALL(WriteText(p, rgbOut, -1, 255, szLong)), "0 <= cbPKTOutput"},
-        {0, CALL(WriteText(p, rgbOut, 0, 255, szLong)), "255 >= cbFieldInput"},
-        {0, CALL(WriteInteger(p, rgbOut, 0, 0, nullptr, 5, 1)), "0 < cbPKTOutput"},
-        {0, CALL(WriteInteger(p, rgbOut, 1, 1, &ull, 5, 1)), kWidthIn},
-        {0, CALL(WriteInteger(p, rgbOut, 1, 1, &ull, 4, 1)), kWriteMode},
-        {0, CALL(WriteArray(p, rgbOut, -1, 1, szSlot, 255, 1, nullptr)), "0 <= cbPKTOutput"},
-        {0, CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 1, nullptr)), kArrayMode},
-        {0, CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 2, nullptr)), "((void *)0) != pNASInfo"},
-        {0, CALL(WriteArray(p, rgbOut, 8, 1, szSlot, 255, 0, &record)), "PKT_MAX_STRING_LEN > cbFieldInput"},
-        {0, CALL(Read(p, nullptr, -1, nullptr)), "((void *)0) != szPKTInput"},
-        {0, CALL(Read(p, rgbIn, -1, &record)), "0 <= cbPKTInput"},
-        {0, CALL(Plain(p, &pNone, nullptr, nullptr)), "((void *)0) != (*pszPKTOutput)"},
-        {0, CALL(Plain(p, &pBuffer, &cb, nullptr)), "0 <= (*pcbPKTOutput)"},
-        {0, CALL(cb = 1, Plain(p, &pBuffer, &cb, nullptr)), "NULL != pqivenSend"},
-        {0, CALL(Plain(p, &pBuffer, &cb, &none)), "((void *)0) != pnasinfoInput"},
-        {0, CALL(none.pnasInfo = &record, Plain(p, &pBuffer, &cb, &none)), "0 < nPktId"},
-        {0, CALL(none.nPktID = 257, Plain(p, &pBuffer, &cb, &none)), "QIVEN_SEND_MAX >= nPktId"},
-        {0, CALL(Seal(p, &pSealed, &cb, nullptr, nullptr)), "((void *)0) != pqivenSend"},
-        {0, CALL(Seal(p, &pSealed, &cb, &none, nullptr)), "NULL != szPublicKeyHex"},
-        {0, CALL(Open(p, rgbIn, 0, nullptr)), "0 < cbPKTInput"},
-        {0, CALL(Open(p, rgbIn, 1, nullptr)), "NULL != pnasinfoOutput"},
-        {-1, CALL(Set(p, &send, 0x4B, "", 0)), "FIELD_NONE != ulType"},
-        {-1, CALL(Set(p, &send, 0x5C, "12345", 5)), "cbSlot >= cbValue"},
-        {-1, CALL(Set(p, &send, 0xBC, "", 64 * 32 + 1)), "cbSlot >= cbValue"},
-        {-1, CALL(Add(p, &send, 0, 0)), "PKT_ID_MIN < pktID1"},
-        {-1, CALL(AddServ(p, &send, 2, -1)), "(0 == blServSupp || 1 == blServSupp)"},
-        {-1, CALL(AddServ(p, &send, 1, -1)), "(0 == blServRun || 1 == blServRun)"},
+        {0, CALL(PacketReadString(p, nullptr, 0, nullptr, 8, 9, 0)), "(((void *)0) != szPKTInput)"},
+        {0, CALL(PacketReadString(p, rgbIn, 0, szSlot, 8, 9, 0)), "0 < cbPKTInput"},
+        {0, CALL(PacketReadInteger(p, rgbIn, 5, nullptr, 5, 0)), "((void *)0) != puFieldOutput"},
+        {0, CALL(PacketReadInteger(p, rgbIn, 5, &ull, 5, 0)), kWidthOut},
+        {0, CALL(PacketReadInteger(p, rgbIn, 5, &ull, 4, 0)), kReadMode},
+        {0, CALL(PacketWriteString(p, nullptr, -1, 0, nullptr)), "((void *)0) != szFieldInput"},
+        {0, CALL(PacketWriteString(p, rgbOut, -1, 0, szLong)), "PKT_ID_MIN < PktId"},
+        {0, CALL(PacketWriteString(p, rgbOut, -1, 256, szLong)), "PKT_ID_MAX > PktId"},
+        {0, CALL(PacketWriteString(p, rgbOut, -1, 255, szLong)), "0 <= cbPKTOutput"},
+        {0, CALL(PacketWriteString(p, rgbOut, 0, 255, szLong)), "255 >= cbFieldInput"},
+        {0, CALL(PacketWriteInteger(p, rgbOut, 0, 0, nullptr, 5, 1)), "0 < cbPKTOutput"},
+        {0, CALL(PacketWriteInteger(p, rgbOut, 1, 1, &ull, 5, 1)), kWidthIn},
+        {0, CALL(PacketWriteInteger(p, rgbOut, 1, 1, &ull, 4, 1)), kWriteMode},
+        {0, CALL(PacketWriteArray(p, rgbOut, -1, 1, szSlot, 255, 1, nullptr)), "0 <= cbPKTOutput"},
+        {0, CALL(PacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 1, nullptr)), kArrayMode},
+        {0, CALL(PacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 2, nullptr)), "((void *)0) != pNASInfo"},
+        {0, CALL(PacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 0, &record)),
+         "PKT_MAX_STRING_LEN > cbFieldInput"},
+        {0, CALL(PacketRead(p, nullptr, -1, nullptr)), "((void *)0) != szPKTInput"},
+        {0, CALL(PacketRead(p, rgbIn, -1, &record)), "0 <= cbPKTInput"},
+        {0, CALL(PacketWrite(p, &pNone, nullptr, nullptr)), "((void *)0) != (*pszPKTOutput)"},
+        {0, CALL(PacketWrite(p, &pBuffer, &cb, nullptr)), "0 <= (*pcbPKTOutput)"},
+        {0, CALL(PacketWrite(p, &pBuffer, &cbRoom, nullptr)), "NULL != pqivenSend"},
+        {0, CALL(PacketWrite(p, &pBuffer, &cbRoom, &none)), "((void *)0) != pnasinfoInput"},
+        {0, CALL(PacketWrite(p, &pBuffer, &cbRoom, &empty)), "0 < nPktId"},
+        {0, CALL(PacketWrite(p, &pBuffer, &cbRoom, &full)), "QIVEN_SEND_MAX >= nPktId"},
+        {0, CALL(PacketWriteEncrypted(p, &pSealed, &cbRoom, nullptr, nullptr)), "((void *)0) != pqivenSend"},
+        {0, CALL(PacketWriteEncrypted(p, &pSealed, &cbRoom, &none, nullptr)), "NULL != szPublicKeyHex"},
+        {0, CALL(PacketReadEncrypted(p, rgbIn, 0, nullptr)), "0 < cbPKTInput"},
+        {0, CALL(PacketReadEncrypted(p, rgbIn, 1, nullptr)), "NULL != pnasinfoOutput"},
+        {-1, CALL(SendPktIDSet(p, &send, 0x4B, "", 0)), "FIELD_NONE != ulType"},
+        {-1, CALL(SendPktIDSet(p, &send, 0x5C, "12345", 5)), "cbSlot >= cbValue"},
+        {-1, CALL(SendPktIDSet(p, &send, 0xBC, "", 64 * 32 + 1)), "cbSlot >= cbValue"},
+        {-1, CALL(SendPktIDAdd(p, &send, 0, 0)), "PKT_ID_MIN < pktID1"},
+        {-1, CALL(SendPktIDAddServ(p, &send, 2, -1)), "(0 == blServSupp || 1 == blServSupp)"},
+        {-1, CALL(SendPktIDAddServ(p, &send, 1, -1)), "(0 == blServRun || 1 == blServRun)"},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(c.iResult, c.pfnCall()) << c.condition;
@@ -137,7 +126,7 @@ TEST(FieldCodecs, WritersNeedRoomForTheWholeField) {
     }
     EXPECT_EQ(Lines{}, LogCapture::Take());
     unsigned char rgbOut[100];
-    EXPECT_EQ(-1, WriteArray(log.Record(), rgbOut, 100, 0xBB, array, 64, 0, &record));
+    EXPECT_EQ(-1, QIVENPacketWriteArray(log.Record(), rgbOut, 100, 0xBB, array, 64, 0, &record));
     EXPECT_EQ((Lines{"1|packet:# unknown FIELD_ARRAY PKT-ID in grgFieldArrayCountMap: [0xBB]\n",
                      "1|packet:# Failed to get Array Count Offset.\n"}),
               LogCapture::Take());
