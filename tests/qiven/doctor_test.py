@@ -51,7 +51,7 @@ def stage(name):
         try:
             host.stdout.readline()
             env = dict(os.environ, HOST=str(host.pid), PATH=os.environ["PATH"] + ":/usr/sbin:/sbin")
-            subprocess.run(["sh", "-ec", "mount -t sysfs sysfs /sys; ip link set lo up\n" + setup], env=env, check=True, timeout=20)
+            subprocess.run(["sh", "-ec", "mount -t sysfs sysfs /sys; mount -t tmpfs tmpfs /run; ip link set lo up\n" + setup], env=env, check=True, timeout=20)
             pid = 0
             if beside:
                 place = ["nsenter", "-t", str(host.pid), "-n"] if beside[0] == "host" else []
