@@ -194,7 +194,10 @@ std::optional<std::string> FindIn(const std::vector<Chain> &chains, Direction di
 // Rules made with the newer iptables show up in nftables as well; those of the older one only in its own
 // list.
 std::vector<std::vector<Chain>> ReadFilters() {
-    return {ParseNft(Run("nft --stateless list ruleset")), ParseIptables(Run("iptables-legacy-save")),
+    // The list of tables is for the machine's root alone; the root of a container may ask for a table by
+    // name.
+    constexpr const char *kLegacy = "sh -c 'iptables-legacy-save || iptables-legacy-save -t filter'";
+    return {ParseNft(Run("nft --stateless list ruleset")), ParseIptables(Run(kLegacy)),
             ParseIptables(Run("iptables-save"))};
 }
 
