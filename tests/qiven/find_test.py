@@ -161,13 +161,23 @@ class Searching(unittest.TestCase):
         with subprocess.Popen([QIVEN, "find", "--verbose", "--expect", "1", "--timeout", "8"], env=ENVIRONMENT,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
             with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sock:
-                for i in range(60000):
+                time.sleep(0.3)
+                before = resident(process.pid)
+                for i in range(100000):
                     sock.sendto(junk[i % 3], ("127.0.0.1", segment.PORT))
                 time.sleep(0.3)
+                growth = resident(process.pid) - before
                 sock.sendto(answer(b"real"), ("127.0.0.1", segment.PORT))
             output, messages = process.communicate(timeout=20)
         self.assertIn(b"real", output)
         self.assertLess(len(messages.splitlines()), 250)
+        self.assertLess(growth, 4096)
+
+
+def resident(pid):
+    """KiB of memory that a process holds."""
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        return int(re.search(r"VmRSS:\s+(\d+)", status.read()).group(1))
 
 
 class Ending(unittest.TestCase):
