@@ -48,7 +48,7 @@ struct Run {
     bool blListening = false;
     bool blNoInterface = false;
     std::exception_ptr failure{};
-    Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, nextQuery{};
+    Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, lastQuery{};
     Clock::time_point lastShown{};
     std::vector<const Host *> unshown{};  // found, their rows not written yet
     bool blHeard = false;                 // an answer came in this pass
@@ -76,18 +76,22 @@ uint64_t Wanted(const Options &options) {
     return std::max(options.count.value_or(0), options.expect.value_or(0));
 }
 
-// The second query comes soon, for answers that were lost in the burst of the first; later ones are rarer.
+// The second query comes soon, for answers that were lost in the burst of the first, and so does the next one
+// as long as a query brings new hosts; later ones are rarer.
 double PauseAfter(const Run &run) {
     if (run.options.blWatch && run.nRounds >= kRoundsMin) return run.options.dInterval;
-    return run.nRounds < 3 ? 0.6 : 1.5;
+    return run.nRounds < 3 || run.lastNew > run.lastQuery ? 0.6 : 1.5;
 }
 
-void AskWhenDue(Run &run) {
-    if (Clock::now() < run.nextQuery) return;
+bool IsQueryDue(const Run &run) {
+    return run.nRounds == 0 || Clock::now() - run.lastQuery >= ToDuration(PauseAfter(run));
+}
+
+void AskAll(Run &run) {
     const int nSent = Ask(run.asker);
     if (nSent < 1 && run.nRounds == 0 && !run.options.blWatch) run.blNoInterface = true;
     ++run.nRounds;
-    run.nextQuery = Clock::now() + ToDuration(PauseAfter(run));
+    run.lastQuery = Clock::now();
 }
 
 // Seconds until the run ends if nothing new comes; below 0 when it does not.
@@ -127,8 +131,10 @@ void Progress(Run &run) {
     if (!run.blHeard && !run.unshown.empty()) ShowFound(run);
     run.blHeard = false;
     const auto now = Clock::now();
-    if (now >= run.nextQuery) ClearLive(run.report);  // asking may print a message
-    AskWhenDue(run);
+    if (IsQueryDue(run)) {
+        ClearLive(run.report);  // asking may print a message
+        AskAll(run);
+    }
     if (now - run.lastLive < ToDuration(kLivePeriod)) return;
     run.lastLive = now;
     output::EndWithoutReader();
