@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """qiven answer on two segments of its own, asked by raw sockets.
 
-Usage: answer_test.py QIVEN EXAMPLE. Runs itself again in new namespaces, as root or as an ordinary user.
+Usage: answer_test.py QIVEN EXAMPLE [TEST...]. Runs itself again in new namespaces, as root or as an ordinary user.
 """
 
 import ctypes
@@ -252,4 +252,4 @@ class Answer(unittest.TestCase):
 if __name__ == "__main__":
     run("ip link set lo up")
     assert sodium.sodium_init() >= 0
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]], verbosity=2)
