@@ -11,35 +11,29 @@
 #include <cstring>
 
 #include "iface/copy_text.h"
+#include "log/descriptor.h"
 #include "log/message.h"
 
 uint32_t gulDNS = 0;
 
 namespace {
 
+using qiven::Descriptor;
 using qiven::log::Where;
 
 constexpr const char *kRoom = "iface";
 constexpr size_t kPathSize = 4096;
 
 // Any datagram socket will do: the requests below are about devices, not about the socket.
-class RequestSocket {
-  public:
-    RequestSocket(const QIVEN_LOG *pLog, Where where) : m_fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        if (m_fd == -1) qiven::log::Error(pLog, where, "Open socket error:(%d)", errno);
-    }
-    ~RequestSocket() {
-        if (m_fd != -1) close(m_fd);
-    }
-    RequestSocket(const RequestSocket &) = delete;
-    RequestSocket &operator=(const RequestSocket &) = delete;
+Descriptor RequestSocket(const QIVEN_LOG *pLog, Where where) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) qiven::log::Error(pLog, where, "Open socket error:(%d)", errno);
+    return Descriptor(fd);
+}
 
-    bool IsOpen() const { return m_fd != -1; }
-    bool Ask(unsigned long ulRequest, ifreq &request) const { return ioctl(m_fd, ulRequest, &request) != -1; }
-
-  private:
-    int m_fd;
-};
+bool Ask(const Descriptor &sock, unsigned long ulRequest, ifreq &request) {
+    return ioctl(sock.fd, ulRequest, &request) != -1;
+}
 
 bool IsTunOrTap(const char *szIf) {
     char szPath[kPathSize];
@@ -82,12 +76,12 @@ int QIVENIfaceInit(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf) {
 
 int QIVENIfaceGetActive(const QIVEN_LOG *pLog, const char *szIf) {
     if (!qiven::log::Check(pLog, kRoom, szIf != nullptr, "(((void *)0) != szIf)")) return -1;
-    const RequestSocket sock(pLog, kRoom);
+    const Descriptor sock = RequestSocket(pLog, kRoom);
     if (!sock.IsOpen()) return -1;
     ifreq request{};
     qiven::iface::CopyText(request.ifr_name, szIf);
     if (IsTunOrTap(szIf)) return -1;
-    if (!sock.Ask(SIOCGIFFLAGS, request)) {
+    if (!Ask(sock, SIOCGIFFLAGS, request)) {
         qiven::log::Error(pLog, kRoom, "ioctl(SIOCGIFFLAGS) error:(%d)", errno);
         return -1;
     }
@@ -96,18 +90,18 @@ int QIVENIfaceGetActive(const QIVEN_LOG *pLog, const char *szIf) {
 
 int QIVENIfaceGetNetSetting(const QIVEN_LOG *pLog, QIVEN_NETIF *pNetIf) {
     if (!qiven::log::Check(pLog, kRoom, pNetIf != nullptr, "((void *)0) != pNetIf")) return -1;
-    const RequestSocket sock(pLog, kRoom);
+    const Descriptor sock = RequestSocket(pLog, kRoom);
     if (!sock.IsOpen()) return -1;
     ifreq request{};
     qiven::iface::CopyText(request.ifr_name, pNetIf->szIfName);
     request.ifr_addr.sa_family = AF_INET;
-    if (!sock.Ask(SIOCGIFHWADDR, request)) {
+    if (!Ask(sock, SIOCGIFHWADDR, request)) {
         qiven::log::Error(pLog, kRoom, "ioctl SIOCGIFHWADDR %s error:(%d)", pNetIf->szIfName, errno);
         return -1;
     }
     memcpy(pNetIf->rgMac, request.ifr_hwaddr.sa_data, sizeof pNetIf->rgMac);
     for (const AddressQuery &query : kAddressQueries) {
-        if (!sock.Ask(query.ulRequest, request)) {
+        if (!Ask(sock, query.ulRequest, request)) {
             qiven::log::Error(pLog, kRoom, "ioctl %s %s error:(%d)", query.szRequest, pNetIf->szIfName,
                               errno);
             pNetIf->blActive = 0;
