@@ -25,10 +25,10 @@ constexpr const char *kRoom = "iface";
 constexpr size_t kPathSize = 4096;
 
 // Any datagram socket will do: the requests below are about devices, not about the socket.
-Descriptor RequestSocket(const QIVEN_LOG *pLog, Where where) {
+int OpenRequestSocket(const QIVEN_LOG *pLog, Where where) {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd == -1) qiven::log::Error(pLog, where, "Open socket error:(%d)", errno);
-    return Descriptor(fd);
+    return fd;
 }
 
 bool Ask(const Descriptor &sock, unsigned long ulRequest, ifreq &request) {
@@ -76,7 +76,7 @@ int QIVENIfaceInit(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf) {
 
 int QIVENIfaceGetActive(const QIVEN_LOG *pLog, const char *szIf) {
     if (!qiven::log::Check(pLog, kRoom, szIf != nullptr, "(((void *)0) != szIf)")) return -1;
-    const Descriptor sock = RequestSocket(pLog, kRoom);
+    const Descriptor sock(OpenRequestSocket(pLog, kRoom));
     if (!sock.IsOpen()) return -1;
     ifreq request{};
     qiven::iface::CopyText(request.ifr_name, szIf);
@@ -90,7 +90,7 @@ int QIVENIfaceGetActive(const QIVEN_LOG *pLog, const char *szIf) {
 
 int QIVENIfaceGetNetSetting(const QIVEN_LOG *pLog, QIVEN_NETIF *pNetIf) {
     if (!qiven::log::Check(pLog, kRoom, pNetIf != nullptr, "((void *)0) != pNetIf")) return -1;
-    const Descriptor sock = RequestSocket(pLog, kRoom);
+    const Descriptor sock(OpenRequestSocket(pLog, kRoom));
     if (!sock.IsOpen()) return -1;
     ifreq request{};
     qiven::iface::CopyText(request.ifr_name, pNetIf->szIfName);
