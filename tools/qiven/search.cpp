@@ -262,6 +262,7 @@ int Search(const Options &options) {
     const QIVEN_RECV callbacks{nullptr, nullptr, OnRecord, OnProgress};
     const int iResult = QIVENUDPServer(&conn, &callbacks, nullptr, nullptr);
     SetTimer(0);
+    pRun = nullptr;
     QIVENProcessKeyCleanup();
     if (run.failure) {
         ClearLive(run.report);
