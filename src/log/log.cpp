@@ -23,6 +23,7 @@ int QIVENLogFuncSet(QIVEN_LOG *pLog, int iLevel, QIVEN_LOG_FUNC pfnLog) {
 
 QIVEN_LOG_FUNC QIVENLogFuncGet(const QIVEN_LOG *pLog, int iLevel) {
     if (pLog == nullptr || !IsLevel(iLevel)) return nullptr;
+    // cppcheck-suppress CastIntegerToAddressAtReturn ; takes the element for what its functions return
     return pLog->rgpfnLog[iLevel];
 }
 

@@ -26,6 +26,7 @@ Register *const kCommands[] = {
 bool HoldStandardDescriptors() {
     for (int fd = 0; fd <= 2; ++fd) {
         if (fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
+        // cppcheck-suppress leakReturnValNotUsed ; it is to stay open
         if (open("/dev/null", O_RDONLY) != fd) return false;
     }
     return true;
