@@ -1,0 +1,141 @@
+#!/usr/bin/env python3
+"""Wireshark's dissector says what "qiven decode" says, of captured and of malformed packets.
+
+Usage: unshare -rn dissector_test.py QIVEN QIVEN.LUA
+"""
+import json
+import os
+import random
+import re
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "qiven"))
+import segment
+from segment import answer, field, packet
+
+QIVEN, LUA = sys.argv[1:3]
+SEALED, BASIC = bytes.fromhex("12345566") + b"TAVO", [(1, 2), (0xA4, 0)]
+MALFORMED = [
+    b"x", packet([])[:8], b"GET / HTTP/1.0\r\n", SEALED, SEALED + bytes(20), SEALED + bytes(range(200)),
+    packet([]) + b"\0\0", packet([(1, 2)]), packet([(1, 3), (0xA4, 0), (0x20, 1), (0x21, b"")]), packet(BASIC) + b"\x11",
+    packet(BASIC) + b"\x03", packet(BASIC) + b"\x11\x09abc", packet(BASIC) + b"\x03\xff\x11\x02ab", packet(BASIC + [(1, b"")]),
+    packet(BASIC + [(0x48, b"123"), (0x11, bytes(36))]), packet(BASIC + [(0x11, b"a\0b"), (0x5C, b"1234")]),
+    packet(BASIC + [(0x11, b"\x1b[31mred\x07\xff\xc3\n"), (0x7C, b"02:00:00:00:00:01"), (0x7C, b"\x1b02:00"), (0x7C, b"")]),
+    packet(BASIC + [(0xBC, b"e")] * 2 + [(0xBC, b"%d" % i) for i in range(33)]), packet(BASIC + [(0x99, b"u")] * 31 * 2),
+    packet(BASIC + [(0x99, b"u")] * 63), packet(BASIC + [(0xBC, b"a"), (0x99, b""), (0xBC, b"b"), (0x11, b"n"), (0xBC, b"c")]),
+    packet(BASIC + [(0x2A, b"l" * 255)] + [(0x72, b"m" * 255)] * 5 + [(0x72, b"n" * 5), (0x72, b"n")]),
+    packet(BASIC + [(0x4B, b"none"), (0x72, b"alone"), (0xB8, bytes(range(8))), (0x12, bytes([10, 9, 0, 7])), (0x12, b"12")]),
+    packet(BASIC) + bytes([0x11, 0]) * 4500,
+]
+
+
+def capture(packets, missing=0):
+    """A capture of Ethernet frames that lack their last bytes."""
+    out = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
+    for data in packets:
+        ip = struct.pack("!BBHHHBBH8s", 0x45, 0, 28 + len(data), 1, 0, 64, 17, 0, b"\x0a\x09\0\1" + b"\xff" * 4)
+        frame = bytes(12) + b"\x08\0" + ip + struct.pack("!HHHH", 1234, 9999, 8 + len(data), 0) + data
+        out += struct.pack("<IIII", 0, 0, len(frame) - missing, len(frame)) + frame[:len(frame) - missing]
+    return out
+
+
+def tshark(path, *options):
+    done = subprocess.run(["tshark", "-X", "lua_script:" + LUA, "-r", path, *options], check=True,
+                          capture_output=True, env={**os.environ, "HOME": "/nonexistent"}, timeout=120)
+    assert b"Lua" not in done.stderr, done.stderr
+    return done.stdout
+
+
+def shown(node, name):
+    found = node.find(f".//field[@name='qiven.{name}']")
+    return None if found is None else found.get("show")
+
+
+def value_of(node, of):
+    """What Wireshark shows for a field that qiven decode shows as "of", in the types of the latter."""
+    value = node.find(f"field[@name='qiven.{of['name']}']")
+    if value is None and of["name"] == "mac":
+        value = node.find("field[@name='qiven.mac.text']")
+    if value is None:
+        return None
+    return int(value.get("show"), 0) if of["type"] == "integer" else value.get("show")
+
+
+class Dissector(unittest.TestCase):
+    def compare(self, path):
+        decoded = json.loads(subprocess.run([QIVEN, "decode", "--format", "json", "--pcap", path],
+                                            stdout=subprocess.PIPE, check=False).stdout)
+        xml = re.sub("[\0-\x08\x0b\x0c\x0e-\x1f\ufffe\uffff]", "?", tshark(path, "-T", "pdml").decode("utf-8", "replace"))
+        trees = ElementTree.fromstring(xml).findall(".//proto[@name='qiven']")
+        self.assertEqual(len(trees), len(decoded))
+        for tree, of in zip(trees, decoded):
+            self.assertEqual((shown(tree, "verdict"), shown(tree, "reason")), (of["verdict"], of.get("reason")))
+            fields, start = tree.findall("field[@name='qiven.field']"), int(tree.get("pos"))
+            self.assertEqual(len(fields), len(of["fields"]))
+            for got, want in zip(fields, of["fields"]):
+                number = [None if n is None else int(n, 0) for n in (shown(got, f"field.{k}") for k in ("id", "length", "element"))]
+                self.assertEqual([int(got.get("pos")) - start, *number, shown(got, "field.problem")],
+                                 [want["offset"], want["id"], want["length"], want.get("element"), want.get("problem")])
+                raw = shown(got, "field.raw")
+                if raw is not None:
+                    self.assertEqual(raw.replace(":", ""), want["hex"])
+                elif want["hex"].isascii() and re.fullmatch(r"[ -~]*", bytes.fromhex(want["hex"]).decode("latin-1")):
+                    self.assertEqual(value_of(got, want), want["value"] if want["length"] is not None else None)
+        return decoded
+
+    def setUp(self):
+        self.dir = tempfile.TemporaryDirectory()
+        self.addCleanup(self.dir.cleanup)
+        self.path = os.path.join(self.dir.name, "capture")
+
+    def write(self, content):
+        with open(self.path, "wb") as file:
+            file.write(content)
+        return self.path
+
+    def test_a_real_search(self):
+        every = answer(b"all", x2a=b"l" * 255, x72=b"more", x7c=b"02:00:00:00:00:01", xb0=b"\1" * 8, xbc=b"e", x13=b"\x0a\0\0\1")
+        with subprocess.Popen(["tshark", "-q", "-i", "lan0", "-f", "udp port 9999", "-w", self.path],
+                              stderr=subprocess.PIPE) as sniffer:
+            while b"Capturing" not in sniffer.stderr.readline():
+                self.assertIsNone(sniffer.poll())
+            time.sleep(1)
+            with subprocess.Popen([QIVEN, "answer", "--name", "real", "--model", "7"]) as host, segment.Hosts(lambda *_: [every]):
+                subprocess.run([QIVEN, "find", "--count", "2", "--timeout", "20"], stdout=subprocess.DEVNULL, check=True)
+                host.terminate()
+            time.sleep(1)
+            sniffer.terminate()
+            sniffer.communicate(timeout=20)
+        decoded = self.compare(self.path)
+        self.assertEqual({"accepted", "sealed"}, {of["verdict"] for of in decoded})
+        self.assertLessEqual({"query", "answer"}, {"query" if f["value"] == 1 else "answer" for of in decoded for f in of["fields"][:1]})
+
+    def test_malformed_and_random_packets(self):
+        random.seed(1)
+        good = answer(b"n", x2a=b"text", xbc=b"a", x48=7, xb0=bytes(8))
+        bent = [bytes(random.choice((b, b, b, b, random.randrange(256))) if i > 7 else b for i, b in enumerate(good)) for _ in range(200)]
+        self.compare(self.write(capture(MALFORMED + bent + [good[:n] for n in range(1, len(good))])))
+        for missing in range(1, 60, 7):
+            decoded = self.compare(self.write(capture([good, SEALED + bytes(100)], missing)))
+            self.assertEqual([of["verdict"] for of in decoded], ["incomplete"] * 2)
+
+    def test_what_people_see(self):
+        self.write(capture([MALFORMED[16], MALFORMED[12], MALFORMED[5], answer(b"attic", x7c=b"02:00:00:00:00:01")]))
+        for options in ((), ("-V",)):
+            self.assertNotRegex(tshark(self.path, *options).decode(), "[\0-\x09\x0b-\x1f\x7f-\x9f]")
+        self.assertIn(b"Answer, attic, 10.9.0.7", tshark(self.path))
+        self.assertIn(b"announces 255 bytes, 4 left", tshark(self.path, "-T", "fields", "-e", "_ws.expert.message"))
+        for wanted, count in (("qiven.address == 10.9.0.7", 1), ("qiven.mac == 02:00:00:00:00:01", 2), ("qiven.box.key", 1),
+                              ('qiven.verdict == "sealed"', 1), ("qiven.type == 2 && qiven.name matches \"^att\"", 1)):
+            self.assertEqual(tshark(self.path, "-Y", wanted, "-T", "fields", "-e", "frame.number").count(b"\n"), count, wanted)
+
+
+if __name__ == "__main__":
+    segment.set_up()
+    unittest.main(argv=sys.argv[:1])
