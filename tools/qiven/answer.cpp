@@ -221,8 +221,9 @@ void RegisterAnswer(CLI::App &app, std::function<int()> &run) {
     answer::Source &source = state.source;
     CLI::App *pSub = app.add_subcommand("answer", "Answer the queries of searchers, as a host does");
     pSub->add_option(
-        "--config", source.path,
-        fmt::format("What to announce (default {}, unless --name and --model say it)", kDefaultPath));
+            "--config", source.path,
+            fmt::format("What to announce (default {}, unless --name and --model say it)", kDefaultPath))
+        ->type_name("FILE");
     pSub->add_flag("--check-config", blCheckOnly,
                    "Check the configuration and end: status 0, or 4 when it is bad");
     pSub->add_option("--name", source.name, "Host name (default: this machine's)");

@@ -16,4 +16,7 @@ void RegisterInterfaces(CLI::App &app, std::function<int()> &run);
 void RegisterDecode(CLI::App &app, std::function<int()> &run);
 void RegisterDoctor(CLI::App &app, std::function<int()> &run);
 
+// The whole command line: all of these, and what they have in common.
+void RegisterAll(CLI::App &app, std::function<int()> &run);
+
 }  // namespace qiven

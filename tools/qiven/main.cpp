@@ -13,14 +13,6 @@
 
 namespace {
 
-using Register = void(CLI::App &, std::function<int()> &);
-
-// In the order of the help text.
-Register *const kCommands[] = {
-    qiven::RegisterFind,   qiven::RegisterAnswer, qiven::RegisterInterfaces,
-    qiven::RegisterDecode, qiven::RegisterDoctor,
-};
-
 // A closed standard descriptor would be handed to the next socket, and output would go out by it. Reading
 // ends of /dev/null keep the place, and a write to them fails as it should.
 bool HoldStandardDescriptors() {
@@ -43,15 +35,9 @@ int Finish(int iStatus) {
 }
 
 int Main(int argc, char **argv) {
-    CLI::App app{"Finds network-attached storage hosts on the local network segment."};
-    app.name("qiven");
+    CLI::App app;
     std::function<int()> run;
-    for (Register *pfnRegister : kCommands)
-        pfnRegister(app, run);
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "qiven " QIVEN_VERSION);
-    for (CLI::App *pSub : app.get_subcommands([](const CLI::App *) { return true; }))
-        pSub->set_version_flag("--version", "qiven " QIVEN_VERSION);
+    qiven::RegisterAll(app, run);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
