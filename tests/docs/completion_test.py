@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""What the shells complete and what the manual says, compared with the help of the command.
+
+Usage: completion_test.py QIVEN COMPLETIONS MANUAL
+"""
+import fcntl
+import glob
+import os
+import pty
+import re
+import select
+import struct
+import subprocess
+import sys
+import termios
+import unittest
+
+QIVEN, COMPLETIONS, MANUAL = sys.argv[1:]
+COMMANDS = ["find", "answer", "interfaces", "decode", "doctor"]
+# What stands on the command line, and what must be offered: all of it, and nothing else (zsh: all of it).
+CASES = {
+    "qiven ": set(COMMANDS),
+    "qiven find --format ": {"table", "plain", "json", "ndjson", "csv"},
+    "qiven decode --format j": {"json"},
+    "qiven find --interface ": set(os.listdir("/sys/class/net")),
+    "qiven find --fields name,address_1": {"name,address_1" + digit for digit in "345e"},
+    "qiven decode --pcap /proc/self/stat": {"/proc/self/stat", "/proc/self/statm", "/proc/self/status"},
+}
+
+
+def output(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def options_of(command):
+    return set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", "\n".join(
+        line[:28] for line in output(QIVEN, command, "--help").splitlines() if line.startswith("  -"))))
+
+
+def bash(line):
+    words = line.split(" ")
+    return set(output("bash", "-c", f'source {COMPLETIONS}/bash/qiven; COMP_CWORD={len(words) - 1} COMP_WORDS=("$@")'
+                      '; _qiven; printf "%s\\n" "${COMPREPLY[@]}"', "bash", *words).split())
+
+
+def fish(line):
+    listed = output("fish", "-c", f"source {COMPLETIONS}/fish/qiven.fish; complete -C '{line}'")
+    return {entry.split("\t")[0] for entry in listed.splitlines()}
+
+
+class Zsh:
+    """An interactive shell on a terminal that is large enough for every list."""
+
+    def __init__(self):
+        self.pid, self.fd = pty.fork()
+        if self.pid == 0:
+            os.execvp("zsh", ["zsh", "-f"])
+        fcntl.ioctl(self.fd, termios.TIOCSWINSZ, struct.pack("HHHH", 400, 200, 0, 0))
+        self.type(f"PS1=; LISTMAX=1000; fpath=({COMPLETIONS}/zsh $fpath); autoload -U compinit && compinit -u -D\n", 1)
+
+    def type(self, text, quiet=0.3):
+        os.write(self.fd, text.encode())
+        seen = b""
+        while select.select([self.fd], [], [], quiet if seen else 10)[0]:
+            seen += os.read(self.fd, 65536)
+        return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", " ", seen.decode(errors="replace"))
+
+    def __call__(self, line):
+        seen = self.type(line + "\t")
+        self.type("\x03")
+        before = line.split(" ")[-1].rpartition("/" if "/" in line else ",")
+        return {before[0] + before[1] + word for word in re.split(r"[\s,=]+|/proc/self/", seen)} | set(seen.split())
+
+
+class Completion(unittest.TestCase):
+    def test_shells_offer_what_there_is(self):
+        options = {f"qiven {command} -": options_of(command) for command in COMMANDS}
+        self.assertLess({"--fields", "--watch", "-v"}, options["qiven find -"])
+        zsh = Zsh()
+        self.addCleanup(os.close, zsh.fd)
+        for line, expected in {**CASES, **options}.items():
+            for shell in (bash, fish, zsh):
+                with self.subTest(line=line, shell=shell):
+                    offered = shell(line)
+                    self.assertEqual(expected - offered, set())
+                    if shell is not zsh and line != "qiven ":
+                        self.assertEqual(offered - expected, set())
+        self.assertEqual(bash("qiven find --format = js"), {"json"})
+
+    def test_manual_has_every_option_and_no_fault(self):
+        for command in COMMANDS:
+            page = re.sub(".\b", "", output("mandoc", "-Tascii", f"{MANUAL}/man1/qiven-{command}.1"))
+            self.assertEqual({o for o in options_of(command) if not re.search(rf"^ +(\S+, )?{o}\b", page, re.M)}, set())
+        pages = [page for page in glob.glob(f"{MANUAL}/man?/*") if not os.path.islink(page)]
+        self.assertEqual(len(pages), len(COMMANDS) + 12)
+        lint = subprocess.run(["mandoc", "-Tlint", "-Wwarning", *pages], capture_output=True, text=True).stdout
+        # scdoc starts a paragraph where a section starts one already.
+        self.assertEqual([line for line in lint.splitlines() if "skipping paragraph macro: PP" not in line], [])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
