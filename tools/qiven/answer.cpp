@@ -232,7 +232,7 @@ void RegisterAnswer(CLI::App &app, std::function<int()> &run) {
     pSub->add_option("--second", source.ulSecond, "Second number of a host-list line (default 240)");
     pSub->add_flag("--plain", state.blNeverSeal, "Answer in clear, also when a query carries a key");
     pSub->add_flag("--verbose", state.blVerbose, "Show the library's messages, too");
-    pSub->callback([&run, &source] {
+    pSub->callback([&run] {
         if (source.path.empty() && !source.ulModel) source.path = kDefaultPath;
         run = [] { return Start(blCheckOnly); };
     });
