@@ -29,8 +29,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
         Lines messages;
         const int iResult = Apply(std::string(text), expected.rgNetIf[0], messages);
         LogCapture log;
-        fuzz::Require(qiven::iface_lnx::ParseIfCfg(log.Record(), file.Path().c_str(), table.rgNetIf) == iResult,
-                      "a file fails for values that are too long, and for nothing else");
+        fuzz::Require(
+            qiven::iface_lnx::ParseIfCfg(log.Record(), file.Path().c_str(), table.rgNetIf) == iResult,
+            "a file fails for values that are too long, and for nothing else");
         fuzz::RequireSameTable(expected, table);
         fuzz::Require(LogCapture::Take() == messages, "values that are too long are reported, nothing else");
     }

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 
+#include <cstdarg>
 #include <string>
 
 namespace fuzz {
@@ -15,5 +16,10 @@ inline std::string g_to;    // what is opened instead
 extern "C" int __real_open(const char *szPath, int iFlags, ...);
 extern "C" int __wrap_open(const char *szPath, int iFlags, ...);
 extern "C" int __wrap_open(const char *szPath, int iFlags, ...) {
-    return __real_open(fuzz::g_from == szPath ? fuzz::g_to.c_str() : szPath, iFlags);
+    if (fuzz::g_from == szPath) return __real_open(fuzz::g_to.c_str(), iFlags);
+    va_list args;
+    va_start(args, iFlags);
+    const mode_t mode = (iFlags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;  // the engine's own files
+    va_end(args);
+    return __real_open(szPath, iFlags, mode);
 }

@@ -1,4 +1,5 @@
-// Runs a target on files and on the files of folders, without an engine: the corpus as a test, or one finding.
+// Runs a target on files and on the files of folders, without an engine: the corpus as a test, or one
+// finding.
 #include <filesystem>
 #include <fstream>
 #include <iterator>
