@@ -21,9 +21,9 @@ inline bool IsOn(const QIVEN_LOG *pLog, int iLevel) {
 }
 
 // Sends "%s:%d " with room and line, followed by the formatted text, to a level. Costs one test when it is
-// off.
-void Error(const QIVEN_LOG *pLog, Where where, const char *szFormat, ...) QIVEN_PRINTF(3, 4);
-void Debug(const QIVEN_LOG *pLog, Where where, const char *szFormat, ...) QIVEN_PRINTF(3, 4);
+// off. Cold, so that compilers lay out their callers for the case that there is nothing to say.
+[[gnu::cold]] void Error(const QIVEN_LOG *pLog, Where where, const char *szFormat, ...) QIVEN_PRINTF(3, 4);
+[[gnu::cold]] void Debug(const QIVEN_LOG *pLog, Where where, const char *szFormat, ...) QIVEN_PRINTF(3, 4);
 
 // Returns blOk; when it is false, reports the argument check whose text is given. Inline, so that compilers
 // and analysers see that what was checked holds afterwards.

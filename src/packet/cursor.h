@@ -6,35 +6,50 @@
 #include <cstring>
 #include <span>
 
+#include "packet/text.h"
+
 namespace qiven::packet {
 
 using Bytes = std::span<const unsigned char>;
 
 // Reads a packet from front to back.
 struct ReadCursor {
-    Bytes rgbLeft;
+    const unsigned char *pAt;
+    const unsigned char *pEnd;
 
-    bool AtEnd() const { return rgbLeft.empty(); }
+    explicit ReadCursor(Bytes rgb) : pAt(rgb.data()), pEnd(rgb.data() + rgb.size()) {}
+
+    Bytes Rest() const { return {pAt, pEnd}; }
+    size_t Left() const { return static_cast<size_t>(pEnd - pAt); }
+    bool AtEnd() const { return pAt == pEnd; }
 
     bool TakeByte(unsigned char &bValue) {
-        if (rgbLeft.empty()) return false;
-        bValue = rgbLeft.front();
-        rgbLeft = rgbLeft.subspan(1);
+        if (AtEnd()) return false;
+        bValue = *pAt++;
         return true;
     }
 
     bool Take(size_t cb, Bytes &rgbTaken) {
-        if (cb > rgbLeft.size()) return false;
-        rgbTaken = rgbLeft.first(cb);
-        rgbLeft = rgbLeft.subspan(cb);
+        if (cb > Left()) return false;
+        rgbTaken = {pAt, cb};
+        pAt += cb;
         return true;
     }
 
     // Takes a length byte and the value it announces; takes nothing when the value runs past the end.
     bool TakeValue(Bytes &rgbValue) {
-        if (rgbLeft.empty() || rgbLeft.front() >= rgbLeft.size()) return false;
-        rgbValue = rgbLeft.subspan(1, rgbLeft.front());
-        rgbLeft = rgbLeft.subspan(1 + rgbValue.size());
+        if (AtEnd() || *pAt >= Left()) return false;
+        rgbValue = {pAt + 1, *pAt};
+        pAt += 1 + rgbValue.size();
+        return true;
+    }
+
+    // Takes a value that has the given length, and leaves one that has not. A constant length matters: the
+    // next field can then be looked at before this one's length byte has arrived.
+    bool TakeValueOf(size_t cb, const unsigned char *&pValue) {
+        if (Left() <= cb || *pAt != cb) return false;
+        pValue = pAt + 1;
+        pAt += 1 + cb;
         return true;
     }
 };
@@ -45,7 +60,7 @@ struct WriteCursor {
 
     bool Put(Bytes rgb) {
         if (rgb.size() > rgbRoom.size()) return false;
-        if (!rgb.empty()) memcpy(rgbRoom.data(), rgb.data(), rgb.size());
+        CopyBytes<false>(rgbRoom.data(), rgb.data(), rgb.size());
         rgbRoom = rgbRoom.subspan(rgb.size());
         return true;
     }

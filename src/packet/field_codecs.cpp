@@ -34,7 +34,7 @@ int WriteElements(WriteCursor cursor, unsigned int PktId, const char *szElements
     const size_t cbRoom = cursor.rgbRoom.size();
     for (uint32_t i = 0; i < nElements; ++i) {
         const char *szElement = szElements + size_t{i} * cbElement;
-        const size_t cbText = strnlen(szElement, cbElement);
+        const size_t cbText = TextLength(szElement, cbElement);
         if (cbText == 0) continue;
         // Without its NUL inside the width, the element would be refused by every reader, and the packet with
         // it.
@@ -86,7 +86,7 @@ int QIVENPacketReadString(const QIVEN_LOG *pLog, const unsigned char *szPKTInput
     if (!Check(pLog, kRoom, nullptr != szPKTInput, "(((void *)0) != szPKTInput)")) return 0;
     if (!Check(pLog, kRoom, nullptr != szFieldOutput, "((void *)0) != szFieldOutput")) return 0;
     if (!Check(pLog, kRoom, 0 < cbPKTInput, "0 < cbPKTInput")) return 0;
-    ReadCursor cursor{{szPKTInput, static_cast<size_t>(cbPKTInput)}};
+    ReadCursor cursor({szPKTInput, static_cast<size_t>(cbPKTInput)});
     Bytes rgbValue;
     if (!cursor.TakeValue(rgbValue)) return 0;
     char *szSlot = static_cast<char *>(szFieldOutput) + size_t{cbFieldOutput} * nIndex;
@@ -113,7 +113,7 @@ int QIVENPacketReadInteger(const QIVEN_LOG *pLog, const unsigned char *szPKTInpu
                "(QIVENPKT_HOST_ENDIAN == dstEndian || QIVENPKT_KEEP_ENDIAN == dstEndian)")) {
         return 0;
     }
-    ReadCursor cursor{{szPKTInput, static_cast<size_t>(cbPKTInput)}};
+    ReadCursor cursor({szPKTInput, static_cast<size_t>(cbPKTInput)});
     Bytes rgbValue;
     if (!cursor.TakeValue(rgbValue)) return 0;
     return StoreInteger(rgbValue, puFieldOutput, cbFieldOutput, dstEndian)

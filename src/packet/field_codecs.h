@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "packet/cursor.h"
+#include "packet/text.h"
 
 namespace qiven::packet {
 
@@ -16,8 +17,7 @@ namespace qiven::packet {
 inline bool StoreText(Bytes rgbValue, void *pSlot, size_t cbSlot) {
     if (rgbValue.empty()) return true;
     if (rgbValue.size() >= cbSlot) return false;
-    auto *szSlot = static_cast<char *>(pSlot);
-    if (memccpy(szSlot, rgbValue.data(), '\0', rgbValue.size()) == nullptr) szSlot[rgbValue.size()] = '\0';
+    CopyText(static_cast<unsigned char *>(pSlot), rgbValue.data(), rgbValue.size());
     return true;
 }
 

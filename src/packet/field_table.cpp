@@ -131,30 +131,41 @@ constexpr bool IsSorted() {
     return true;
 }
 
-constexpr std::array<uint8_t, PKT_ID_MAX> MakeIndex() {
-    std::array<uint8_t, PKT_ID_MAX> rgIndex{};
-    rgIndex.fill(kNoField);
+constexpr FieldEntry MakeEntry(const QIVEN_FIELD_ATTRIB &attrib, uint8_t bIndex) {
+    return {.cbOffset = static_cast<uint16_t>(attrib.ulOffset),
+            .cbField = static_cast<uint16_t>(attrib.cbField),
+            .bType = static_cast<uint8_t>(attrib.ulType),
+            .bEndian = attrib.ulEndian == QIVENPKT_KEEP_ENDIAN ? uint8_t{QIVENPKT_KEEP_ENDIAN}
+                                                               : uint8_t{QIVENPKT_HOST_ENDIAN},
+            .bMarks = static_cast<uint8_t>(attrib.ulPktId == 0x73 ? kMarkField73 : attrib.ulBasicMask),
+            .bIndex = bIndex};
+}
+
+constexpr std::array<FieldEntry, PKT_ID_MAX> MakeEntries() {
+    std::array<FieldEntry, PKT_ID_MAX> rgEntries{};
+    rgEntries.fill(
+        {.cbOffset = 0, .cbField = 0, .bType = FIELD_NONE, .bEndian = 0, .bMarks = 0, .bIndex = kNoField});
     for (uint8_t i = 0; i < QIVEN_FIELD_COUNT; ++i)
-        rgIndex[grgfieldAttribs[i].ulPktId] = i;
-    return rgIndex;
+        rgEntries[grgfieldAttribs[i].ulPktId] = MakeEntry(grgfieldAttribs[i], i);
+    return rgEntries;
 }
 
 // The array writer takes the element count from the record without looking its field up again.
 constexpr bool CountsAreArrayCount() {
-    constexpr auto rgIndex = MakeIndex();
+    constexpr auto rgEntries = MakeEntries();
     for (const auto &map : grgFieldArrayCountMap) {
-        if (rgIndex[map.ulCountPktId] == kNoField) return false;
-        if (grgfieldAttribs[rgIndex[map.ulCountPktId]].ulOffset != offsetof(nasinfo, ulArrayCount))
-            return false;
+        const FieldEntry &count = rgEntries[map.ulCountPktId];
+        if (count.bIndex == kNoField || count.cbOffset != offsetof(nasinfo, ulArrayCount)) return false;
     }
     return true;
 }
 
 static_assert(IsSorted());
+static_assert(sizeof(nasinfo) <= UINT16_MAX);
 static_assert(CountsAreArrayCount());
 
 }  // namespace
 
-constexpr std::array<uint8_t, PKT_ID_MAX> rgIndexOfField = MakeIndex();
+constexpr std::array<FieldEntry, PKT_ID_MAX> rgFieldEntries = MakeEntries();
 
 }  // namespace qiven::packet

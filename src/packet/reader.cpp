@@ -1,5 +1,7 @@
 #include <qiven/packet.h>
 
+#include <endian.h>
+
 #include <cstring>
 
 #include "log/message.h"
@@ -15,6 +17,7 @@ namespace qiven::packet {
 
 namespace {
 
+constexpr unsigned char kPktTypeId = 0x01;
 constexpr uint32_t kBasicMask = 0x03;
 constexpr uint32_t kNetSettingMask = 0x1C;
 // Bytes of szLongText that continuation chunks may fill, NUL included.
@@ -26,12 +29,24 @@ struct Walk {
     nasinfo &record;
     ReadCursor cursor;
     size_t cbFields;          // of the whole walk, for offsets in messages
-    uint32_t ulPresent = 0;   // basic bits of the fields read
+    uint32_t ulMarks = 0;     // of the fields read
     uint32_t ulArrayRun = 0;  // identifier of the array being filled, 0 for none
     uint32_t nElement = 0;    // its current element
+    // The packet type's bytes, or null for 0. Asking the record, which has only just been cleared, would wait
+    // until the clearing has reached the cache.
+    const unsigned char *pPktType = nullptr;
+
+    uint32_t Present() const { return ulMarks & kBasicMarks; }
+    bool IsNetSetting() const {
+        uint32_t ulPktType = 0;
+        if (pPktType != nullptr) memcpy(&ulPktType, pPktType, sizeof ulPktType);
+        return le32toh(ulPktType) == QIVEN_PKT_NETSETTING;
+    }
 };
 
-bool TakeKnownValue(Walk &walk, Bytes &rgbValue) {
+// Always inlined, so that the walk needs no address and stays in registers: this loop is the library's
+// hottest.
+[[gnu::always_inline]] inline bool TakeKnownValue(Walk &walk, Bytes &rgbValue) {
     if (!Check(walk.pLog, kRoom, !walk.cursor.AtEnd(), "0 < cbPKTInput")) return false;
     return walk.cursor.TakeValue(rgbValue);
 }
@@ -44,23 +59,38 @@ bool NextElement(Walk &walk, uint32_t ulPktId) {
     return true;
 }
 
-bool ReadKnown(Walk &walk, const QIVEN_FIELD_ATTRIB &attrib) {
-    unsigned char *pSlot = Slot(walk.record, attrib);
-    if (attrib.ulType == FIELD_ARRAY) {
-        if (!NextElement(walk, attrib.ulPktId)) return false;
-        pSlot += size_t{attrib.cbField} * walk.nElement;
+// Reads an integer that has the length it should have; leaves everything else to the caller.
+template <class Integer>
+bool TakeInteger(ReadCursor &cursor, unsigned char *pSlot, int iEndian) {
+    const unsigned char *pValue;
+    return cursor.TakeValueOf(sizeof(Integer), pValue) &&
+           StoreInteger({pValue, sizeof(Integer)}, pSlot, sizeof(Integer), iEndian);
+}
+
+bool StoreKnown(Walk &walk, const FieldEntry &field, unsigned char *pSlot) {
+    if (field.bType == FIELD_INTEGER &&
+        (field.cbField == sizeof(uint32_t) ? TakeInteger<uint32_t>(walk.cursor, pSlot, field.bEndian)
+                                           : TakeInteger<uint64_t>(walk.cursor, pSlot, field.bEndian)))
+        return true;
+    Bytes rgbValue;
+    if (!TakeKnownValue(walk, rgbValue)) return false;
+    return field.bType == FIELD_INTEGER ? StoreInteger(rgbValue, pSlot, field.cbField, field.bEndian)
+                                        : StoreText(rgbValue, pSlot, field.cbField);
+}
+
+bool ReadKnown(Walk &walk, const FieldEntry &field, unsigned char bPktId) {
+    unsigned char *pSlot = Slot(walk.record, field.cbOffset);
+    if (field.bType == FIELD_ARRAY) {
+        if (!NextElement(walk, bPktId)) return false;
+        pSlot += size_t{field.cbField} * walk.nElement;
     } else {
         walk.ulArrayRun = 0;
     }
-    Bytes rgbValue;
-    if (!TakeKnownValue(walk, rgbValue)) return false;
-    const bool blStored = attrib.ulType == FIELD_INTEGER
-                              ? StoreInteger(rgbValue, pSlot, attrib.cbField,
-                                             attrib.ulEndian == QIVENPKT_KEEP_ENDIAN ? QIVENPKT_KEEP_ENDIAN
-                                                                                     : QIVENPKT_HOST_ENDIAN)
-                              : StoreText(rgbValue, pSlot, attrib.cbField);
-    if (blStored) walk.ulPresent |= attrib.ulBasicMask;
-    return blStored;
+    const unsigned char *pValue = walk.cursor.pAt + 1;
+    if (!StoreKnown(walk, field, pSlot)) return false;
+    walk.ulMarks |= field.bMarks;
+    if (bPktId == kPktTypeId && walk.cursor.pAt != pValue) walk.pPktType = pValue;
+    return true;
 }
 
 bool ReadContinuation(Walk &walk) {
@@ -73,7 +103,7 @@ bool ReadContinuation(Walk &walk) {
 
 bool SkipUnknown(Walk &walk, unsigned char bPktId) {
     if (bPktId != 0xA0 && bPktId != 0xA1) {
-        const size_t cbOffset = walk.cbFields - walk.cursor.rgbLeft.size() - 1;
+        const size_t cbOffset = walk.cbFields - walk.cursor.Left() - 1;
         Debug(walk.pLog, kRoom, "unknown id: [0x%02X] at offset (%lld)\n", bPktId,
               static_cast<long long>(cbOffset));
     }
@@ -86,20 +116,19 @@ bool SkipUnknown(Walk &walk, unsigned char bPktId) {
 bool ReadField(Walk &walk) {
     unsigned char bPktId;
     if (!walk.cursor.TakeByte(bPktId)) return false;
-    const QIVEN_FIELD_ATTRIB *pAttrib = FindField(bPktId);
-    if (pAttrib != nullptr && pAttrib->ulType != FIELD_NONE) return ReadKnown(walk, *pAttrib);
+    const FieldEntry &field = rgFieldEntries[bPktId];
+    if (field.bType != FIELD_NONE) return ReadKnown(walk, field, bPktId);
     if (bPktId == PKT_ID_CONTINUATION) return ReadContinuation(walk);
     return SkipUnknown(walk, bPktId);
 }
 
 bool IsAcceptable(const Walk &walk) {
-    if ((walk.ulPresent & kBasicMask) != kBasicMask) {
+    if ((walk.Present() & kBasicMask) != kBasicMask) {
         Debug(walk.pLog, kRoom, "Basic is not satifsfied\n");
         return false;
     }
-    if (walk.record.ulPktType == QIVEN_PKT_NETSETTING &&
-        (walk.ulPresent & kNetSettingMask) != kNetSettingMask) {
-        Error(walk.pLog, kRoom, "not enough fields for netsetting 0x%X\n", walk.ulPresent);
+    if ((walk.Present() & kNetSettingMask) != kNetSettingMask && walk.IsNetSetting()) {
+        Error(walk.pLog, kRoom, "not enough fields for netsetting 0x%X\n", walk.Present());
         return false;
     }
     return true;
@@ -118,12 +147,12 @@ int QIVENPacketRead(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int 
     if (!Check(pLog, kRoom, nullptr != pnasinfoOutput, "NULL != pnasinfoOutput")) return 0;
 
     memset(pnasinfoOutput, 0, sizeof *pnasinfoOutput);
-    ReadCursor cursor{{szPKTInput, static_cast<size_t>(cbPKTInput)}};
+    ReadCursor cursor({szPKTInput, static_cast<size_t>(cbPKTInput)});
     Bytes rgbHeader;
     if (!cursor.Take(sizeof stQIVENHeader, rgbHeader) || cursor.AtEnd()) return 0;
     if (memcmp(rgbHeader.data(), stQIVENHeader, sizeof stQIVENHeader) != 0) return 0;
 
-    Walk walk{pLog, *pnasinfoOutput, cursor, cursor.rgbLeft.size()};
+    Walk walk{pLog, *pnasinfoOutput, cursor, cursor.Left()};
     for (int nFields = 0; !walk.cursor.AtEnd(); ++nFields) {
         if (!ReadField(walk)) return 0;
         if (nFields == QIVEN_FIELDS_MAX) {
@@ -131,7 +160,7 @@ int QIVENPacketRead(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int 
             return 0;
         }
     }
-    if (pnasinfoOutput->szFieldC0[0] == '\0') {
+    if ((walk.ulMarks & kMarkField73) != 0 && pnasinfoOutput->szFieldC0[0] == '\0') {
         static_assert(sizeof pnasinfoOutput->szField73 <= sizeof pnasinfoOutput->szFieldC0);
         memccpy(pnasinfoOutput->szFieldC0, pnasinfoOutput->szField73, '\0', sizeof pnasinfoOutput->szField73);
     }

@@ -54,7 +54,7 @@ int QIVENSendPktIDSet(const QIVEN_LOG *pLog, QIVEN_SEND *pqivenSend, unsigned in
     if (!Check(pLog, kRoom, blListed || HasRoom(*pqivenSend, 1), "QIVEN_SEND_MAX > nPktID")) return -1;
 
     // The value may be the slot itself, when the caller has filled the record beforehand.
-    memmove(Slot(*pqivenSend->pnasInfo, *pAttrib), pValue,
+    memmove(Slot(*pqivenSend->pnasInfo, pAttrib->ulOffset), pValue,
             static_cast<size_t>(std::max(cbValue, static_cast<int>(pAttrib->cbField))));
     if (!blListed) Append(*pqivenSend, pktID);
     return 0;

@@ -107,11 +107,11 @@ int QIVENPacketReadEncrypted(const QIVEN_LOG *pLog, const unsigned char *szPKTIn
     if (!Check(pLog, kRoom, 0 < cbPKTInput, "0 < cbPKTInput")) return 0;
     if (!Check(pLog, kRoom, nullptr != pnasinfoOutput, "NULL != pnasinfoOutput")) return 0;
 
-    ReadCursor cursor{{szPKTInput, static_cast<size_t>(cbPKTInput)}};
+    ReadCursor cursor({szPKTInput, static_cast<size_t>(cbPKTInput)});
     if (!TakeSealedHeader(cursor)) return QIVENPacketRead(pLog, szPKTInput, cbPKTInput, pnasinfoOutput);
 
     unsigned char rgbPlain[QIVEN_PACKET_MAX];
-    switch (Open(cursor.rgbLeft, rgbPlain)) {
+    switch (Open(cursor.Rest(), rgbPlain)) {
         case Opening::NoKey:
             Debug(pLog, kRoom, "No key to decrypt");
             return 0;

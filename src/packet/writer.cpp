@@ -7,6 +7,7 @@
 
 #include "log/message.h"
 #include "packet/cursor.h"
+#include "packet/field_codecs.h"
 #include "packet/field_table.h"
 
 using qiven::log::Check;
@@ -27,17 +28,11 @@ bool WriteLongText(const QIVEN_LOG *pLog, WriteCursor &cursor, const nasinfo &re
     size_t cbLeft = strnlen(szText, sizeof record.szLongText);
     unsigned int ulPktId = PKT_ID_LONG_TEXT;
     do {
-        char szChunk[kChunkMax + 1];
         const size_t cbChunk = std::min(cbLeft, kChunkMax);
-        memcpy(szChunk, szText, cbChunk);
-        szChunk[cbChunk] = '\0';
-        const int cbWritten =
-            QIVENPacketWriteString(pLog, cursor.rgbRoom.data(), RoomOf(cursor), ulPktId, szChunk);
-        if (cbWritten < 2) {
+        if (!cursor.PutField(ulPktId, {reinterpret_cast<const unsigned char *>(szText), cbChunk})) {
             Error(pLog, kRoom, "fail to write!\n");
             return false;
         }
-        cursor.Skip(static_cast<size_t>(cbWritten));
         szText += cbChunk;
         cbLeft -= cbChunk;
         ulPktId = PKT_ID_CONTINUATION;
@@ -45,15 +40,40 @@ bool WriteLongText(const QIVEN_LOG *pLog, WriteCursor &cursor, const nasinfo &re
     return true;
 }
 
+// The reader's byte order serves here, too, because reversing bytes twice is no change.
+template <class Integer>
+inline bool PutInteger(WriteCursor &cursor, uint32_t ulPktId, const unsigned char *pSlot, int iEndian) {
+    unsigned char rgbValue[sizeof(Integer)];
+    StoreInteger({pSlot, sizeof(Integer)}, rgbValue, sizeof(Integer), iEndian);
+    return cursor.PutField(ulPktId, rgbValue);
+}
+
+// Writes the text or integer of a field in the ordinary case: it is as it should be, and there is room.
+bool WriteOrdinary(WriteCursor &cursor, uint32_t ulPktId, const nasinfo &record) {
+    if (ulPktId >= PKT_ID_MAX) return false;
+    const FieldEntry &field = rgFieldEntries[ulPktId];
+    const unsigned char *pSlot = Slot(record, field.cbOffset);
+    if (field.bType == FIELD_INTEGER) {
+        return field.cbField == sizeof(uint32_t)
+                   ? PutInteger<uint32_t>(cursor, ulPktId, pSlot, field.bEndian)
+                   : PutInteger<uint64_t>(cursor, ulPktId, pSlot, field.bEndian);
+    }
+    if (field.bType != FIELD_STRING) return false;
+    const size_t cbText = TextLength(reinterpret_cast<const char *>(pSlot), field.cbField);
+    return cbText < field.cbField && cbText <= kChunkMax && cursor.PutField(ulPktId, {pSlot, cbText});
+}
+
 bool WriteField(const QIVEN_LOG *pLog, WriteCursor &cursor, uint32_t ulPktId, const nasinfo &record) {
+    if (WriteOrdinary(cursor, ulPktId, record)) return true;
     const QIVEN_FIELD_ATTRIB *pAttrib = FindField(ulPktId);
     if (pAttrib == nullptr) Error(pLog, kRoom, "unknown PKT-ID: [0x%X]\n", ulPktId);
+    // Arrays, and whatever cannot be written: the codec knows what there is to say about it.
     int cbWritten = 0;
     if (pAttrib != nullptr && pAttrib->ulType < QIVEN_PARSER_COUNT) {
         const int dstEndian =
             pAttrib->ulEndian == QIVENPKT_KEEP_ENDIAN ? QIVENPKT_KEEP_ENDIAN : QIVENPKT_LITTLE_ENDIAN;
         cbWritten = grgfieldParsers[pAttrib->ulType].pfnWrite(pLog, cursor.rgbRoom.data(), RoomOf(cursor),
-                                                              ulPktId, Slot(record, *pAttrib),
+                                                              ulPktId, Slot(record, pAttrib->ulOffset),
                                                               pAttrib->cbField, dstEndian, &record);
     }
     if (cbWritten < 1) {

@@ -1,0 +1,323 @@
+#include "peers.h"
+
+#include <pb_decode.h>
+#include <pb_encode.h>
+#include <rapidjson/reader.h>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <charconv>
+
+namespace bench {
+
+namespace {
+
+// A slot by identifier in one step, as our own reader finds it.
+const QIVEN_FIELD_ATTRIB *SlotById(unsigned int ulPktId) {
+    static const auto index = [] {
+        std::array<const QIVEN_FIELD_ATTRIB *, PKT_ID_MAX> made{};
+        for (const QIVEN_FIELD_ATTRIB &attrib : grgfieldAttribs)
+            made[attrib.ulPktId] = &attrib;
+        return made;
+    }();
+    return ulPktId < PKT_ID_MAX ? index[ulPktId] : nullptr;
+}
+
+uint64_t Number(const nasinfo &record, const QIVEN_FIELD_ATTRIB &attrib) {
+    uint64_t ullValue = 0;
+    memcpy(&ullValue, SlotOf(record, attrib), attrib.cbField);  // little-endian machines
+    return ullValue;
+}
+
+// Puts the values of a self-describing format into the record, whatever the format is.
+struct Store {
+    nasinfo &record;
+    const QIVEN_FIELD_ATTRIB *pAttrib = nullptr;
+    size_t nElement = 0;
+
+    bool Key(unsigned int ulPktId) {
+        pAttrib = SlotById(ulPktId);
+        nElement = 0;
+        return pAttrib != nullptr;
+    }
+    bool Integer(uint64_t ullValue) {
+        if (pAttrib == nullptr || pAttrib->ulType != FIELD_INTEGER) return false;
+        if (pAttrib->cbField == sizeof(uint32_t)) {
+            const auto ulValue = static_cast<uint32_t>(ullValue);
+            memcpy(SlotOf(record, *pAttrib), &ulValue, sizeof ulValue);
+        } else {
+            memcpy(SlotOf(record, *pAttrib), &ullValue, sizeof ullValue);
+        }
+        return true;
+    }
+    bool Text(const char *sz, size_t cb) {
+        if (pAttrib == nullptr || pAttrib->ulType == FIELD_INTEGER || cb >= pAttrib->cbField) return false;
+        if (nElement >= (pAttrib->ulType == FIELD_ARRAY ? QIVEN_ARRAY_MAX : 1)) return false;
+        memcpy(SlotOf(record, *pAttrib) + nElement++ * pAttrib->cbField, sz, cb);
+        return true;
+    }
+};
+
+// Tells a writer every value that a packet lists.
+template <class Writer>
+void WriteAll(const Packet &packet, Writer &&writer) {
+    for (int32_t i = 0; i < packet.send.nPktID; ++i) {
+        const QIVEN_FIELD_ATTRIB &attrib = *SlotById(packet.send.rgPktID[i]);
+        const char *pSlot = SlotOf(*packet.record, attrib);
+        writer.Key(attrib.ulPktId);
+        if (attrib.ulType == FIELD_INTEGER) {
+            writer.Integer(Number(*packet.record, attrib));
+        } else if (attrib.ulType == FIELD_STRING) {
+            writer.Text(pSlot, strnlen(pSlot, attrib.cbField));
+        } else {
+            size_t nElements = 0;
+            while (nElements < QIVEN_ARRAY_MAX && pSlot[nElements * attrib.cbField] != '\0')
+                ++nElements;
+            writer.Begin(nElements);
+            for (size_t n = 0; n < nElements; ++n) {
+                const char *szElement = pSlot + n * attrib.cbField;
+                writer.Text(szElement, strnlen(szElement, attrib.cbField));
+            }
+            writer.End();
+        }
+    }
+}
+
+// Fills a generated message through its description: for set-up and proof, far too slow to be measured.
+struct ToMessage {
+    Host &host;
+    const google::protobuf::FieldDescriptor *pField = nullptr;
+
+    void Key(unsigned int ulPktId) {
+        pField = Host::descriptor()->FindFieldByNumber(static_cast<int>(ulPktId));
+    }
+    void Integer(uint64_t ullValue) const {
+        const auto *pReflection = Host::GetReflection();
+        if (pField->cpp_type() == google::protobuf::FieldDescriptor::CPPTYPE_UINT64)
+            pReflection->SetUInt64(&host, pField, ullValue);
+        else
+            pReflection->SetUInt32(&host, pField, static_cast<uint32_t>(ullValue));
+    }
+    void Text(const char *sz, size_t cb) const {
+        if (pField->is_repeated())
+            Host::GetReflection()->AddString(&host, pField, std::string(sz, cb));
+        else
+            Host::GetReflection()->SetString(&host, pField, std::string(sz, cb));
+    }
+    void Begin(size_t) {}
+    void End() {}
+};
+
+// The record that a message stands for.
+std::shared_ptr<nasinfo> FromMessage(const Host &host) {
+    auto record = std::make_shared<nasinfo>();
+    Store store{*record};
+    std::vector<const google::protobuf::FieldDescriptor *> fields;
+    const auto *pReflection = Host::GetReflection();
+    pReflection->ListFields(host, &fields);
+    for (const auto *pField : fields) {
+        store.Key(static_cast<unsigned int>(pField->number()));
+        const auto type = pField->cpp_type();
+        if (type == google::protobuf::FieldDescriptor::CPPTYPE_UINT32) {
+            store.Integer(pReflection->GetUInt32(host, pField));
+        } else if (type == google::protobuf::FieldDescriptor::CPPTYPE_UINT64) {
+            store.Integer(pReflection->GetUInt64(host, pField));
+        } else if (!pField->is_repeated()) {
+            const std::string text = pReflection->GetString(host, pField);
+            store.Text(text.data(), text.size());
+        } else {
+            for (int i = 0; i < pReflection->FieldSize(host, pField); ++i) {
+                const std::string text = pReflection->GetRepeatedString(host, pField, i);
+                store.Text(text.data(), text.size());
+            }
+        }
+    }
+    return record;
+}
+
+template <class Peer>
+std::string EncodedBy(Peer &peer, size_t i, const char *pBuffer) {
+    const size_t cb = peer.Encode(i);
+    if (cb == 0) Fail("a peer cannot encode");
+    return {pBuffer, cb};
+}
+
+}  // namespace
+
+// protobuf
+
+Protobuf::Protobuf(const Packets &packets) : buffer(QIVEN_PACKET_MAX * 2, '\0') {
+    for (const Packet &packet : packets) {
+        Host &made = records.emplace_back();
+        WriteAll(packet, ToMessage{made});
+    }
+    for (size_t i = 0; i < packets.size(); ++i) {
+        encoded.push_back(EncodedBy(*this, i, buffer.data()));
+        if (!Decode(i)) Fail("protobuf cannot decode");
+        DemandEqual(*FromMessage(host), *packets[i].record, "protobuf");
+    }
+}
+
+size_t Protobuf::Encode(size_t i) {
+    const Host &made = records[i];
+    if (!made.SerializeToArray(buffer.data(), static_cast<int>(buffer.size()))) return 0;
+    return static_cast<size_t>(made.GetCachedSize());
+}
+
+// nanopb
+
+Nanopb::Nanopb(const Packets &packets) {
+    const Protobuf same(packets);
+    records.resize(packets.size());
+    for (size_t i = 0; i < packets.size(); ++i) {
+        encoded.push_back(same.encoded[i]);
+        if (!Decode(i)) Fail("nanopb cannot decode");
+        records[i] = host;
+        if (EncodedBy(*this, i, reinterpret_cast<char *>(buffer)) != same.encoded[i])
+            Fail("nanopb encodes something else");
+    }
+}
+
+bool Nanopb::Decode(size_t i) {
+    // Cleared at once, which is faster than field by field as pb_decode would.
+    memset(&host, 0, sizeof host);
+    const std::string &bytes = encoded[i];
+    pb_istream_t stream =
+        pb_istream_from_buffer(reinterpret_cast<const pb_byte_t *>(bytes.data()), bytes.size());
+    return pb_decode_ex(&stream, bench_Host_fields, &host, PB_DECODE_NOINIT);
+}
+
+size_t Nanopb::Encode(size_t i) {
+    pb_ostream_t stream = pb_ostream_from_buffer(buffer, sizeof buffer);
+    return pb_encode(&stream, bench_Host_fields, &records[i]) ? stream.bytes_written : 0;
+}
+
+// msgpack: a map from identifiers to values
+
+namespace {
+
+struct MsgpackVisitor : msgpack::null_visitor {
+    Store store;
+    bool blKey = false;
+
+    explicit MsgpackVisitor(nasinfo &record) : store{record} {}
+    bool start_map_key() {
+        blKey = true;
+        return true;
+    }
+    bool end_map_key() {
+        blKey = false;
+        return true;
+    }
+    bool visit_positive_integer(uint64_t ullValue) {
+        return blKey ? store.Key(static_cast<unsigned int>(ullValue)) : store.Integer(ullValue);
+    }
+    bool visit_str(const char *sz, uint32_t cb) { return store.Text(sz, cb); }
+    static void parse_error(size_t, size_t) {}
+    static void insufficient_bytes(size_t, size_t) {}
+};
+
+struct MsgpackWriter {
+    msgpack::packer<msgpack::sbuffer> packer;
+
+    void Key(unsigned int ulPktId) { packer.pack_uint32(ulPktId); }
+    void Integer(uint64_t ullValue) { packer.pack_uint64(ullValue); }
+    void Text(const char *sz, size_t cb) {
+        packer.pack_str(static_cast<uint32_t>(cb));
+        packer.pack_str_body(sz, static_cast<uint32_t>(cb));
+    }
+    void Begin(size_t n) { packer.pack_array(static_cast<uint32_t>(n)); }
+    void End() {}
+};
+
+}  // namespace
+
+Msgpack::Msgpack(const Packets &p) : packets(p) {
+    for (size_t i = 0; i < packets.size(); ++i) {
+        encoded.push_back(EncodedBy(*this, i, buffer.data()));
+        if (!Decode(i)) Fail("msgpack cannot decode");
+        DemandEqual(record, *packets[i].record, "msgpack");
+    }
+}
+
+bool Msgpack::Decode(size_t i) {
+    memset(&record, 0, sizeof record);
+    MsgpackVisitor visitor(record);
+    return msgpack::parse(encoded[i].data(), encoded[i].size(), visitor);
+}
+
+size_t Msgpack::Encode(size_t i) {
+    buffer.clear();
+    MsgpackWriter writer{msgpack::packer<msgpack::sbuffer>(buffer)};
+    writer.packer.pack_map(static_cast<uint32_t>(packets[i].send.nPktID));
+    WriteAll(packets[i], writer);
+    return buffer.size();
+}
+
+// JSON: an object whose names are the identifiers
+
+namespace {
+
+struct JsonHandler : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, JsonHandler> {
+    Store store;
+
+    explicit JsonHandler(nasinfo &record) : store{record} {}
+    static bool Default() { return false; }
+    static bool StartObject() { return true; }
+    static bool EndObject(rapidjson::SizeType) { return true; }
+    static bool StartArray() { return true; }
+    static bool EndArray(rapidjson::SizeType) { return true; }
+    bool Key(const char *sz, rapidjson::SizeType cb, bool) {
+        unsigned int ulPktId = 0;
+        return std::from_chars(sz, sz + cb, ulPktId).ec == std::errc() && store.Key(ulPktId);
+    }
+    bool Uint(unsigned ulValue) { return store.Integer(ulValue); }
+    bool Int(int iValue) { return store.Integer(static_cast<unsigned>(iValue)); }
+    bool Uint64(uint64_t ullValue) { return store.Integer(ullValue); }
+    bool Int64(int64_t illValue) { return store.Integer(static_cast<uint64_t>(illValue)); }
+    bool String(const char *sz, rapidjson::SizeType cb, bool) { return store.Text(sz, cb); }
+};
+
+struct JsonWriter {
+    rapidjson::Writer<rapidjson::StringBuffer> writer;
+
+    void Key(unsigned int ulPktId) {
+        char szKey[8];
+        const auto end = std::to_chars(szKey, szKey + sizeof szKey, ulPktId);
+        writer.Key(szKey, static_cast<rapidjson::SizeType>(end.ptr - szKey));
+    }
+    void Integer(uint64_t ullValue) { writer.Uint64(ullValue); }
+    void Text(const char *sz, size_t cb) { writer.String(sz, static_cast<rapidjson::SizeType>(cb)); }
+    void Begin(size_t) { writer.StartArray(); }
+    void End() { writer.EndArray(); }
+};
+
+}  // namespace
+
+Rapidjson::Rapidjson(const Packets &p) : packets(p) {
+    for (size_t i = 0; i < packets.size(); ++i) {
+        const size_t cb = Encode(i);
+        encoded.emplace_back(buffer.GetString(), cb);
+        if (!Decode(i)) Fail("rapidjson cannot decode");
+        DemandEqual(record, *packets[i].record, "rapidjson");
+    }
+}
+
+bool Rapidjson::Decode(size_t i) {
+    memset(&record, 0, sizeof record);
+    JsonHandler handler(record);
+    rapidjson::Reader reader;
+    rapidjson::MemoryStream stream(encoded[i].data(), encoded[i].size());
+    return !reader.Parse(stream, handler).IsError();
+}
+
+size_t Rapidjson::Encode(size_t i) {
+    buffer.Clear();
+    JsonWriter json{rapidjson::Writer<rapidjson::StringBuffer>(buffer)};
+    json.writer.StartObject();
+    WriteAll(packets[i], json);
+    json.writer.EndObject();
+    return buffer.GetSize();
+}
+
+}  // namespace bench
