@@ -36,7 +36,7 @@ class SlowWriter {
         if (field.cKind == 's') return Text(field.id, pSlot, field.cbWidth);
         if (field.cKind == 'a') return Elements(field, pSlot);
         if (packet.size() == kMax) messages.push_back(Invalid("packet", "0 < cbPKTOutput"));
-        return Append(field.id, {pSlot, field.cbWidth});  // little-endian machines
+        return Append(field.id, SlowSwap(field, {pSlot, field.cbWidth}));
     }
 
     bool Text(int id, const char *pSlot, size_t cbSlot) {

@@ -1,6 +1,7 @@
 // The plain and the sealed writer, the request list, and the sealed reader. realloc can be made to fail.
 #include <qiven/keys.h>
 #include <qiven/packet.h>
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sodium.h>
 
@@ -128,6 +129,35 @@ TEST_F(PacketWriter, WorkedExamples) {
         EXPECT_EQ(c.fields == "fails" ? "" : kPlainHeader + c.fields, Write());
         EXPECT_EQ(c.messages, LogCapture::Take());
     }
+}
+
+// One record and its bytes, whatever the byte order and the word size of the machine.
+TEST_F(PacketWriter, TheSameBytesOnEveryMachine) {
+    m_record.ulPktType = QIVEN_PKT_ANSWER;
+    m_record.ulFieldA4 = 0x01020304;
+    m_record.ulModel = 0xA1B2C3D4;
+    m_record.ullServSupp0 = 0x1122334455667788;
+    m_record.ulIP = inet_addr("192.168.1.2");
+    m_record.ulArrayCount = 3;
+    strcpy(m_record.szHostName, "nas");
+    strcpy(m_record.rgszFieldBC[0], "one");
+    strcpy(m_record.rgszFieldBC[2], "three");
+    const std::string packet = kPlainHeader +
+                               "\1\4\2\0\0\0\xA4\4\4\3\2\1\x48\4\xD4\xC3\xB2\xA1"
+                               "\xB0\x8\x88\x77\x66\x55\x44\x33\x22\x11\x12\4\xC0\xA8\1\2"
+                               "\xBB\4\3\0\0\0\x11\3nas\xBC\3one\xBC\5three"s;
+    List({0x01, 0xA4, 0x48, 0xB0, 0x12, 0xBB, 0x11, 0xBC});
+    EXPECT_EQ(packet, Write());
+    nasinfo back;
+    EXPECT_EQ(static_cast<int>(packet.size()) - 8,
+              QIVENPacketRead(m_pLog, reinterpret_cast<const unsigned char *>(packet.data()),
+                              static_cast<int>(packet.size()), &back));
+    EXPECT_EQ(m_record.ulFieldA4, back.ulFieldA4);
+    EXPECT_EQ(m_record.ulModel, back.ulModel);
+    EXPECT_EQ(m_record.ullServSupp0, back.ullServSupp0);
+    EXPECT_EQ(m_record.ulIP, back.ulIP);
+    // Elements without a text do not travel.
+    EXPECT_STREQ("three", back.rgszFieldBC[1]);
 }
 
 TEST_F(PacketWriter, GrowsTheBufferToThePacketAndNotOver8192Bytes) {

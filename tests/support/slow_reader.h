@@ -3,7 +3,9 @@
 
 #include <qiven/nasinfo.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <string_view>
 #include <type_traits>
 
 #include "support/log_capture.h"
@@ -45,6 +47,14 @@ inline const SlowField kSlowFields[] = {
 };
 // clang-format on
 #undef F
+
+// An integer of the record as it travels, and back: little-endian, but addresses as they lie in memory.
+inline std::string SlowSwap(const SlowField &field, std::string value) {
+    constexpr std::string_view kAddresses = "\x12\x13\x14\x15\x1E\x22\x23\x24\x25";
+    const bool blAddress = kAddresses.find(static_cast<char>(field.id)) != std::string_view::npos;
+    if (__BYTE_ORDER == __BIG_ENDIAN && !blAddress) std::reverse(value.begin(), value.end());
+    return value;
+}
 
 inline unsigned SlowBasicMask(int id) {
     return id == 0x01 ? 1 : id == 0xA4 ? 2 : id == 0x20 ? 4 : id == 0x21 ? 8 : id == 0x29 ? 16 : 0;
@@ -115,7 +125,7 @@ class SlowReader {
         char *pSlot = reinterpret_cast<char *>(&record) + pField->cbOffset + m_element * pField->cbWidth;
         const bool blInteger = pField->cKind == 'i';
         if (blInteger ? value.size() != pField->cbWidth : value.size() >= pField->cbWidth) return false;
-        if (blInteger) memcpy(pSlot, value.data(), value.size());  // the tests' machines are little-endian
+        if (blInteger) memcpy(pSlot, SlowSwap(*pField, value).data(), value.size());
         if (!blInteger) strcpy(pSlot, value.c_str());
         return true;
     }

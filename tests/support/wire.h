@@ -1,6 +1,7 @@
 // Packets as byte strings, and memory that ends where they end.
 #pragma once
 
+#include <endian.h>
 #include <sys/mman.h>
 
 #include <cstdint>
@@ -14,7 +15,8 @@ inline std::string Field(int id, const std::string &value) {
     return std::string{static_cast<char>(id), static_cast<char>(value.size())} + value;
 }
 inline std::string Number(int id, uint32_t ulValue) {
-    return Field(id, {reinterpret_cast<const char *>(&ulValue), sizeof ulValue});  // little-endian machines
+    const uint32_t ulWire = htole32(ulValue);
+    return Field(id, {reinterpret_cast<const char *>(&ulWire), sizeof ulWire});
 }
 // Header and the two fields that every packet must have.
 inline std::string Basic(uint32_t ulPktType = 2) {
