@@ -130,6 +130,16 @@ class Searching(unittest.TestCase):
         self.assertIn(b"late", output)
         self.assertEqual(hosts.senders, [(segment.ADDRESS, 1234)] * 2)
 
+    def test_lets_a_burst_end_before_it_asks_again(self):
+        def slowly(number, _):
+            for i in range(60):
+                time.sleep(0.02)
+                yield answer(b"slow%d" % i)
+        with Hosts(slowly) as hosts:
+            subprocess.run([QIVEN, "find", "--timeout", "1"], env=ENVIRONMENT, stdout=subprocess.DEVNULL, check=False)
+            time.sleep(0.8)
+        self.assertEqual(len(hosts.queries), 1)
+
     def test_filters_and_sort(self):
         for options, names in {("--name", "b*"): "box", ("--name", "A*,B*", "--sort", "name"): "Attic box",
                                ("--model", "9"): "Attic", ("--type", "6"): "Attic", ("--service", "5"): "Attic",

@@ -54,7 +54,8 @@ void AddInterfaces(CLI::App &app, Options &options) {
 
 void AddEnding(CLI::App &app, Options &options) {
     constexpr const char *szGroup = "How long";
-    app.add_option("--timeout", options.timeout, "Longest time to listen, in seconds [10]")
+    app.add_option("--timeout", options.timeout,
+                   "Longest time to listen, in seconds [10; 60 while new hosts answer]")
         ->check(CLI::Range(0.01, kDay))
         ->type_name("S")
         ->group(szGroup);

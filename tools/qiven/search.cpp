@@ -28,6 +28,8 @@ namespace qiven::find {
 namespace {
 
 constexpr double kTimeout = 10;
+// Of a search that new hosts alone keep from ending.
+constexpr double kTimeoutCrowd = 60;
 // When nothing new has come for so long, all who can answer have. A segment where nobody has answered yet
 // gets more time: disks spin up.
 constexpr double kQuiet = 1.5;
@@ -38,6 +40,11 @@ constexpr double kLivePeriod = 0.2;
 // A row costs many times what an answer does. While a burst comes in, the rows behind the first wait, at most
 // so long; writing each at once would let the socket overflow, and always at the cost of the same late hosts.
 constexpr double kRowsWait = 0.1;
+// Answers closer together than this are one burst; a query waits for its end, but not forever.
+constexpr double kPauseMin = 0.3;
+constexpr size_t kSocketHolds = 160;  // answers, in the buffer of 64 KB that the library asks for
+constexpr double kBurstGap = 0.1;
+constexpr double kBurstWait = 3;
 constexpr suseconds_t kTickMicroseconds = 20000;
 
 struct Run {
@@ -49,7 +56,7 @@ struct Run {
     bool blNoInterface = false;
     std::exception_ptr failure{};
     Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, lastQuery{};
-    Clock::time_point lastShown{};
+    Clock::time_point lastShown{}, lastHeard{};
     std::vector<const Host *> unshown{};  // found, their rows not written yet
     bool blHeard = false;                 // an answer came in this pass
     unsigned int nRounds = 0;
@@ -76,15 +83,22 @@ uint64_t Wanted(const Options &options) {
     return std::max(options.count.value_or(0), options.expect.value_or(0));
 }
 
-// The second query comes soon, for answers that were lost in the burst of the first, and so does the next one
-// as long as a query brings new hosts; later ones are rarer.
+// While queries bring new hosts, or more than one burst of answers has room, some are being lost: the next
+// query follows as soon as "qiven answer" lets this asker ask again. The second comes soon in any case; later
+// ones are rarer.
 double PauseAfter(const Run &run) {
     if (run.options.blWatch && run.nRounds >= kRoundsMin) return run.options.dInterval;
-    return run.nRounds < 3 || run.lastNew > run.lastQuery ? 0.6 : 1.5;
+    if (run.lastNew > run.lastQuery || run.hosts.byKey.size() > kSocketHolds) return kPauseMin;
+    return run.nRounds < 3 ? 0.6 : 1.5;
 }
 
+// Asking into a burst of answers would only double it, and the socket holds some hundred: a large segment's
+// answers are let in first.
 bool IsQueryDue(const Run &run) {
-    return run.nRounds == 0 || Clock::now() - run.lastQuery >= ToDuration(PauseAfter(run));
+    if (run.nRounds == 0) return true;
+    const auto now = Clock::now();
+    const bool blBurst = now - run.lastHeard < ToDuration(kBurstGap);
+    return now - run.lastQuery >= ToDuration(std::max(PauseAfter(run), blBurst ? kBurstWait : 0));
 }
 
 void AskAll(Run &run) {
@@ -98,7 +112,9 @@ void AskAll(Run &run) {
 double TimeLeft(const Run &run) {
     const Options &options = run.options;
     const auto now = Clock::now();
-    const double dLimit = options.timeout.value_or(kTimeout) - Seconds(now - run.start);
+    const bool blQuietEnds = !options.expect && !run.hosts.byKey.empty();
+    const double dDefault = blQuietEnds ? kTimeoutCrowd : kTimeout;
+    const double dLimit = options.timeout.value_or(dDefault) - Seconds(now - run.start);
     if (options.blWatch) return options.timeout ? std::max(dLimit, 0.0) : -1;
     if (options.expect) return std::max(dLimit, 0.0);
     const double dQuiet = (run.hosts.byKey.empty() ? kQuietEmpty : kQuiet) - Seconds(now - run.lastNew);
@@ -185,6 +201,7 @@ void Receive(Run &run, const nasinfo &record) {
         run.unshown.push_back(pHost);
     }
     run.blHeard = true;
+    run.lastHeard = Clock::now();
     if (!run.unshown.empty() && Clock::now() - run.lastShown > ToDuration(kRowsWait)) ShowFound(run);
 }
 
