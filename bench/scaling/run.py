@@ -18,7 +18,7 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 LIST, FINISHED = "/tmp/tavoqx.list", "/tmp/tavoqx.list.tmp"
 COLUMNS = ("Search", "Hosts", "Answers within", "Found", "Last after", "Ended after", "Queries", "Answers",
-           "Answer bytes", "Dropped", "Too early", "CPU", "Memory", "List file")
+           "Answer bytes", "Dropped", "No socket", "CPU", "Memory", "List file")
 
 
 def run(command):

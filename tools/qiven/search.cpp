@@ -44,7 +44,7 @@ constexpr double kRowsWait = 0.1;
 constexpr double kPauseMin = 0.3;
 constexpr size_t kSocketHolds = 160;  // answers, in the buffer of 64 KB that the library asks for
 constexpr double kBurstGap = 0.1;
-constexpr double kBurstWait = 3;
+constexpr double kBurstWait = 6;
 constexpr suseconds_t kTickMicroseconds = 20000;
 
 struct Run {
