@@ -42,7 +42,7 @@ constexpr double kLivePeriod = 0.2;
 constexpr double kRowsWait = 0.1;
 // Answers closer together than this are one burst; a query waits for its end, but not forever.
 constexpr double kPauseMin = 0.3;
-constexpr size_t kSocketHolds = 160;  // answers, in the buffer of 64 KB that the library asks for
+constexpr size_t kSocketHolds = 150;  // answers, in the buffer of 64 KB that the library asks for
 constexpr double kBurstGap = 0.1;
 constexpr double kBurstWait = 6;
 constexpr suseconds_t kTickMicroseconds = 20000;
