@@ -3,21 +3,18 @@
 
 Usage: completion_test.py QIVEN COMPLETIONS MANUAL
 """
-import fcntl
 import glob
 import os
 import pty
 import re
 import select
-import struct
 import subprocess
 import sys
-import termios
 import unittest
 
 QIVEN, COMPLETIONS, MANUAL = sys.argv[1:]
 COMMANDS = ["find", "answer", "interfaces", "decode", "doctor"]
-# What stands on the command line, and what must be offered: all of it, and nothing else (zsh: all of it).
+# What stands on the command line, and what must be offered (of a long list in zsh: what must be among it).
 CASES = {
     "qiven ": set(COMMANDS),
     "qiven find --format ": {"table", "plain", "json", "ndjson", "csv"},
@@ -55,8 +52,8 @@ class Zsh:
         self.pid, self.fd = pty.fork()
         if self.pid == 0:
             os.execvp("zsh", ["zsh", "-f"])
-        fcntl.ioctl(self.fd, termios.TIOCSWINSZ, struct.pack("HHHH", 400, 200, 0, 0))
-        self.type(f"PS1=; LISTMAX=1000; fpath=({COMPLETIONS}/zsh $fpath); autoload -U compinit && compinit -u -D\n", 1)
+        self.type(f"stty rows 400 columns 200; PS1=; LISTMAX=1000; fpath=({COMPLETIONS}/zsh $fpath); "
+                  "autoload -U compinit && compinit -u -D\n", 1)
 
     def type(self, text, quiet=0.3):
         os.write(self.fd, text.encode())
@@ -82,9 +79,7 @@ class Completion(unittest.TestCase):
             for shell in (bash, fish, zsh):
                 with self.subTest(line=line, shell=shell):
                     offered = shell(line)
-                    self.assertEqual(expected - offered, set())
-                    if shell is not zsh and line != "qiven ":
-                        self.assertEqual(offered - expected, set())
+                    self.assertEqual(offered & expected if shell is zsh or line == "qiven " else offered, expected)
         self.assertEqual(bash("qiven find --format = js"), {"json"})
 
     def test_manual_has_every_option_and_no_fault(self):
