@@ -1,8 +1,5 @@
 #!/usr/bin/env python3
-"""What the shells complete and what the manual says, compared with the help of the command.
-
-Usage: completion_test.py QIVEN COMPLETIONS MANUAL
-"""
+"""Shells and the manual, against the help of the command. Usage: completion_test.py QIVEN COMPLETIONS MANUAL"""
 import glob
 import os
 import pty
@@ -16,9 +13,8 @@ QIVEN, COMPLETIONS, MANUAL = sys.argv[1:]
 COMMANDS = ["find", "answer", "interfaces", "decode", "doctor"]
 # What stands on the command line, and what must be offered (of a long list in zsh: what must be among it).
 CASES = {
-    "qiven ": set(COMMANDS),
+    "qiven d": {"decode", "doctor"},
     "qiven find --format ": {"table", "plain", "json", "ndjson", "csv"},
-    "qiven decode --format j": {"json"},
     "qiven find --interface ": set(os.listdir("/sys/class/net")),
     "qiven find --fields name,address_1": {"name,address_1" + digit for digit in "345e"},
     "qiven decode --pcap /proc/self/stat": {"/proc/self/stat", "/proc/self/statm", "/proc/self/status"},
@@ -47,26 +43,28 @@ def fish(line):
 
 class Zsh:
     """An interactive shell on a terminal that is large enough for every list."""
-
     def __init__(self):
-        self.pid, self.fd = pty.fork()
-        if self.pid == 0:
+        pid, self.fd = pty.fork()
+        if pid == 0:
             os.execvp("zsh", ["zsh", "-f"])
-        self.type(f"stty rows 400 columns 200; PS1=; LISTMAX=1000; fpath=({COMPLETIONS}/zsh $fpath); "
-                  "autoload -U compinit && compinit -u -D\n", 1)
+        self.type("stty rows 400 columns 200; PS1=; LISTMAX=1000; autoload -U compinit; "
+                  f"fpath=({COMPLETIONS}/zsh $fpath); compinit -u -D; print REA''DY\n", {"READY"})
 
-    def type(self, text, quiet=0.3):
+    def type(self, text, expected, before=""):
+        """The words that are printed, read until what is expected is among them."""
         os.write(self.fd, text.encode())
-        seen = b""
-        while select.select([self.fd], [], [], quiet if seen else 10)[0]:
+        seen, words = b"", set()
+        while not expected <= words and select.select([self.fd], [], [], 10)[0]:
             seen += os.read(self.fd, 65536)
-        return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", " ", seen.decode(errors="replace"))
+            printed = re.split(r"[\s,=/]+", re.sub(rb"\x1b\[[0-9;?]*[A-Za-z]", b" ", seen).decode(errors="replace"))
+            words = {begun + word for word in printed for begun in ("", before)}
+        return words
 
-    def __call__(self, line):
-        seen = self.type(line + "\t")
-        self.type("\x03")
-        before = line.split(" ")[-1].rpartition("/" if "/" in line else ",")
-        return {before[0] + before[1] + word for word in re.split(r"[\s,=]+|/proc/self/", seen)} | set(seen.split())
+    def __call__(self, line, expected):
+        # A list has only the last element or folder of what is typed.
+        words = self.type(line + "\t", expected, re.search(r"[^ ]*[,/]|$", line)[0])
+        self.type("\x15print NE''XT\n", {"NEXT"})
+        return words & expected
 
 
 class Completion(unittest.TestCase):
@@ -74,13 +72,11 @@ class Completion(unittest.TestCase):
         options = {f"qiven {command} -": options_of(command) for command in COMMANDS}
         self.assertLess({"--fields", "--watch", "-v"}, options["qiven find -"])
         zsh = Zsh()
-        self.addCleanup(os.close, zsh.fd)
         for line, expected in {**CASES, **options}.items():
             for shell in (bash, fish, zsh):
                 with self.subTest(line=line, shell=shell):
-                    offered = shell(line)
-                    self.assertEqual(offered & expected if shell is zsh or line == "qiven " else offered, expected)
-        self.assertEqual(bash("qiven find --format = js"), {"json"})
+                    self.assertEqual(shell(line, expected) if shell is zsh else shell(line), expected)
+        self.assertEqual(bash("qiven decode --format = j"), {"json"})
 
     def test_manual_has_every_option_and_no_fault(self):
         for command in COMMANDS:
