@@ -4,7 +4,7 @@
 #include <qiven/packet.h>
 
 #include "fuzz.h"
-#include "support/slow_reader.h"
+#include "support/same_read.h"
 
 namespace fuzz {
 
@@ -22,17 +22,10 @@ inline nasinfo Dirty() {
     return record;
 }
 
-inline SlowReader RequireSameRead(std::string_view packet, decltype(QIVENPacketRead) *pfnRead,
-                                  const Lines &before = {}) {
-    const SlowReader slow{std::string(packet)};
-    nasinfo record = Dirty();
-    LogCapture log;
-    const int iResult = pfnRead(log.Record(), AsBytes(packet), static_cast<int>(packet.size()), &record);
-    Lines expected = before;
-    expected.insert(expected.end(), slow.messages.begin(), slow.messages.end());
-    Require(iResult == slow.iResult, "both readers give the same result");
-    Require(SameBytes(record, slow.record), "both readers fill the record alike");
-    Require(LogCapture::Take() == expected, "both readers report the same");
+inline SlowReader RequireSameRead(std::string_view packet, decltype(QIVENPacketRead) *pfnRead) {
+    std::string difference;
+    const SlowReader slow = ReadBoth(packet, difference, pfnRead);
+    Require(difference.empty(), ("both readers do the same" + difference).c_str());
     return slow;
 }
 

@@ -21,29 +21,29 @@ template <class T>
 inline constexpr char kKindOf = std::is_integral_v<T> ? 'i'
                                 : std::rank_v<T> == 2 ? 'a'
                                                       : 's';
-#define F(id, name)                                                                    \
-    SlowField {                                                                        \
-        id, kKindOf<decltype(nasinfo::name)>, offsetof(nasinfo, name),                 \
-            sizeof(nasinfo::name) / (kKindOf<decltype(nasinfo::name)> == 'a' ? 32 : 1) \
-    }
 // clang-format off
+#define F(id, name, width) SlowField{id, kKindOf<decltype(nasinfo::name)>, offsetof(nasinfo, name), width}
 inline const SlowField kSlowFields[] = {
-    F(0x01, ulPktType), F(0x10, ulField10), F(0x11, szHostName), F(0x12, ulIP), F(0x13, ulAddr13),
-    F(0x14, ulAddr14), F(0x15, ulAddr15), F(0x18, ulField18), F(0x19, szHostIdent), F(0x1A, szLongText),
-    F(0x1E, ulAddr1E), F(0x1F, ulField1F), F(0x20, ulField10), F(0x21, szHostName), F(0x22, ulIP),
-    F(0x23, ulAddr13), F(0x24, ulAddr14), F(0x25, ulAddr15), F(0x29, szHostIdent), F(0x2A, szLongText),
-    F(0x48, ulModel), F(0x49, ulField49), F(0x4A, szField4A), F(0x4D, ulField4D), F(0x50, szField50),
-    F(0x51, szField51), F(0x52, szField52), F(0x53, szField53), F(0x54, ulField54), F(0x55, ulField55),
-    F(0x56, szField56), F(0x57, szField57), F(0x58, szField58), F(0x59, szField59), F(0x5A, szField5A),
-    F(0x5B, szField5B), F(0x5C, szField5C), F(0x5D, szField5D), F(0x60, ulField60), F(0x70, szField70),
-    F(0x71, ulField71), F(0x73, szField73), F(0x75, ulField75), F(0x76, ulField76), F(0x77, szField77),
-    F(0x78, szField78), F(0x79, ulField79), F(0x7B, ulField7B), F(0x7C, szMacAddr), F(0x7D, ulField7D),
-    F(0x7E, szField7E), F(0x7F, szField7F), F(0x80, ulField80), F(0x90, ulField90), F(0xA0, ulFieldA0),
-    F(0xA2, szFieldA2), F(0xA3, ulFieldA3), F(0xA4, ulFieldA4), F(0xA6, ulFieldA6), F(0xA7, ulFieldA7),
-    F(0xB0, ullServSupp0), F(0xB1, ullServSupp1), F(0xB8, ullServRun0), F(0xB9, ullServRun1),
-    F(0xBA, ulFieldBA), F(0xBB, ulArrayCount), F(0xBC, rgszFieldBC), F(0xBD, rgszFieldBD),
-    F(0xBE, rgszFieldBE), F(0xBF, rgszFieldBF), F(0xC0, szFieldC0), F(0xC1, szFieldC1), F(0xC2, ulFieldC2),
-    F(0xC3, ulFieldC3), F(0xC4, szPubKeyHex), F(0xC5, ulProcessID), F(0xC6, ulPeerProcessID),
+    F(0x01, ulPktType, 4), F(0x10, ulField10, 4), F(0x11, szHostName, 36), F(0x12, ulIP, 4),
+    F(0x13, ulAddr13, 4), F(0x14, ulAddr14, 4), F(0x15, ulAddr15, 4), F(0x18, ulField18, 4),
+    F(0x19, szHostIdent, 36), F(0x1A, szLongText, 1540), F(0x1E, ulAddr1E, 4), F(0x1F, ulField1F, 4),
+    F(0x20, ulField10, 4), F(0x21, szHostName, 36), F(0x22, ulIP, 4), F(0x23, ulAddr13, 4),
+    F(0x24, ulAddr14, 4), F(0x25, ulAddr15, 4), F(0x29, szHostIdent, 36), F(0x2A, szLongText, 1540),
+    F(0x48, ulModel, 4), F(0x49, ulField49, 4), F(0x4A, szField4A, 496), F(0x4D, ulField4D, 4),
+    F(0x50, szField50, 20), F(0x51, szField51, 20), F(0x52, szField52, 260), F(0x53, szField53, 260),
+    F(0x54, ulField54, 4), F(0x55, ulField55, 4), F(0x56, szField56, 128), F(0x57, szField57, 128),
+    F(0x58, szField58, 128), F(0x59, szField59, 128), F(0x5A, szField5A, 128), F(0x5B, szField5B, 128),
+    F(0x5C, szField5C, 4), F(0x5D, szField5D, 4), F(0x60, ulField60, 4), F(0x70, szField70, 68),
+    F(0x71, ulField71, 4), F(0x73, szField73, 12), F(0x75, ulField75, 4), F(0x76, ulField76, 4),
+    F(0x77, szField77, 8), F(0x78, szField78, 48), F(0x79, ulField79, 4), F(0x7B, ulField7B, 4),
+    F(0x7C, szMacAddr, 36), F(0x7D, ulField7D, 4), F(0x7E, szField7E, 8), F(0x7F, szField7F, 48),
+    F(0x80, ulField80, 4), F(0x90, ulField90, 4), F(0xA0, ulFieldA0, 4), F(0xA2, szFieldA2, 36),
+    F(0xA3, ulFieldA3, 4), F(0xA4, ulFieldA4, 4), F(0xA6, ulFieldA6, 4), F(0xA7, ulFieldA7, 4),
+    F(0xB0, ullServSupp0, 8), F(0xB1, ullServSupp1, 8), F(0xB8, ullServRun0, 8), F(0xB9, ullServRun1, 8),
+    F(0xBA, ulFieldBA, 4), F(0xBB, ulArrayCount, 4), F(0xBC, rgszFieldBC, 64), F(0xBD, rgszFieldBD, 64),
+    F(0xBE, rgszFieldBE, 64), F(0xBF, rgszFieldBF, 64), F(0xC0, szFieldC0, 32), F(0xC1, szFieldC1, 8),
+    F(0xC2, ulFieldC2, 4), F(0xC3, ulFieldC3, 4), F(0xC4, szPubKeyHex, 65), F(0xC5, ulProcessID, 4),
+    F(0xC6, ulPeerProcessID, 4),
 };
 // clang-format on
 #undef F
