@@ -203,34 +203,4 @@ TEST(IfCfg, StaticAndGateway) {
     }
 }
 
-std::string Stanzas(std::string_view text) {
-    const MemoryFile file(text);
-    Table table;
-    ParseStanzas(file.Stream(), table.rgNetIf.data(), Table::kCount);
-    return table.Eth0();
-}
-
-TEST(NetworkInterfaces, Stanzas) {
-    using namespace std::string_view_literals;
-    const std::string desktop = Data("interfaces/desktop");
-    const std::pair<std::string_view, const char *> cases[] = {
-        {desktop, kNothing},
-        {"\t iface\t eth0  inet\tSTATIC\r\n\r\ngateway\t10.0.0.1\r\n", kBoth},
-        {"iface eth0 inet statically\niface ETH0 inet static\ngateway 10.0.0.1", kNothing},
-        {"gateway 10.0.0.1\niface eth0 inet dhcp\n", kNothing},
-        {"iface eth0 inet dhcp\niface\ngateway 10.0.0.1\n", kNothing},
-        {"iface eth0 inet dhcp\nauto eth9\naddress 1.2.3.4\ngateway 10.0.0.1\n", kGateway},
-        {"iface eth0 inet dhcp\ngateway 10.2.3.4\ngateway fe80::1\ngateway\ngateway 10.0.0.1 metric 5\n",
-         kGateway},
-        {"iface eth0 inet dhcp\n#gateway 10.0.0.1\n", kNothing},
-        {"iface eth0 inet dhcp\ngateway10.0.0.1\n", kGateway},
-        {"iface eth0 inet static\0\ngateway \0 10.0.0.1\n"sv, kStatic},
-    };
-    for (const auto &[text, szExpected] : cases)
-        EXPECT_EQ(szExpected, Stanzas(text)) << text;
-    const std::string blanks(1 << 20, ' ');
-    EXPECT_EQ(kBoth, Stanzas("iface" + blanks + "eth0 inet static\ngateway" + blanks + "10.0.0.1" + blanks));
-    EXPECT_EQ(kNothing, Stanzas("iface " + std::string(1 << 20, 'e')));
-}
-
 }  // namespace
