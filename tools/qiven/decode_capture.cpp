@@ -67,7 +67,12 @@ bool TakeLink(const LinkType &type, Bytes &rgbFrame) {
     return usType == kTypeIPv4;
 }
 
+// Empty for what is no time of our era: a file may claim anything.
 std::string TimeText(const timeval &stamp) {
+    constexpr time_t kEndOf9999 = 253'402'300'799;
+    constexpr suseconds_t kSecond = 1'000'000;
+    if (stamp.tv_sec < 0 || stamp.tv_sec > kEndOf9999 || stamp.tv_usec < 0 || stamp.tv_usec >= kSecond)
+        return {};
     tm utc{};
     char szTime[32] = {};
     const time_t seconds = stamp.tv_sec;
