@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/failing_new.h"
+#include "support/failing_calls.h"
 
 namespace {
 
@@ -25,10 +25,9 @@ const std::string g_strLong(100, 'L');
 template <class Call, class AfterFailure>
 int FailEachAllocation(Call call, AfterFailure afterFailure) {
     for (int n = 0; n < 100; ++n) {
-        test::FailNewAfter(n);
+        FailingCallsArm("memory", n + 1, ENOMEM);
         const bool blOk = call();
-        const bool blFailed = !test::FailureIsPending();
-        test::FailNewAfter(-1);
+        const bool blFailed = FailingCallsDisarm() != 0;
         EXPECT_EQ(blFailed, !blOk) << "allocation " << n;
         if (!blFailed) return n;
         afterFailure();
@@ -97,7 +96,7 @@ TEST_F(Core, MissingMemoryLeavesAHashUnchanged) {
     EXPECT_EQ(0, Set(g_strLong, "old"));
     EXPECT_LE(3, FailEachAllocation([&] { return Set(strOther, strOther) == 0; }, unchanged));
     EXPECT_EQ(2, TLIBCSzHashPairNum(pHash));
-    test::FailNewAfter(0);
+    FailingCallsArm("memory", 1, ENOMEM);
     EXPECT_EQ(nullptr, TLIBCSzHashAlloc(0));
 }
 

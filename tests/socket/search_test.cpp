@@ -132,7 +132,7 @@ TEST_F(Search, ListsThatAreNone) {
     EXPECT_EQ(0, hash.Read());
     EXPECT_EQ(0x0900, TLIBCErrGet());
     sandbox::WriteFile(kFinished, "7,300,a,b,\n");
-    interpose::Fail("TLIBCSzListAlloc", 0, 0);
+    FailingCallsArm("memory", 2, ENOMEM);  // behind the stream of the file
     EXPECT_EQ(-1, hash.Read());
     EXPECT_EQ(0x0200, TLIBCErrGet());
     std::filesystem::create_directory(kFinished);

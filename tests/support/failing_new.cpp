@@ -1,33 +1,15 @@
-#include "support/failing_new.h"
-
+// The program's operator new serves the shared libraries, too: with it, a sanitizer's own does not get
+// between them and failing_calls.c.
 #include <cstdlib>
 #include <new>
 
-namespace {
-
-int g_nMore = -1;
-
-void *Allocate(size_t cb) {
-    return g_nMore >= 0 && g_nMore-- == 0 ? nullptr : malloc(cb);
-}
-
-}  // namespace
-
-void test::FailNewAfter(int nMore) {
-    g_nMore = nMore;
-}
-
-bool test::FailureIsPending() {
-    return g_nMore >= 0;
-}
-
 void *operator new(size_t cb) {
-    void *p = Allocate(cb);
+    void *p = malloc(cb);
     if (p == nullptr) throw std::bad_alloc();
     return p;
 }
 void *operator new(size_t cb, const std::nothrow_t & /*unused*/) noexcept {
-    return Allocate(cb);
+    return malloc(cb);
 }
 void operator delete(void *p) noexcept {
     free(p);

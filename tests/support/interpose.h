@@ -1,4 +1,5 @@
-// Calls of the library that tests bend: link qiven-interpose, and they come by here first.
+// Time and messages of the library as tests want them: link qiven-interpose, and the calls come by here
+// first. failing_calls.h, which comes with it, makes calls fail.
 #pragma once
 
 #include <ctime>
@@ -6,12 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "support/failing_calls.h"
+
 namespace interpose {
 
-// Lets a call fail once, with this errno; of several calls the one after nBefore others.
-void Fail(const std::string &call, int nBefore, int iErrno);
-// Whether that failure is still to come.
-bool IsPending();
+// What the test does in the middle of a call of the library: nothing of it fails, or counts.
+struct Aside {
+    Aside() { FailingCallsSuspend(1); }
+    ~Aside() { FailingCallsSuspend(-1); }
+    Aside(const Aside &) = delete;
+    Aside &operator=(const Aside &) = delete;
+};
 
 // Line numbers and descriptors as "#".
 std::string HideNumbers(const std::string &text);

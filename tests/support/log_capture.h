@@ -23,11 +23,7 @@ class LogCapture {
         return taken;
     }
 
-  private:
-    static std::vector<std::string> &Lines() {
-        static std::vector<std::string> lines;
-        return lines;
-    }
+    // Keeps one message.
     static int Keep(int iLevel, const char *szMessage) {
         std::string text = szMessage;
         const size_t nColon = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_/");
@@ -38,6 +34,12 @@ class LogCapture {
         if (blHasLine) text.replace(nColon + 1, nEnd - nColon - 1, "#");
         Lines().push_back(std::to_string(iLevel) + "|" + text);
         return 0;
+    }
+
+  private:
+    static std::vector<std::string> &Lines() {
+        static std::vector<std::string> lines;
+        return lines;
     }
     QIVEN_LOG m_log{};
 };

@@ -1,0 +1,475 @@
+// Every call that the library makes fails once, at every place: the result and the messages are those of the
+// table, and nothing stays allocated, mapped, open or readable. Each run is a process of its own.
+#include <qiven/qiven.h>
+#include <tavocore.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sodium.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+
+#include "support/interpose.h"
+#include "support/log_capture.h"
+#include "support/packets.h"
+#include "support/sandbox.h"
+
+// A build that measures coverage counts what the children do, too.
+extern "C" __attribute__((weak)) void __gcov_dump();
+
+static const void *g_pSecret = nullptr;
+
+extern "C" void *__real_sodium_malloc(size_t cb);
+extern "C" void *__wrap_sodium_malloc(size_t cb);
+extern "C" void *__wrap_sodium_malloc(size_t cb) {
+    void *p = __real_sodium_malloc(cb);
+    g_pSecret = p;
+    return p;
+}
+
+namespace {
+
+using interpose::Aside;
+
+QIVEN_LOG g_log;
+
+int KeepError(const char *sz) {
+    const Aside aside;
+    return LogCapture::Keep(QIVEN_LOG_ERR, sz);
+}
+int KeepDebug(const char *sz) {
+    const Aside aside;
+    return LogCapture::Keep(QIVEN_LOG_DEBUG, sz);
+}
+
+// What the operations work on; made before the failures begin.
+QIVEN_NETIF g_rgNetIf[2];
+nasinfo g_record;
+QIVEN_SEND g_send;
+std::string g_sealed;
+char g_szKey[QIVEN_KEY_HEX_SIZE], g_szEncoded[33], g_szText[64];
+TLIBC_SZHASH_HANDLE g_pHash;
+
+void MakeKeys() {
+    QIVENProcessKeyInit();
+    sodium_bin2hex(g_szKey, sizeof g_szKey, QIVENProcessPublicKeyGet(), QIVEN_KEY_SIZE);
+    g_sealed.assign(20 + crypto_box_SEALBYTES, '\0');
+    crypto_box_seal(reinterpret_cast<unsigned char *>(g_sealed.data()), stQIVENBroadCastV11, 20,
+                    QIVENProcessPublicKeyGet());
+    g_sealed.insert(0, reinterpret_cast<const char *>(stQIVENHeaderEncrypted), sizeof stQIVENHeaderEncrypted);
+    g_record.ulPktType = QIVEN_PKT_QUERY;
+    g_send = {&g_record, 2, {0x01, 0xA4}};
+}
+void FillStore() {
+    for (uint32_t i = 1; i <= QIVEN_KEYS_MAX; ++i)
+        QIVENAddKey("nas", i, "k");
+}
+void AddKey() {
+    QIVENAddKey("nas1", 1, "k");
+}
+void Arrive(const std::string &packet) {
+    static std::string arriving;
+    arriving = packet;
+    interpose::clock.fnOnWait = [] {
+        if (interpose::clock.nWaits == 1) SendTo(arriving);
+    };
+}
+
+int UseKey() {
+    return QIVENProcessSecretKeyAcquire() == nullptr ? -2 : QIVENProcessSecretKeyRelease();
+}
+int ReadSealed() {
+    return QIVENPacketReadEncrypted(&g_log, reinterpret_cast<const unsigned char *>(g_sealed.data()),
+                                    static_cast<int>(g_sealed.size()), &g_record);
+}
+// A buffer of no use makes the writers ask for a larger one.
+template <class Byte, class Writer>
+int WriteTo(Writer write) {
+    FailingCallsSuspend(1);
+    auto *pBuffer = static_cast<Byte *>(malloc(1));
+    FailingCallsSuspend(-1);
+    int cbBuffer = 0;
+    const int cb = write(&pBuffer, &cbBuffer);
+    const Aside aside;
+    free(pBuffer);
+    return cb;
+}
+int Write() {
+    return WriteTo<unsigned char>(
+        [](auto pp, int *pcb) { return QIVENPacketWrite(&g_log, pp, pcb, &g_send); });
+}
+int WriteSealed() {
+    return WriteTo<char>(
+        [](auto pp, int *pcb) { return QIVENPacketWriteEncrypted(&g_log, pp, pcb, &g_send, g_szKey); });
+}
+// The number of interfaces, and before it a 1 for each thing that is known of the one there is.
+int Interfaces() {
+    const int n = QIVENIfaceInit(&g_log, g_rgNetIf, 2);
+    const QIVEN_NETIF &netIf = g_rgNetIf[0];
+    int iKnown = 0;
+    for (const bool bl : {netIf.blActive != 0, netIf.blStatic != 0, netIf.ulIP != 0, netIf.ulBroadCast != 0,
+                          netIf.ulMask != 0, netIf.ulGateway != 0, gulDNS != INADDR_NONE})
+        iKnown = 10 * iKnown + (bl ? 1 : 0);
+    return n < 0 ? n : 10 * iKnown + n;
+}
+int Send() {
+    QIVEN_NETIF netIf{};
+    netIf.ulIP = htonl(INADDR_LOOPBACK);
+    const QIVEN_CONN conn{"127.0.0.1", QIVEN_PORT, 0, nullptr, nullptr};
+    return QIVENUDPSend(&g_log, stQIVENBroadCastV11, 20, &conn, &netIf, 1);
+}
+int Client() {
+    const QIVEN_CONN conn{"10.0.0.9", QIVEN_PORT, 0, nullptr, &g_log};
+    return QIVENUDPClient(&conn, &g_send);
+}
+int Listen() {
+    const QIVEN_CONN conn{"127.0.0.1", QIVEN_PORT, 1, nullptr, &g_log};
+    const QIVEN_RECV recv{};
+    return QIVENUDPServer(&conn, &recv, nullptr, nullptr);
+}
+int Broadcast() {
+    const uint32_t ulAddr = inet_addr("10.0.0.1");
+    return BroadcastUdpByInterface("abc", 3, &ulAddr);
+}
+int Get2Hash() {
+    const int n = TAVOQIVENGet2Hash(&g_pHash);
+    TLIBCHashRemoveAll(g_pHash);
+    return n;
+}
+int Invert() {
+    const std::unique_ptr<MATRIX, decltype(&MatrixFree)> p(MatrixAlloc(8, 8), MatrixFree);
+    return p == nullptr ? -9 : MatrixInversion(pmtr64, p.get());
+}
+
+const struct Operation {
+    std::string name;
+    std::function<void()> prepare;
+    std::function<int()> work;
+} kOperations[] = {
+    {"make keys", [] {}, QIVENProcessKeyInit},
+    {"use key", MakeKeys, UseKey},
+    {"clean up", MakeKeys, QIVENProcessKeyCleanup},
+    {"read sealed", MakeKeys, ReadSealed},
+    {"write", MakeKeys, Write},
+    {"write sealed", MakeKeys, WriteSealed},
+    {"add key", [] {}, [] { return QIVENAddKey("nas1", 1, "k"); }},
+    {"make room", FillStore, [] { return QIVENAddKey("new", 1, "k"); }},
+    {"get key", AddKey, [] { return QIVENGetKey("nas1", 1, g_szText); }},
+    {"remove key", AddKey, [] { return QIVENRemoveKey("nas1", 1); }},
+    {"is active", [] {}, [] { return QIVENIfaceGetActive(&g_log, "eth0"); }},
+    {"setting", [] { g_rgNetIf[0] = {"eth0", {}, 0, 0, 0, 0, 0, 0, 1}; },
+     [] { return QIVENIfaceGetNetSetting(&g_log, g_rgNetIf) + 10 * g_rgNetIf[0].blActive; }},
+    {"list", [] {}, [] { return QIVENGetIfListLnx(nullptr, g_rgNetIf, 2); }},
+    {"interfaces", [] {}, Interfaces},
+    {"dump", [] {}, [] { return QIVENIfaceDump(nullptr); }},
+    {"send", [] {}, Send},
+    {"client", MakeKeys, Client},
+    {"listen", [] { Arrive("junk"); }, Listen},
+    {"broadcast", [] {}, Broadcast},
+    {"cards", [] {}, [] { return static_cast<int>(ErrQIVENSendQueryPkt()); }},
+    {"search", [] { Arrive(Answer(2, "nas1", "10.0.0.2", "")); }, TAVOQIVENDumpHost},
+    {"hash",
+     [] { sandbox::WriteFile("/tmp/tavoqx.list.tmp", "7,300,nas1,10.0.0.1,\n7,300,nas2,10.0.0.2,\n"); },
+     Get2Hash},
+    {"invert", [] {}, Invert},
+    {"encode", [] {}, [] { return MatrixEncode("ten bytes.", g_szText); }},
+    {"decode", [] { MatrixEncode("ten bytes.", g_szEncoded); },
+     [] { return MatrixDecode(g_szEncoded, g_szText); }},
+};
+
+const std::string kNoSocket = "1|iface:# Open socket error:({e})";
+const std::string kNoResolv = "1|iface_lnx:# failed to open file /etc/resolv.conf error:({e})";
+const std::string kFound = "1|udp:# QIVENIfaceInit number of interafce: 1\n";
+const std::string kNone = "1|udp:# get physical interface error or no interface\n";
+const std::string kReuse = "1|udp:# control setsockopt (SO_REUSEADDR)\n";
+const std::string kBroadcast = "1|udp:# control setsockopt (SO_BROADCAST)\n";
+const std::string kSendTo = "1|udp:# sendto error ret=[-1] {e} [{s}]\n";
+const std::string kSkipped = "1|udp:# UDPSend error. interface: eth0\n";
+const std::string kEmpty = Invalid("udp", "0 < cbPKTOutput");
+const std::string kJunk = "1|udp:# PacketRead Error! ret=[0]\n";
+const std::string kReadError = "2|udp:# recvfrom error! errno: {e} [{s}]\n";
+const std::string kBind =
+    "3|bind(sockfd=#, brdcast.sin_addr.s_addr = 16777226) error!! errno={e}, err_str=[{s}]";
+const std::string kCard = "3|socket/socket_qiven_dump_host(#): ErrQIVENSendQueryPkt() failed!";
+
+// What the failure of a call leads to where that is not what happens anyway: result, messages, what is left
+// behind. {e} and {s} are number and text of the error; without numbers of the calls, every one of them is
+// meant.
+const struct Expected {
+    std::string operation, calls, numbers, outcome;
+} kExpected[] = {
+    {"make keys", "memory mmap", "", "-1 "},
+    {"make keys", "mprotect", "5", "0  READABLE"},
+    {"use key", "mprotect", "1", "-2 "},
+    {"use key", "mprotect", "2", "-1  READABLE"},
+    {"clean up", "mprotect", "1", "ended with status 11"},
+    {"read sealed", "mprotect", "1", "0 2|packet:# No key to decrypt"},
+    {"read sealed", "mprotect", "2",
+     "12 2|packet:# QIVENPacketReadEncrypted(124): Decrypted packet.\n READABLE"},
+    {"write", "memory", "", "0 1|packet:# Reallocate memory failed!\n"},
+    {"write sealed", "memory", "1",
+     "0 1|packet:# Reallocate memory failed!\n1|packet:# FAILED to write plain packet\n"},
+    {"write sealed", "memory", "2",
+     "0 2|packet:# pcbPKTOutput 20 cbWrittenPlain 20 needed 76\n1|packet:# Reallocate memory failed!\n"},
+    {"add key", "memory", "1", "-1 "},
+    {"add key", "memory", "2", "0  HELD 1"},  // the store, without the key
+    {"make room", "memory", "17", "0  HELD -4096"},
+    {"make room", "memory", "", "-1 "},
+    {"is active", "socket", "", "-1 " + kNoSocket},
+    {"is active", "ioctl", "", "-1 1|iface:# ioctl(SIOCGIFFLAGS) error:({e})"},
+    {"setting", "socket", "", "9 " + kNoSocket},
+    {"setting", "ioctl", "1", "9 1|iface:# ioctl SIOCGIFHWADDR eth0 error:({e})"},
+    {"setting", "ioctl", "2", "-1 1|iface:# ioctl SIOCGIFADDR eth0 error:({e})"},
+    {"setting", "ioctl", "3", "-1 1|iface:# ioctl SIOCGIFBRDADDR eth0 error:({e})"},
+    {"setting", "ioctl", "4", "-1 1|iface:# ioctl SIOCGIFNETMASK eth0 error:({e})"},
+    {"list", "fopen fgets", "", "-1 "},
+    {"list", "memory", "1", "-1 "},
+    {"list", "socket ioctl", "2", "0 "},  // the first is for the loopback device
+    {"interfaces", "socket", "1", "11111111 " + kNoSocket},
+    {"interfaces", "socket", "2", "10 " + kNoSocket},
+    {"interfaces", "socket", "3", "1000111 " + kNoSocket},
+    {"interfaces", "ioctl", "1", "11111111 1|iface:# ioctl(SIOCGIFFLAGS) error:({e})"},
+    {"interfaces", "ioctl", "2", "10 1|iface:# ioctl(SIOCGIFFLAGS) error:({e})"},
+    {"interfaces", "ioctl", "3", "1000111 1|iface:# ioctl SIOCGIFHWADDR eth0 error:({e})"},
+    {"interfaces", "ioctl", "4", "1000111 1|iface:# ioctl SIOCGIFADDR eth0 error:({e})"},
+    {"interfaces", "ioctl", "5", "1100111 1|iface:# ioctl SIOCGIFBRDADDR eth0 error:({e})"},
+    {"interfaces", "ioctl", "6", "1110111 1|iface:# ioctl SIOCGIFNETMASK eth0 error:({e})"},
+    {"interfaces", "open fdopen memory", "1", "11111101 " + kNoResolv},
+    {"interfaces", "fopen fgets", "", "-1 "},
+    {"interfaces", "memory", "3", "11111101 "},
+    {"interfaces", "memory", "13 14", "11111011 "},
+    {"interfaces", "open fdopen", "3", "11111011 "},
+    {"interfaces", "memory", "4", "-1 "},
+    {"dump", "fopen fgets", "", "-1 "},
+    {"dump", "memory", "4", "-1 "},
+    {"send", "socket", "", "-1 1|udp:# create socket error.\n"},
+    {"send", "setsockopt", "1", "20 " + kReuse},
+    {"send", "setsockopt", "2", "20 " + kBroadcast},
+    {"send", "bind", "",
+     "-1 1|udp:# bind(sockfd=#, brdcast.sin_addr.s_addr = 16777343) error!! error: {e} [{s}]\n"},
+    {"send", "sendto", "", "-1 " + kSendTo},
+    {"client", "memory", "1", "-1 "},
+    {"client", "open fdopen", "1", "0 " + kNoResolv + kFound},
+    {"client", "memory", "2", "0 " + kNoResolv + kFound},
+    {"client", "memory", "5", "-1 " + kNone},
+    {"client", "fopen fgets", "", "-1 " + kNone},
+    {"client", "socket", "1", "0 " + kNoSocket + kFound},
+    {"client", "socket", "2", "-1 " + kNoSocket + kNone},
+    {"client", "socket", "3", "0 " + kNoSocket + kFound + kEmpty},
+    {"client", "socket", "4", "0 " + kFound + "1|udp:# create socket error.\n" + kSkipped},
+    {"client", "socket", "5", "0 " + kFound + "1|udp:# create socket error.\n"},
+    {"client", "setsockopt", "1 3", "0 " + kFound + kReuse},
+    {"client", "setsockopt", "2 4", "0 " + kFound + kBroadcast},
+    {"client", "bind", "",
+     "0 " + kFound + "1|udp:# bind(sockfd=#, brdcast.sin_addr.s_addr = 16777226) error!! error: {e} [{s}]\n" +
+         kSkipped},
+    {"client", "sendto", "1", "0 " + kFound + kSendTo + kSkipped},
+    {"client", "sendto", "2", "0 " + kFound + kSendTo},
+    {"client", "ioctl", "1", "0 1|iface:# ioctl(SIOCGIFFLAGS) error:({e})" + kFound},
+    {"client", "ioctl", "2", "-1 1|iface:# ioctl(SIOCGIFFLAGS) error:({e})" + kNone},
+    {"client", "ioctl", "3", "0 1|iface:# ioctl SIOCGIFHWADDR eth0 error:({e})" + kFound + kEmpty},
+    {"client", "ioctl", "4", "0 1|iface:# ioctl SIOCGIFADDR eth0 error:({e})" + kFound + kEmpty},
+    {"client", "ioctl", "5", "0 1|iface:# ioctl SIOCGIFBRDADDR eth0 error:({e})" + kFound + kEmpty},
+    {"client", "ioctl", "6", "0 1|iface:# ioctl SIOCGIFNETMASK eth0 error:({e})" + kFound + kEmpty},
+    {"listen", "socket", "", "-1 1|udp:# create socket error.\n"},
+    {"listen", "setsockopt", "1", "0 " + kReuse + kJunk},
+    {"listen", "setsockopt", "2", "0 1|udp:# set sock opt error: {s}\n" + kJunk},
+    {"listen", "bind", "",
+     "-1 1|udp:# bind(sockfd=#, servaddr.sin_addr.s_addr = 16777343) error!! errno: {e} [{s}]\n"},
+    {"listen", "recvfrom", "1", "0 " + kReadError + kJunk},
+    {"listen", "recvfrom", "2", "0 " + kJunk + kReadError},
+    {"broadcast", "socket", "", "-1 3|create socket error."},
+    {"broadcast", "setsockopt", "", "-1 3|set socket option error."},
+    {"broadcast", "bind", "", "-1 " + kBind},
+    {"broadcast", "sendto", "", "-1 3|sendto error."},
+    // Of the two passes, each asks for card 0, sends, and asks for card 1, which is not there.
+    {"cards", "memory", "1 2 3 4 5 11 12 13 14 15", "1 "},
+    {"cards", "memory", "", "2 "},
+    {"cards", "socket", "1 4", "1 "},
+    {"cards", "socket", "2 5", "1 3|create socket error."},
+    {"cards", "socket", "3 6", "2 "},
+    {"cards", "if_nameindex", "2 4", "2 "},
+    {"cards", "if_nameindex", "1 3", "1 "},
+    {"cards", "ioctl", "2 5", "1 "},
+    {"cards", "setsockopt", "", "1 3|set socket option error."},
+    {"cards", "bind", "", "1 " + kBind},
+    {"cards", "sendto", "", "1 3|sendto error."},
+    {"search", "memory mmap", "1", "-1 3|Failed to initialize key for encrypted communication\n"},
+    {"search", "memory if_nameindex", "", "-1 " + kCard},
+    {"search", "mprotect", "6", "ended with status 11"},
+    {"search", "socket", "2 5", "-1 3|create socket error." + kCard},
+    {"search", "socket", "7", "-1 3|Fail to search!\n"},
+    {"search", "socket", "", "-1 " + kCard},
+    {"search", "ioctl", "2 5", "-1 " + kCard},
+    {"search", "setsockopt", "1 2", "-1 3|set socket option error." + kCard},
+    {"search", "bind", "1 2", "-1 " + kBind + kCard},
+    {"search", "bind", "3", "-1 3|Fail to search!\n"},
+    {"search", "sendto", "", "-1 3|sendto error." + kCard},
+    {"search", "open", "1", "-1 3|socket/socket_qiven_dump_host(#): Touch /tmp/tavoqx.list failed"},
+    {"search", "open", "2",
+     "0 3|open(/tmp/tavoqx.list, O_APPEND | O_SYNC | O_RDWR, S_IRWXU | S_IRWXG | S_IRWXO) failed! "
+     "error_code[{e}]=[{s}]\n"},
+    {"search", "write", "",
+     "0 3|socket/socket_qiven_dump_host: addNasinfoToList(#) - write(#, 7,300,nas1,10.0.0.2,\n, 21) {s}\n"},
+    {"search", "rename", "", "0 3|socket/socket_qiven_dump_host(#): rename file failed! [{s}]"},
+    {"hash", "memory open fdopen", "1", "0 "},  // cannot be opened
+    {"hash", "memory", "2 3 4", "-1 "},
+    {"hash", "memory", "10 15", "1 "},  // a line is lost
+    {"hash", "memory", "6 7 8 9 11 12 13 14", "1 3|socket/socket_qiven_get2hash:# field number < 5"},
+    {"hash", "getdelim", "", "-1 "},
+    {"invert", "memory", "1", "-9 "},
+    {"invert", "memory", "", "-3 "},
+    {"encode", "memory", "", "-1 "},
+    {"decode", "memory", "", "-1 "},
+};
+
+struct Failure {
+    std::string call;
+    int n, iErrno;
+};
+
+bool HasWord(const std::string &words, const std::string &word) {
+    return (" " + words + " ").find(" " + word + " ") != std::string::npos;
+}
+
+std::string Replace(std::string text, const std::string &what, const std::string &with) {
+    for (size_t i = 0; (i = text.find(what)) != std::string::npos;)
+        text.replace(i, what.size(), with);
+    return text;
+}
+
+// What ends a burst is no failure.
+bool IsQuiet(const Operation &operation, const Failure &failure) {
+    return operation.name == "listen" && failure.call == "recvfrom" && failure.n == 2 &&
+           failure.iErrno == EAGAIN;
+}
+
+std::string Expect(const Operation &operation, const Failure &failure, const std::string &normal) {
+    if (IsQuiet(operation, failure)) return normal;
+    for (const Expected &row : kExpected) {
+        if (row.operation == operation.name && HasWord(row.calls, failure.call) &&
+            (row.numbers.empty() || HasWord(row.numbers, std::to_string(failure.n))))
+            return Replace(Replace(row.outcome, "{e}", std::to_string(failure.iErrno)), "{s}",
+                           strerror(failure.iErrno));
+    }
+    return normal;
+}
+
+ptrdiff_t CountDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// The kernel reads for us, and reports what we would die of.
+bool IsReadable(const void *p) {
+    int rgfd[2];
+    if (pipe(rgfd) != 0) abort();
+    const bool blReadable = p != nullptr && write(rgfd[1], p, 1) == 1;
+    close(rgfd[0]);
+    close(rgfd[1]);
+    return blReadable;
+}
+
+// Runs in the child.
+std::string Observe(const Operation &operation, const Failure &failure) noexcept {
+    interpose::clock = {true, 0, 0, 0, 0, nullptr};
+    operation.prepare();
+    LogCapture::Take();
+    const auto nOpen = CountDescriptors();
+    const long nHeld = FailingCallsHeld();
+    FailingCallsArm(failure.call.c_str(), failure.n, failure.iErrno);
+    const int iResult = operation.work();
+    const bool blFailed = FailingCallsDisarm() != 0;
+    const bool blReadable = IsReadable(g_pSecret);
+    if (operation.name == "make keys") QIVENProcessKeyCleanup();
+    const long nLeft = FailingCallsHeld() - nHeld;
+    std::string text = blFailed ? "!" : "";
+    text += std::to_string(iResult) + " ";
+    for (const auto &lines : {LogCapture::Take(), interpose::TakeSyslog()})
+        for (const std::string &line : lines)
+            text += interpose::HideNumbers(line);
+    if (blReadable) text += " READABLE";
+    if (nLeft != 0) text += " HELD " + std::to_string(nLeft);
+    if (CountDescriptors() != nOpen) text += " OPEN";
+    return text;
+}
+
+// What comes of an operation; "!" in front when the failure has happened.
+std::string Try(const Operation &operation, const Failure &failure) {
+    std::filesystem::remove("/tmp/tavoqx.list");
+    int rgfd[2];
+    if (pipe2(rgfd, O_CLOEXEC) != 0) return "no pipe";
+    const pid_t pid = fork();
+    if (pid == 0) {
+        alarm(20);
+        dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+        const std::string text = Observe(operation, failure);
+        const bool blWritten = write(rgfd[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        if (__gcov_dump != nullptr) __gcov_dump();
+        _exit(blWritten ? 0 : 1);
+    }
+    close(rgfd[1]);
+    std::string text;
+    char rgch[4096];
+    for (ssize_t cb = 0; (cb = read(rgfd[0], rgch, sizeof rgch)) > 0;)
+        text.append(rgch, static_cast<size_t>(cb));
+    close(rgfd[0]);
+    int iStatus = 0;
+    waitpid(pid, &iStatus, 0);
+    return iStatus == 0 ? text : "!ended with status " + std::to_string(iStatus);
+}
+
+std::vector<Failure> ReadCalls() {
+    std::map<std::string, int> numbers;
+    for (int i = 1; i < 134; ++i)
+        if (strerrorname_np(i) != nullptr) numbers[strerrorname_np(i)] = i;
+    std::vector<Failure> calls;
+    std::ifstream file(CALLS);
+    for (std::string line, call, error; std::getline(file, line);) {
+        std::istringstream words(line);
+        for (words >> call; call != "#" && words >> error;)
+            calls.push_back({call, 1, numbers.at(error)});
+    }
+    return calls;
+}
+
+TEST(Failures, EveryCallFailsOnce) {
+    sandbox::Enter();
+    sandbox::PrivateDir("/etc");
+    sandbox::PrivateDir("/tmp");
+    sandbox::WriteFile("/etc/resolv.conf", "nameserver 10.0.0.53\n");
+    sandbox::WriteFile("/etc/network/interfaces", "iface eth0 inet static\ngateway 10.0.0.254\n");
+    sandbox::WriteFile("/etc/NetworkManager/system-connections/lan",
+                       "mac-address=02:00:00:00:00:01\nmethod=manual\n");
+    sandbox::AddEthernet("eth0", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
+    QIVENLogFuncSet(&g_log, QIVEN_LOG_ERR, KeepError);
+    QIVENLogFuncSet(&g_log, QIVEN_LOG_DEBUG, KeepDebug);
+    g_pHash = TLIBCSzHashAlloc(8);
+    std::map<std::string, int> counts;
+    for (const Operation &operation : kOperations) {
+        const std::string normal = Try(operation, {"nothing", 1, 0});
+        for (Failure failure : ReadCalls()) {
+            for (;; ++failure.n) {
+                const std::string outcome = Try(operation, failure);
+                if (outcome[0] != '!') {
+                    EXPECT_EQ(normal, outcome);
+                    break;
+                }
+                counts[failure.call]++;
+                EXPECT_EQ("!" + Expect(operation, failure, normal), outcome)
+                    << operation.name << ": " << failure.call << " " << failure.n;
+            }
+        }
+    }
+    for (const auto &[call, n] : counts)
+        RecordProperty(call, n);
+}
+
+}  // namespace
