@@ -19,12 +19,20 @@ struct ProcessKeys {
 
 ProcessKeys g_keys;
 
-// Frees both keys; sodium_free wipes the secret one.
+// Frees both keys; sodium_free wipes the secret one. It dies of a page that it cannot open, though: such a
+// page is left where it is, as nobody else can read it either.
 void FreeKeys() {
     free(g_keys.pPublicKey);
-    sodium_free(g_keys.pSecretKey);
+    if (g_keys.pSecretKey != nullptr && sodium_mprotect_readwrite(g_keys.pSecretKey) == 0)
+        sodium_free(g_keys.pSecretKey);
     g_keys.pPublicKey = nullptr;
     g_keys.pSecretKey = nullptr;
+}
+
+// Tries again: a kernel that is short of memory for once shall not leave the key readable for ever.
+bool HideSecretKey() {
+    return sodium_mprotect_noaccess(g_keys.pSecretKey) == 0 ||
+           sodium_mprotect_noaccess(g_keys.pSecretKey) == 0;
 }
 
 // The key store takes 0 for "no process", so it is drawn again.
@@ -53,7 +61,7 @@ int QIVENProcessKeyInit(void) {
         FreeKeys();
         return -1;
     }
-    sodium_mprotect_noaccess(g_keys.pSecretKey);
+    HideSecretKey();
     g_keys.blInited = true;
     return 0;
 }
@@ -81,7 +89,7 @@ const unsigned char *QIVENProcessSecretKeyAcquire(void) {
 
 int QIVENProcessSecretKeyRelease(void) {
     if (!g_keys.blInited) return -1;
-    return sodium_mprotect_noaccess(g_keys.pSecretKey) == 0 ? 0 : -1;
+    return HideSecretKey() ? 0 : -1;
 }
 
 uint32_t QIVENProcessGetID(void) {
