@@ -56,6 +56,21 @@ const SlowField &AnyField(Input &input) {
     return kSlowFields[input.Byte() % std::size(kSlowFields)];
 }
 
+// Some elements of an array with one text, which may be as long as an element is wide.
+void SetElements(Request &request, Input &input) {
+    const int id = static_cast<int>(0xBC + input.Byte() % 4);
+    const auto &field = *std::find_if(std::begin(kSlowFields), std::end(kSlowFields),
+                                      [id](const SlowField &some) { return some.id == id; });
+    const unsigned int nElements = input.Byte() % 33;
+    const size_t cbText = input.Byte() % (field.cbWidth + 1);
+    std::string element(cbText, static_cast<char>(input.Byte()));
+    element.resize(field.cbWidth);
+    std::string value;
+    for (unsigned int i = 0; i < nElements; ++i)
+        value += element;
+    request.Set(field, value);
+}
+
 void Step(Request &request, Input &input) {
     const unsigned int uKind = input.Byte();
     unsigned int id = 0;
@@ -67,10 +82,11 @@ void Step(Request &request, Input &input) {
             return request.List({0xB0, 0xB1, 0xB8, 0xB9},
                                 QIVENSendPktIDAddServ(nullptr, &request.send, 1, 1));
         case 2:
-            return request.Set(kSlowFields[std::size(kSlowFields) - 1 - input.Byte() % 12], input.Take(64));
+            return SetElements(request, input);
         case 3: {  // one text over and over, so that a short input can fill a packet
             const SlowField &field = AnyField(input);
-            return request.Set(field, std::string(input.Word() % 2100, static_cast<char>(input.Byte())));
+            const size_t cbText = input.Word() % 2100;
+            return request.Set(field, std::string(cbText, static_cast<char>(input.Byte())));
         }
         case 4:
             id = static_cast<unsigned int>(AnyField(input).id);
