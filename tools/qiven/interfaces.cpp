@@ -5,8 +5,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <string_view>
 
 #include "commands.h"
 #include "exit.h"
@@ -46,9 +48,24 @@ output::Row RowOf(const QIVEN_NETIF &netIf) {
             netIf.blActive != 0};
 }
 
+char szRefusal[200] = "";  // the last thing that the kernel did not tell
+
+// The library goes on without what it cannot learn, and only its messages say so. A file that is not there
+// and an address that an interface does not have are no failures.
+int KeepRefusal(const char *szMessage) {
+    static_assert(ENOENT == 2 && EADDRNOTAVAIL == 99);
+    const std::string_view message = szMessage;
+    if (!message.ends_with("error:(2)") && !message.ends_with("error:(99)"))
+        snprintf(szRefusal, sizeof szRefusal, "%s",
+                 szMessage + std::min(message.find(' ') + 1, message.size()));
+    return 0;
+}
+
 int Interfaces(const Options &options) {
     std::array<QIVEN_NETIF, QIVEN_IFACE_MAX> table{};
-    const int nNetIf = QIVENIfaceInit(nullptr, table.data(), QIVEN_IFACE_MAX);
+    QIVEN_LOG log{};
+    QIVENLogFuncSet(&log, QIVEN_LOG_ERR, KeepRefusal);
+    const int nNetIf = QIVENIfaceInit(&log, table.data(), QIVEN_IFACE_MAX);
     if (nNetIf < 0) {
         fputs("qiven interfaces: the kernel's list of interfaces cannot be read (/proc/net/dev)\n", stderr);
         return kNetwork;
@@ -63,6 +80,10 @@ int Interfaces(const Options &options) {
     std::for_each_n(table.begin(), nNetIf,
                     [&writer](const QIVEN_NETIF &netIf) { output::WriteRow(writer, RowOf(netIf)); });
     output::End(writer);
+    if (*szRefusal != '\0') {
+        fprintf(stderr, "qiven interfaces: the list is not complete: %s\n", szRefusal);
+        return kNetwork;
+    }
     if (nNetIf > 0) return kDone;
     fputs("qiven interfaces: no usable interface; \"qiven doctor\" says why\n", stderr);
     return kNothing;
