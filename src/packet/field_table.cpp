@@ -131,13 +131,19 @@ constexpr bool IsSorted() {
     return true;
 }
 
+constexpr uint8_t MarksOf(const QIVEN_FIELD_ATTRIB &attrib) {
+    if (attrib.ulOffset == offsetof(nasinfo, szLongText)) return kMarkLongText;
+    if (attrib.ulOffset == offsetof(nasinfo, szField73)) return kMarkField73;
+    return static_cast<uint8_t>(attrib.ulBasicMask);
+}
+
 constexpr FieldEntry MakeEntry(const QIVEN_FIELD_ATTRIB &attrib, uint8_t bIndex) {
     return {.cbOffset = static_cast<uint16_t>(attrib.ulOffset),
             .cbField = static_cast<uint16_t>(attrib.cbField),
             .bType = static_cast<uint8_t>(attrib.ulType),
             .bEndian = attrib.ulEndian == QIVENPKT_KEEP_ENDIAN ? uint8_t{QIVENPKT_KEEP_ENDIAN}
                                                                : uint8_t{QIVENPKT_HOST_ENDIAN},
-            .bMarks = static_cast<uint8_t>(attrib.ulPktId == 0x73 ? kMarkField73 : attrib.ulBasicMask),
+            .bMarks = MarksOf(attrib),
             .bIndex = bIndex};
 }
 

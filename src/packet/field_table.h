@@ -16,6 +16,7 @@ inline constexpr uint8_t kNoField = 0xFF;
 // What a reader notes about the fields of a packet: the bits of ulBasicMask, and one for the field that
 // another one's default comes from.
 inline constexpr uint8_t kBasicMarks = 0x1F;
+inline constexpr uint8_t kMarkLongText = 0x40;
 inline constexpr uint8_t kMarkField73 = 0x80;
 
 // What the inner loops of reader and writer need to know of a field, in one load.

@@ -32,6 +32,7 @@ struct Walk {
     uint32_t ulMarks = 0;     // of the fields read
     uint32_t ulArrayRun = 0;  // identifier of the array being filled, 0 for none
     uint32_t nElement = 0;    // its current element
+    size_t cbLongText = 0;    // as far as it is known: see kMarkLongText
     // The packet type's bytes, or null for 0. Asking the record, which has only just been cleared, would wait
     // until the clearing has reached the cache.
     const unsigned char *pPktType = nullptr;
@@ -97,8 +98,14 @@ bool ReadContinuation(Walk &walk) {
     Bytes rgbValue;
     if (!TakeKnownValue(walk, rgbValue)) return false;
     char *szText = walk.record.szLongText;
-    const size_t cbText = strnlen(szText, kLongTextCapacity);
-    return StoreText(rgbValue, szText + cbText, kLongTextCapacity - cbText);
+    if ((walk.ulMarks & kMarkLongText) != 0) {
+        walk.cbLongText = strnlen(szText, kLongTextCapacity);
+        walk.ulMarks &= ~uint32_t{kMarkLongText};
+    }
+    if (walk.cbLongText + rgbValue.size() >= kLongTextCapacity) return rgbValue.empty();
+    auto *pEnd = reinterpret_cast<unsigned char *>(szText + walk.cbLongText);
+    if (!rgbValue.empty()) walk.cbLongText += CopyText(pEnd, rgbValue.data(), rgbValue.size());
+    return true;
 }
 
 bool SkipUnknown(Walk &walk, unsigned char bPktId) {

@@ -8,12 +8,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 namespace qiven::packet {
 
 using Lanes = char __attribute__((vector_size(16)));
-// Half a cache line; looked at as a whole.
+// Two of them, looked at as one.
 struct Block {
     Lanes low, high;
 };
@@ -39,26 +38,41 @@ inline bool HasNul(Lanes lanes) {
     return (rgNul[0] | rgNul[1]) != 0;
 }
 
+inline bool HasNul(const Block &block) {
+    // The smaller of two bytes is 0 when either is.
+    using Bytes16 = unsigned char __attribute__((vector_size(16)));
+    const auto rgLow = reinterpret_cast<Bytes16>(block.low);
+    const auto rgHigh = reinterpret_cast<Bytes16>(block.high);
+    return HasNul(reinterpret_cast<Lanes>(rgLow < rgHigh ? rgLow : rgHigh));
+}
+
+template <class Unit>
+inline Unit Load(const void *pFrom) {
+    Unit unit;
+    memcpy(&unit, pFrom, sizeof unit);
+    return unit;
+}
+template <>
+inline Block Load<Block>(const void *pFrom) {
+    // One after the other: copied as a whole, a block would go by way of the stack.
+    return {Load<Lanes>(pFrom), Load<Lanes>(static_cast<const unsigned char *>(pFrom) + sizeof(Lanes))};
+}
+
+template <class Unit>
+inline void Store(void *pTo, const Unit &unit) {
+    memcpy(pTo, &unit, sizeof unit);
+}
+template <>
+inline void Store<Block>(void *pTo, const Block &block) {
+    Store(pTo, block.low);
+    Store(static_cast<unsigned char *>(pTo) + sizeof(Lanes), block.high);
+}
+
 template <class Unit, bool kStopAtNul>
 inline bool CopyUnit(unsigned char *pTo, const unsigned char *pFrom) {
-    if constexpr (std::is_same_v<Unit, Block>) {
-        Lanes low;
-        Lanes high;
-        memcpy(&low, pFrom, sizeof low);
-        memcpy(&high, pFrom + sizeof low, sizeof high);
-        // The smaller of two unsigned bytes is 0 when either is.
-        using Unsigned = unsigned char __attribute__((vector_size(16)));
-        const auto a = reinterpret_cast<Unsigned>(low);
-        const auto b = reinterpret_cast<Unsigned>(high);
-        if (kStopAtNul && HasNul(reinterpret_cast<Lanes>(a < b ? a : b))) return false;
-        memcpy(pTo, &low, sizeof low);
-        memcpy(pTo + sizeof low, &high, sizeof high);
-    } else {
-        Unit unit;
-        memcpy(&unit, pFrom, sizeof unit);
-        if (kStopAtNul && HasNul(unit)) return false;
-        memcpy(pTo, &unit, sizeof unit);
-    }
+    const auto unit = Load<Unit>(pFrom);
+    if (kStopAtNul && HasNul(unit)) return false;
+    Store(pTo, unit);
     return true;
 }
 
@@ -82,17 +96,23 @@ inline bool CopyBytes(unsigned char *pTo, const unsigned char *pFrom, size_t cb)
     return cb == 0 || CopyUnits<unsigned char, kStopAtNul>(pTo, pFrom, cb);
 }
 
-// Copies a text of cb bytes up to a NUL among them, and terminates it.
-inline void CopyText(unsigned char *pTo, const unsigned char *pFrom, size_t cb) {
-    if (CopyBytes<true>(pTo, pFrom, cb) || memccpy(pTo, pFrom, '\0', cb) == nullptr) pTo[cb] = '\0';
+// Copies a text of cb bytes up to a NUL among them, and terminates it. Returns its length.
+inline size_t CopyText(unsigned char *pTo, const unsigned char *pFrom, size_t cb) {
+    if (!CopyBytes<true>(pTo, pFrom, cb)) {
+        cb = strnlen(reinterpret_cast<const char *>(pFrom), cb);
+        memcpy(pTo, pFrom, cb);
+    }
+    pTo[cb] = '\0';
+    return cb;
 }
 
 // The length of the text in a slot; cbSlot when it has no NUL.
 inline size_t TextLength(const char *szSlot, size_t cbSlot) {
     size_t at = 0;
-    for (uint64_t ullWord; at + sizeof ullWord <= cbSlot; at += sizeof ullWord) {
-        memcpy(&ullWord, szSlot + at, sizeof ullWord);
-        const uint64_t ullNul = NulBytes(le64toh(ullWord));
+    while (at + sizeof(Block) <= cbSlot && !HasNul(Load<Block>(szSlot + at)))
+        at += sizeof(Block);
+    for (; at + sizeof(uint64_t) <= cbSlot; at += sizeof(uint64_t)) {
+        const uint64_t ullNul = NulBytes(le64toh(Load<uint64_t>(szSlot + at)));
         if (ullNul != 0) return at + static_cast<size_t>(std::countr_zero(ullNul)) / 8;
     }
     while (at < cbSlot && szSlot[at] != '\0')
