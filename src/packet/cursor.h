@@ -74,6 +74,20 @@ struct WriteCursor {
         return Put(rgbValue);
     }
 
+    // Puts the text of a slot; puts nothing when it is no text of a field or does not fit.
+    bool PutSlot(unsigned int ulPktId, const unsigned char *pSlot, size_t cbSlot) {
+        constexpr size_t kTextMax = 255;
+        const bool blSurelyFits = cbSlot <= kTextMax + 1 && cbSlot + 2 <= rgbRoom.size();
+        if (!blSurelyFits || pSlot[cbSlot - 1] != '\0') {
+            const size_t cbText = strnlen(reinterpret_cast<const char *>(pSlot), cbSlot);
+            return cbText < cbSlot && cbText <= kTextMax && PutField(ulPktId, {pSlot, cbText});
+        }
+        const size_t cbText = CopySlot(rgbRoom.data() + 2, pSlot, cbSlot);
+        rgbRoom[0] = static_cast<unsigned char>(ulPktId);
+        rgbRoom[1] = static_cast<unsigned char>(cbText);
+        return Skip(cbText + 2);
+    }
+
     // Steps over bytes that somebody else has put at the front of the room.
     bool Skip(size_t cb) {
         if (cb > rgbRoom.size()) return false;

@@ -29,18 +29,17 @@ bool IsIntegerWidth(unsigned int cb) {
     return cb == sizeof(uint32_t) || cb == sizeof(uint64_t);
 }
 
-int WriteElements(WriteCursor cursor, unsigned int PktId, const char *szElements, unsigned int cbElement,
-                  uint32_t nElements) {
+int WriteElements(WriteCursor cursor, unsigned int PktId, const unsigned char *pElements,
+                  unsigned int cbElement, uint32_t nElements) {
+    if (cbElement == 0) return 0;
     const size_t cbRoom = cursor.rgbRoom.size();
     for (uint32_t i = 0; i < nElements; ++i) {
-        const char *szElement = szElements + size_t{i} * cbElement;
-        const size_t cbText = TextLength(szElement, cbElement);
-        if (cbText == 0) continue;
+        const unsigned char *pElement = pElements + size_t{i} * cbElement;
+        if (*pElement == '\0' || cursor.PutSlot(PktId, pElement, cbElement)) continue;
+        const size_t cbText = strnlen(reinterpret_cast<const char *>(pElement), cbElement);
         // Without its NUL inside the width, the element would be refused by every reader, and the packet with
         // it.
-        if (cbText == cbElement) return -1;
-        if (!cursor.PutField(PktId, TextBytes(szElement, cbText)))
-            return Shortfall(cursor.rgbRoom.size(), cbText);
+        return cbText == cbElement ? -1 : Shortfall(cursor.rgbRoom.size(), cbText);
     }
     return static_cast<int>(cbRoom - cursor.rgbRoom.size());
 }
@@ -185,6 +184,7 @@ int QIVENPacketWriteArray(const QIVEN_LOG *pLog, unsigned char *szPKTOutput, int
         Error(pLog, kRoom, "Failed to get Array Count Offset.\n");
         return -1;
     }
-    return WriteElements(Room(szPKTOutput, cbPKTOutput), PktId, static_cast<const char *>(szFieldInput),
-                         cbFieldInput, std::min<uint32_t>(pNASInfo->ulArrayCount, QIVEN_ARRAY_MAX));
+    return WriteElements(Room(szPKTOutput, cbPKTOutput), PktId,
+                         static_cast<const unsigned char *>(szFieldInput), cbFieldInput,
+                         std::min<uint32_t>(pNASInfo->ulArrayCount, QIVEN_ARRAY_MAX));
 }

@@ -58,9 +58,7 @@ bool WriteOrdinary(WriteCursor &cursor, uint32_t ulPktId, const nasinfo &record)
                    ? PutInteger<uint32_t>(cursor, ulPktId, pSlot, field.bEndian)
                    : PutInteger<uint64_t>(cursor, ulPktId, pSlot, field.bEndian);
     }
-    if (field.bType != FIELD_STRING) return false;
-    const size_t cbText = TextLength(reinterpret_cast<const char *>(pSlot), field.cbField);
-    return cbText < field.cbField && cbText <= kChunkMax && cursor.PutField(ulPktId, {pSlot, cbText});
+    return field.bType == FIELD_STRING && cursor.PutSlot(ulPktId, pSlot, field.cbField);
 }
 
 bool WriteField(const QIVEN_LOG *pLog, WriteCursor &cursor, uint32_t ulPktId, const nasinfo &record) {
