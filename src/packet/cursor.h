@@ -65,13 +65,20 @@ struct WriteCursor {
         return true;
     }
 
+    // Puts identifier and length, and returns where the value goes; null when they do not all fit.
+    unsigned char *BeginField(unsigned int ulPktId, size_t cbValue) {
+        if (cbValue + 2 > rgbRoom.size()) return nullptr;
+        unsigned char *pField = rgbRoom.data();
+        pField[0] = static_cast<unsigned char>(ulPktId);
+        pField[1] = static_cast<unsigned char>(cbValue);
+        rgbRoom = rgbRoom.subspan(cbValue + 2);
+        return pField + 2;
+    }
+
     // Puts identifier, length and value; puts nothing when they do not all fit.
     bool PutField(unsigned int ulPktId, Bytes rgbValue) {
-        if (rgbValue.size() + 2 > rgbRoom.size()) return false;
-        rgbRoom[0] = static_cast<unsigned char>(ulPktId);
-        rgbRoom[1] = static_cast<unsigned char>(rgbValue.size());
-        rgbRoom = rgbRoom.subspan(2);
-        return Put(rgbValue);
+        unsigned char *pValue = BeginField(ulPktId, rgbValue.size());
+        return pValue != nullptr && CopyBytes<false>(pValue, rgbValue.data(), rgbValue.size());
     }
 
     // Puts the text of a slot; puts nothing when it is no text of a field or does not fit.
@@ -82,10 +89,7 @@ struct WriteCursor {
             const size_t cbText = strnlen(reinterpret_cast<const char *>(pSlot), cbSlot);
             return cbText < cbSlot && cbText <= kTextMax && PutField(ulPktId, {pSlot, cbText});
         }
-        const size_t cbText = CopySlot(rgbRoom.data() + 2, pSlot, cbSlot);
-        rgbRoom[0] = static_cast<unsigned char>(ulPktId);
-        rgbRoom[1] = static_cast<unsigned char>(cbText);
-        return Skip(cbText + 2);
+        return BeginField(ulPktId, CopySlot(rgbRoom.data() + 2, pSlot, cbSlot)) != nullptr;
     }
 
     // Steps over bytes that somebody else has put at the front of the room.

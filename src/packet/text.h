@@ -106,34 +106,30 @@ inline size_t CopyText(unsigned char *pTo, const unsigned char *pFrom, size_t cb
     return cb;
 }
 
-// The length of the text in a slot; cbSlot when it has no NUL.
-inline size_t TextLength(const char *szSlot, size_t cbSlot) {
-    size_t at = 0;
-    for (; at + sizeof(uint64_t) <= cbSlot; at += sizeof(uint64_t)) {
-        const uint64_t ullNul = NulBytes(le64toh(Load<uint64_t>(szSlot + at)));
-        if (ullNul != 0) return at + static_cast<size_t>(std::countr_zero(ullNul)) / 8;
-    }
-    while (at < cbSlot && szSlot[at] != '\0')
-        ++at;
-    return at;
-}
-
-// Copies the text of a slot whose last byte is a NUL, and nothing else. Returns its length.
-inline size_t CopySlot(unsigned char *pTo, const unsigned char *pSlot, size_t cbSlot) {
+// Copies the text of a slot whose last byte is a NUL, and nothing else. Returns its length. Not inlined: the
+// loops around it are faster with the registers for themselves.
+[[gnu::noinline]] inline size_t CopySlot(unsigned char *pTo, const unsigned char *pSlot, size_t cbSlot) {
     size_t at = 0;
     while (at + sizeof(Block) <= cbSlot && CopyUnit<Block, true>(pTo + at, pSlot + at))
         at += sizeof(Block);
-    while (at + sizeof(uint64_t) <= cbSlot && CopyUnit<uint64_t, true>(pTo + at, pSlot + at))
-        at += sizeof(uint64_t);
-    // Less than a word is left: with a word in front of it, one that overlaps.
-    const size_t cbText = at + TextLength(reinterpret_cast<const char *>(pSlot) + at, cbSlot - at);
-    if (at == 0) {
-        CopyBytes<false>(pTo, pSlot, cbText);
-    } else {
-        const size_t atLast = cbText - sizeof(uint64_t);
-        Store(pTo + atLast, Load<uint64_t>(pSlot + atLast));
+    for (; at + sizeof(uint64_t) <= cbSlot; at += sizeof(uint64_t)) {
+        const auto ullWord = Load<uint64_t>(pSlot + at);
+        const uint64_t ullNul = NulBytes(le64toh(ullWord));
+        if (ullNul == 0) {
+            Store(pTo + at, ullWord);
+            continue;
+        }
+        // Less than a word is left: with a word in front of it, one that overlaps.
+        const size_t cbText = at + static_cast<size_t>(std::countr_zero(ullNul)) / 8;
+        if (at == 0)
+            CopyBytes<false>(pTo, pSlot, cbText);
+        else
+            CopyUnit<uint64_t, false>(pTo + cbText - sizeof(uint64_t), pSlot + cbText - sizeof(uint64_t));
+        return cbText;
     }
-    return cbText;
+    for (; pSlot[at] != '\0'; ++at)
+        pTo[at] = pSlot[at];
+    return at;
 }
 
 }  // namespace qiven::packet

@@ -42,10 +42,9 @@ bool WriteLongText(const QIVEN_LOG *pLog, WriteCursor &cursor, const nasinfo &re
 
 // The reader's byte order serves here, too, because reversing bytes twice is no change.
 template <class Integer>
-inline bool PutInteger(WriteCursor &cursor, uint32_t ulPktId, const unsigned char *pSlot, int iEndian) {
-    unsigned char rgbValue[sizeof(Integer)];
-    StoreInteger({pSlot, sizeof(Integer)}, rgbValue, sizeof(Integer), iEndian);
-    return cursor.PutField(ulPktId, rgbValue);
+bool PutInteger(WriteCursor &cursor, uint32_t ulPktId, const unsigned char *pSlot, int iEndian) {
+    unsigned char *pValue = cursor.BeginField(ulPktId, sizeof(Integer));
+    return pValue != nullptr && StoreInteger({pSlot, sizeof(Integer)}, pValue, sizeof(Integer), iEndian);
 }
 
 // Writes the text or integer of a field in the ordinary case: it is as it should be, and there is room.
