@@ -147,30 +147,20 @@ const Packets &Fields64() {
 Packet Sized(size_t cb) {
     Random random(5);
     std::vector<Value> values{{0x01, 0}, {0xA4, 0}};
-    // Texts of a quarter of a kilobyte, as often as it takes, and one that fills what is left.
-    const size_t cbTexts = cb - QIVENHeaderSize - 12;
-    constexpr size_t cbText = 255;
-    for (size_t cbLeft = cbTexts; cbLeft > 0;) {
-        const size_t cbField = cbLeft <= cbText + 2 ? cbLeft : cbLeft < cbText + 5 ? cbLeft / 2 : cbText + 2;
-        values.push_back({0x52, cbField - 2});
+    // One text as often as it takes, and another one for what is left.
+    constexpr size_t kFieldMax = 257;
+    const size_t cbFixed = QIVENHeaderSize + 12;
+    for (size_t cbLeft = cb - cbFixed; cbLeft > 0;) {
+        const bool blTooSmallRest = cbLeft > kFieldMax && cbLeft < kFieldMax + 3;
+        const size_t cbField = blTooSmallRest ? cbLeft / 2 : std::min(cbLeft, kFieldMax);
+        if (values.size() > 2 && cbField != values[2].cbText + 2)
+            values.push_back({0x53, cbField - 2});
+        else
+            values.push_back({0x52, cbField - 2});
         cbLeft -= cbField;
     }
-    Packet packet;
-    packet.send.pnasInfo = packet.record.get();
-    packet.bytes.assign(reinterpret_cast<const char *>(stQIVENHeader), QIVENHeaderSize);
-    for (const Value &value : values) {
-        const size_t cbValue = value.cbText == 0 ? sizeof(uint32_t) : value.cbText;
-        packet.bytes += static_cast<char>(value.ulPktId);
-        packet.bytes += static_cast<char>(cbValue);
-        for (size_t i = 0; i < cbValue; ++i)
-            packet.bytes += static_cast<char>(value.cbText == 0 ? i == 0 ? QIVEN_PKT_ANSWER : 0
-                                                                : 'a' + Below(random, 26));
-    }
+    Packet packet = Make(random, values);
     if (packet.bytes.size() != cb) Fail("a packet has another size");
-    const auto *pBytes = reinterpret_cast<const unsigned char *>(packet.bytes.data());
-    if (QIVENPacketRead(nullptr, pBytes, static_cast<int>(cb), packet.record.get()) <= 0)
-        Fail("a packet of " + std::to_string(cb) + " bytes cannot be read");
-    ListCopies(packet);
     return packet;
 }
 
