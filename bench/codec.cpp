@@ -136,6 +136,7 @@ int main(int argc, char **argv) {
     Register<Qiven>("qiven");
     Register<Floor>("floor");
     Register<Protobuf>("protobuf");
+    Register<ProtobufMessage>("(protobuf message)");
     Register<Nanopb>("nanopb");
     Register<Msgpack>("msgpack");
     Register<Rapidjson>("rapidjson");

@@ -108,33 +108,6 @@ struct ToMessage {
     void End() {}
 };
 
-// The record that a message stands for.
-std::shared_ptr<nasinfo> FromMessage(const Host &host) {
-    auto record = std::make_shared<nasinfo>();
-    Store store{*record};
-    std::vector<const google::protobuf::FieldDescriptor *> fields;
-    const auto *pReflection = Host::GetReflection();
-    pReflection->ListFields(host, &fields);
-    for (const auto *pField : fields) {
-        store.Key(static_cast<unsigned int>(pField->number()));
-        const auto type = pField->cpp_type();
-        if (type == google::protobuf::FieldDescriptor::CPPTYPE_UINT32) {
-            store.Integer(pReflection->GetUInt32(host, pField));
-        } else if (type == google::protobuf::FieldDescriptor::CPPTYPE_UINT64) {
-            store.Integer(pReflection->GetUInt64(host, pField));
-        } else if (!pField->is_repeated()) {
-            const std::string text = pReflection->GetString(host, pField);
-            store.Text(text.data(), text.size());
-        } else {
-            for (int i = 0; i < pReflection->FieldSize(host, pField); ++i) {
-                const std::string text = pReflection->GetRepeatedString(host, pField, i);
-                store.Text(text.data(), text.size());
-            }
-        }
-    }
-    return record;
-}
-
 template <class Peer>
 std::string EncodedBy(Peer &peer, size_t i, const char *pBuffer) {
     const size_t cb = peer.Encode(i);
@@ -146,7 +119,7 @@ std::string EncodedBy(Peer &peer, size_t i, const char *pBuffer) {
 
 // protobuf
 
-Protobuf::Protobuf(const Packets &packets) : buffer(QIVEN_PACKET_MAX * 2, '\0') {
+Protobuf::Protobuf(const Packets &p) : packets(p), buffer(QIVEN_PACKET_MAX * 2, '\0') {
     for (const Packet &packet : packets) {
         Host &made = records.emplace_back();
         WriteAll(packet, ToMessage{made});
@@ -154,12 +127,45 @@ Protobuf::Protobuf(const Packets &packets) : buffer(QIVEN_PACKET_MAX * 2, '\0') 
     for (size_t i = 0; i < packets.size(); ++i) {
         encoded.push_back(EncodedBy(*this, i, buffer.data()));
         if (!Decode(i)) Fail("protobuf cannot decode");
-        DemandEqual(*FromMessage(host), *packets[i].record, "protobuf");
+        DemandEqual(record, *packets[i].record, "protobuf");
+        if (Serialize(records[i]) != encoded[i].size()) Fail("protobuf encodes something else");
     }
 }
 
-size_t Protobuf::Encode(size_t i) {
-    const Host &made = records[i];
+// From the message into the record's slots, as a caller who wants such a record has to.
+void Protobuf::ToRecord() {
+    memset(&record, 0, sizeof record);
+#define NUMBER(slot, field) \
+    if (host.has_##field()) record.slot = host.field();
+#define TEXT(slot, field)                                               \
+    if (host.has_##field() && host.field().size() < sizeof record.slot) \
+        memcpy(record.slot, host.field().data(), host.field().size());
+#define TEXTS(slot, field)                                                   \
+    for (int n = 0; n < std::min(host.field##_size(), QIVEN_ARRAY_MAX); ++n) \
+        if (host.field(n).size() < sizeof record.slot[n])                    \
+            memcpy(record.slot[n], host.field(n).data(), host.field(n).size());
+#include "host_slots.inc"
+#undef NUMBER
+#undef TEXT
+#undef TEXTS
+}
+
+void Protobuf::FromRecord(const nasinfo &from) {
+    host.Clear();
+#define NUMBER(slot, field) \
+    if (from.slot != 0) host.set_##field(from.slot);
+#define TEXT(slot, field) \
+    if (from.slot[0] != '\0') host.set_##field(from.slot, strnlen(from.slot, sizeof from.slot));
+#define TEXTS(slot, field)                                               \
+    for (int n = 0; n < QIVEN_ARRAY_MAX && from.slot[n][0] != '\0'; ++n) \
+        host.add_##field(from.slot[n], strnlen(from.slot[n], sizeof from.slot[n]));
+#include "host_slots.inc"
+#undef NUMBER
+#undef TEXT
+#undef TEXTS
+}
+
+size_t Protobuf::Serialize(const Host &made) {
     if (!made.SerializeToArray(buffer.data(), static_cast<int>(buffer.size()))) return 0;
     return static_cast<size_t>(made.GetCachedSize());
 }

@@ -1,6 +1,6 @@
 // Other ways to put the same record into bytes and back. Each holds one record per packet and one buffer,
-// which it uses again and again, and reads into a record of the same slots: protobuf and nanopb into the
-// structures that they generate, the others into the host record itself.
+// which it uses again and again, and reads into a record of the same slots: nanopb into the structure that it
+// generates, the others into the host record itself.
 #pragma once
 
 #include "host.pb.h"
@@ -17,13 +17,32 @@ namespace bench {
 
 struct Protobuf {
     explicit Protobuf(const Packets &packets);
-    bool Decode(size_t i) { return host.ParseFromString(encoded[i]); }
-    size_t Encode(size_t i);
+    bool Decode(size_t i) {
+        if (!host.ParseFromString(encoded[i])) return false;
+        ToRecord();
+        return true;
+    }
+    size_t Encode(size_t i) {
+        FromRecord(*packets[i].record);
+        return Serialize(host);
+    }
+    void ToRecord();
+    void FromRecord(const nasinfo &from);
+    size_t Serialize(const Host &made);
 
+    const Packets &packets;
     std::vector<std::string> encoded;
     std::vector<Host> records;
     Host host;  // reused, so that its strings keep their memory
+    nasinfo record;
     std::string buffer;
+};
+
+// To and from protobuf's own message only. Its texts lie each in a place of its own: not the same record.
+struct ProtobufMessage : Protobuf {
+    using Protobuf::Protobuf;
+    bool Decode(size_t i) { return host.ParseFromString(encoded[i]); }
+    size_t Encode(size_t i) { return Serialize(records[i]); }
 };
 
 struct Nanopb {

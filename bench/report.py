@@ -5,7 +5,8 @@
 
 RESULTS holds files of Google Benchmark's JSON shape. A benchmark is named TABLE/CASE/WHO, where WHO is "qiven", "floor"
 or a peer; its median counts: the counter "survived" where there is one, the manual time where there is one, else the
-processor time. bench/goals.json says what is wanted of which row.
+processor time. A peer in parentheses does less than the others and is shown, not judged. bench/goals.json says what is
+wanted of which row.
 """
 import collections
 import json
@@ -36,6 +37,10 @@ def read(results):
     return tables, context
 
 
+def is_peer(who):
+    return who not in ('qiven', 'floor') and not who.startswith('(')
+
+
 def linearity(cases):
     """How much of the growth a straight line explains (the square of the correlation)."""
     points = [(int(case), who['qiven']) for case, who in cases.items() if 'qiven' in who]
@@ -61,7 +66,7 @@ def judge(name, row, goals):
         if 'survivors_at_least' in goal and 'floor' in row:
             value = row['qiven'] / row['floor']
             verdicts.append((f">= {goal['survivors_at_least']:.2f} x floor", value, value >= goal['survivors_at_least']))
-        peers = [row[who] for who in row if who not in ('qiven', 'floor')]
+        peers = [row[who] for who in row if is_peer(who)]
         if 'best_peer_at_least' in goal and peers:
             value = min(peers) / row['qiven']
             verdicts.append((f">= {goal['best_peer_at_least']:.2f} x peer", value, value >= goal['best_peer_at_least']))
@@ -80,7 +85,8 @@ def rows_of(tables, goals):
             if 'qiven' not in row:
                 continue
             peers = {who: value for who, value in row.items() if who not in ('qiven', 'floor')}
-            best = (max if table == 'burst' else min)(peers, key=peers.get) if peers else None
+            judged = [who for who in peers if is_peer(who)]
+            best = (max if table == 'burst' else min)(judged, key=peers.get) if judged else None
             rows.append({'row': f'{table}/{case}', 'qiven': row['qiven'], 'floor': row.get('floor'),
                          'best_peer': best, 'peers': peers,
                          'goals': [{'goal': text, 'value': value, 'met': met}
