@@ -244,6 +244,8 @@ const struct Expected {
     {"interfaces", "memory", "3", "11111101 "},
     {"interfaces", "memory", "13 14", "11111011 "},
     {"interfaces", "open fdopen", "3", "11111011 "},
+    {"interfaces", "__getdelim", "1", "11111101 "},  // getline, where the compiler puts it in place
+    {"interfaces", "__getdelim", "11 12", "11111011 "},
     {"interfaces", "memory", "4", "-1 "},
     {"dump", "fopen fgets", "", "-1 "},
     {"dump", "memory", "4", "-1 "},
