@@ -31,8 +31,8 @@ void FreeKeys() {
 
 // Tries again: a kernel that is short of memory for once shall not leave the key readable for ever.
 bool HideSecretKey() {
-    return sodium_mprotect_noaccess(g_keys.pSecretKey) == 0 ||
-           sodium_mprotect_noaccess(g_keys.pSecretKey) == 0;
+    if (sodium_mprotect_noaccess(g_keys.pSecretKey) == 0) return true;
+    return sodium_mprotect_noaccess(g_keys.pSecretKey) == 0;
 }
 
 // The key store takes 0 for "no process", so it is drawn again.
