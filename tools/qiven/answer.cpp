@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 #include <signal.h>
-#include <systemd/sd-daemon.h>
 #include <time.h>
 
 #include <CLI/CLI.hpp>
@@ -18,6 +17,7 @@
 #include "answer_send.h"
 #include "commands.h"
 #include "exit.h"
+#include "notify.h"
 #include "text.h"
 
 namespace qiven {
@@ -147,7 +147,7 @@ int OnQuery(nasinfo *pQuery) {
 }
 
 void Reload(Milliseconds now) {
-    sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%lld", static_cast<long long>(now) * 1000);
+    answer::Notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", now * 1000));
     std::vector<std::string> errors;
     const auto announcement = answer::Load(state.source, errors);
     for (const std::string &error : errors)
@@ -155,7 +155,7 @@ void Reload(Milliseconds now) {
     if (announcement) state.announcement = *announcement;
     const char *szResult = announcement ? "configuration read again" : "bad configuration, kept the old one";
     Say(szResult);
-    sd_notifyf(0, "READY=1\nSTATUS=%s", szResult);
+    answer::Notify(fmt::format("READY=1\nSTATUS={}", szResult));
 }
 
 void Begin() {
@@ -163,7 +163,7 @@ void Begin() {
     const std::string line = fmt::format("answering as \"{}\" on UDP port {}",
                                          text::Escape(state.announcement.record.szHostName), QIVEN_PORT);
     Say(line);
-    sd_notifyf(0, "READY=1\nSTATUS=%s", line.c_str());
+    if (!answer::Notify("READY=1\nSTATUS=" + line)) Say("cannot tell the service manager that it is ready");
 }
 
 // The library asks this before each wait: everything that is not the answer to one packet happens here.
@@ -196,7 +196,7 @@ int Run() {
     const QIVEN_CONN listen{"0.0.0.0", QIVEN_PORT, 0, OnPass, &log};
     const QIVEN_RECV callbacks{nullptr, IsForUs, OnQuery, nullptr};
     const int iResult = QIVENUDPServer(&listen, &callbacks, nullptr, nullptr);
-    sd_notify(0, "STOPPING=1");
+    answer::Notify("STOPPING=1");
     QIVENProcessKeyCleanup();
     if (iResult == 0) return kDone;
     Say(fmt::format("cannot listen on UDP port {}: {}", QIVEN_PORT, state.libraryMessage));

@@ -13,6 +13,7 @@
 #include <set>
 
 #include "decode_input.h"
+#include "on_demand.h"
 
 namespace qiven::decode {
 
@@ -94,6 +95,26 @@ struct Fragments {
     }
 };
 
+// What is used of libpcap.
+struct Pcap {
+    decltype(&pcap_open_offline) pfnOpenOffline = nullptr;
+    decltype(&pcap_close) pfnClose = nullptr;
+    decltype(&pcap_datalink) pfnDatalink = nullptr;
+    decltype(&pcap_datalink_val_to_name) pfnDatalinkName = nullptr;
+    decltype(&pcap_next_ex) pfnNext = nullptr;
+    decltype(&pcap_geterr) pfnError = nullptr;
+};
+
+bool Load(Pcap &pcap) {
+    // Debian's name, and everybody else's.
+    void *pLibrary = on_demand::Library({"libpcap.so.0.8", "libpcap.so.1"});
+    using on_demand::Get;
+    return Get(pcap.pfnOpenOffline, pLibrary, "pcap_open_offline") &&
+           Get(pcap.pfnClose, pLibrary, "pcap_close") && Get(pcap.pfnDatalink, pLibrary, "pcap_datalink") &&
+           Get(pcap.pfnDatalinkName, pLibrary, "pcap_datalink_val_to_name") &&
+           Get(pcap.pfnNext, pLibrary, "pcap_next_ex") && Get(pcap.pfnError, pLibrary, "pcap_geterr");
+}
+
 }  // namespace
 
 bool ParseIPv4(std::span<const unsigned char> rgbIP, size_t cbMissing, Datagram &datagram) {
@@ -141,19 +162,22 @@ bool ParseIPv4(std::span<const unsigned char> rgbIP, size_t cbMissing, Datagram 
 }
 
 bool ReadCapture(const std::string &path, const PacketSink &sink, std::string &error) {
-    struct Closer {
-        void operator()(pcap_t *pPcap) const { pcap_close(pPcap); }
-    };
+    Pcap pcap;
+    if (!Load(pcap)) {
+        error = "reading captures needs libpcap, which is not installed";
+        return false;
+    }
     char szError[PCAP_ERRBUF_SIZE] = {};
-    const std::unique_ptr<pcap_t, Closer> capture(pcap_open_offline(path.c_str(), szError));
+    const std::unique_ptr<pcap_t, decltype(&pcap_close)> capture(pcap.pfnOpenOffline(path.c_str(), szError),
+                                                                 pcap.pfnClose);
     if (capture == nullptr) {
         error = szError;
         return false;
     }
-    const int iLink = pcap_datalink(capture.get());
+    const int iLink = pcap.pfnDatalink(capture.get());
     const LinkType *pType = FindLinkType(iLink);
     if (pType == nullptr) {
-        const char *szName = pcap_datalink_val_to_name(iLink);
+        const char *szName = pcap.pfnDatalinkName(iLink);
         error =
             fmt::format("link type {} is not supported", szName != nullptr ? szName : std::to_string(iLink));
         return false;
@@ -162,7 +186,7 @@ bool ReadCapture(const std::string &path, const PacketSink &sink, std::string &e
     const unsigned char *pFrame = nullptr;
     int iResult = 0;
     Fragments fragments;
-    for (size_t nPacket = 1; (iResult = pcap_next_ex(capture.get(), &pHeader, &pFrame)) == 1; ++nPacket) {
+    for (size_t nPacket = 1; (iResult = pcap.pfnNext(capture.get(), &pHeader, &pFrame)) == 1; ++nPacket) {
         Bytes rgbFrame{pFrame, pHeader->caplen};
         Datagram datagram;
         const size_t cbMissing = pHeader->len > pHeader->caplen ? pHeader->len - pHeader->caplen : 0;
@@ -172,7 +196,7 @@ bool ReadCapture(const std::string &path, const PacketSink &sink, std::string &e
               datagram.destination, datagram.flaw, datagram.rgbPayload});
     }
     if (iResult != PCAP_ERROR) return true;
-    error = pcap_geterr(capture.get());
+    error = pcap.pfnError(capture.get());
     return false;
 }
 
