@@ -37,7 +37,7 @@ int Finish(int iStatus) {
 int Main(int argc, char **argv) {
     CLI::App app;
     std::function<int()> run;
-    qiven::RegisterAll(app, run);
+    qiven::RegisterAll(app, run, argc > 1 ? argv[1] : "");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
