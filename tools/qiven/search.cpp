@@ -37,8 +37,10 @@ constexpr double kQuietEmpty = 3;
 constexpr unsigned int kRoundsMin = 2;
 constexpr double kMissedQueries = 3.5;  // of --watch, before a host counts as vanished
 constexpr double kLivePeriod = 0.2;
-// A row costs many times what an answer does. While a burst comes in, the rows behind the first wait, at most
-// so long; writing each at once would let the socket overflow, and always at the cost of the same late hosts.
+// A row costs many times what an answer does. The socket has room for what comes in while so many are written
+// at once; when a burst brings more, the rest wait for its end, at most so long. Writing each at once would
+// let the socket overflow, and always at the cost of the same late hosts.
+constexpr unsigned int kRowsAtOnce = 32;
 constexpr double kRowsWait = 0.1;
 // Answers closer together than this are one burst; a query waits for its end, but not forever.
 constexpr double kPauseMin = 0.3;
@@ -58,6 +60,7 @@ struct Run {
     Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, lastQuery{};
     Clock::time_point lastShown{}, lastHeard{};
     std::vector<const Host *> unshown{};  // found, their rows not written yet
+    unsigned int nShownAtOnce = 0;        // since the last pause
     bool blHeard = false;                 // an answer came in this pass
     unsigned int nRounds = 0;
 };
@@ -144,7 +147,10 @@ void ShowFound(Run &run) {
 void Progress(Run &run) {
     run.blListening = true;
     if (IsOver(run)) return;
-    if (!run.blHeard && !run.unshown.empty()) ShowFound(run);
+    if (!run.blHeard) {
+        ShowFound(run);
+        run.nShownAtOnce = 0;
+    }
     run.blHeard = false;
     const auto now = Clock::now();
     if (IsQueryDue(run)) {
@@ -202,7 +208,10 @@ void Receive(Run &run, const nasinfo &record) {
     }
     run.blHeard = true;
     run.lastHeard = Clock::now();
-    if (!run.unshown.empty() && Clock::now() - run.lastShown > ToDuration(kRowsWait)) ShowFound(run);
+    if (run.unshown.empty()) return;
+    const bool blAtOnce = run.nShownAtOnce < kRowsAtOnce;
+    run.nShownAtOnce += blAtOnce ? 1 : 0;
+    if (blAtOnce || Clock::now() - run.lastShown > ToDuration(kRowsWait)) ShowFound(run);
 }
 
 // The library lets no exception through, so they wait until it has returned.
