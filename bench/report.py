@@ -66,6 +66,10 @@ def judge(name, row, goals):
         if 'survivors_at_least' in goal and 'floor' in row:
             value = row['qiven'] / row['floor']
             verdicts.append((f">= {goal['survivors_at_least']:.2f} x floor", value, value >= goal['survivors_at_least']))
+        for who, wanted in goal.get('peers_at_least', {}).items():
+            if who in row:
+                value = row[who] / row['qiven']
+                verdicts.append((f'>= {wanted:g} x {who}', value, value >= wanted))
         peers = [row[who] for who in row if is_peer(who)]
         if 'best_peer_at_least' in goal and peers:
             value = min(peers) / row['qiven']
