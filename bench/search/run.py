@@ -173,11 +173,11 @@ class Crowd:
 
 
 def memory(pid):
-    """kB that a process holds now, held at most, and holds of memory of its own."""
+    """kB that a process holds now, held at most, and has written to, which is nobody else's."""
     with open(f"/proc/{pid}/status", encoding="ascii") as file:
         now, most = (re.search(key + r":\s+(\d+)", text).group(1) for text in [file.read()] for key in ("VmRSS", "VmHWM"))
     with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as file:
-        own = sum(int(number) for number in re.findall(r"Private_\w+:\s+(\d+)", file.read()))
+        own = sum(int(number) for number in re.findall(r"Private_Dirty:\s+(\d+)", file.read()))
     return {"now": int(now), "most": int(most), "own": own}
 
 
