@@ -259,7 +259,7 @@ def show_times(segments):
 
 
 def show_memory(segments):
-    print("\n| Memory of qiven | Resident | At most | Its own |\n|---|---:|---:|---:|")
+    print("\n| Memory of qiven | Resident | At most | Written to |\n|---|---:|---:|---:|")
     for data in segments:
         for name, row in data["memory"].items():
             title = f"{name} (segment of {data['hosts']:,})" if name.startswith("answer") else name
