@@ -52,7 +52,7 @@ endif()
 # Links the C++ runtime into a program or a library of a plain C interface: loading and binding the shared one takes a
 # short run longer than its work. Sanitizers need the shared one.
 function(qiven_own_runtime target)
-  if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  if(QIVEN_OWN_RUNTIME AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
   endif()
 endfunction()
