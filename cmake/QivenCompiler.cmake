@@ -53,6 +53,6 @@ endif()
 # short run longer than its work. Sanitizers need the shared one.
 function(qiven_own_runtime target)
   if(QIVEN_OWN_RUNTIME AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
-    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--exclude-libs,ALL,--gc-sections)
   endif()
 endfunction()
