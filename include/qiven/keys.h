@@ -65,13 +65,15 @@ QIVEN_API uint32_t QIVENProcessGetID(void);
  * @param szPeer         the peer's name (its szHostIdent), at most QIVEN_PEER_NAME_MAX characters
  * @param ulProcessID    the peer's process identifier, not 0
  * @param szPublicKeyHex the key as hexadecimal text, at most 64 characters, none of them a comma
- * @return 0; -1 on a bad argument (the store is unchanged) or failure
+ * @return 0, also when the store had no memory for the new entry: a caller that has to know asks
+ * QIVENGetKey(). -1 on a bad argument (the store is unchanged), or when the store could not be made or aged
+ * out
  */
 QIVEN_API int QIVENAddKey(const char *szPeer, uint32_t ulProcessID, const char *szPublicKeyHex);
 /**
  * Looks a peer's key up and renews its age.
  * @param szOutput receives the key text with its NUL; must hold QIVEN_KEY_HEX_SIZE bytes
- * @return 0 when found, else -1
+ * @return 0 when found, else -1. Without memory for the renewal the key keeps the age it had.
  */
 QIVEN_API int QIVENGetKey(const char *szPeer, uint32_t ulProcessID, char *szOutput);
 /** Removes a peer's key. @return 0 when one was removed, else -1 */

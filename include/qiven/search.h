@@ -53,7 +53,8 @@ QIVEN_API int BroadcastUdpByInterface(const void *pPkt, int cbPkt, const uint32_
  * list. Lines need 5 columns, a model other than 0 and a second column of at least 240.
  * @param ppHash address of the caller's hash handle, which may be replaced when the hash grows
  * @return number of pairs in the hash; 0 when there is no finished list; -1 when ppHash is null, without
- * memory, or on a read error. The list is deleted whenever it could be opened.
+ * memory to read the list, or on a read error. The list is deleted whenever it could be opened. A line that
+ * the hash has no memory for is left out, and only missing from that number.
  */
 QIVEN_API int TAVOQIVENGet2Hash(struct TLIBC_SZHASH **ppHash);
 
