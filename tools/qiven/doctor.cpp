@@ -48,6 +48,15 @@ const Check *FindCause(const std::vector<Check> &checks) {
     return fault == checks.end() ? nullptr : &*fault;
 }
 
+// The checks that could not be made, with their reasons.
+std::string SkippedOf(const std::vector<Check> &checks) {
+    std::string skipped;
+    for (const Check &check : checks)
+        if (check.result == Result::kSkipped)
+            skipped += fmt::format("{}{} ({})", skipped.empty() ? "" : ", ", check.name, check.text);
+    return skipped;
+}
+
 std::string Capitalised(std::string text) {
     if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
     return text;
@@ -56,8 +65,9 @@ std::string Capitalised(std::string text) {
 std::string VerdictOf(const Diagnosis &diagnosis) {
     const Check *pCause = FindCause(diagnosis.checks);
     if (pCause != nullptr) return fmt::format("{}; {}.", Capitalised(pCause->text), pCause->remedy);
-    const Check &cards = diagnosis.checks.front();
-    if (cards.result == Result::kSkipped) return fmt::format("The checks could not run: {}.", cards.text);
+    const std::string skipped = SkippedOf(diagnosis.checks);
+    if (!skipped.empty())
+        return fmt::format("Nothing wrong was seen, but not everything could be checked: {}.", skipped);
     if (diagnosis.nAnswers != 0) return "Nothing is wrong on this machine: hosts answer.";
     return "Nothing is wrong on this machine: the hosts may be off, or in another segment, which broadcasts "
            "do "
@@ -104,7 +114,7 @@ int Doctor(bool blJson) {
     else
         PrintText(diagnosis);
     if (FindCause(diagnosis.checks) != nullptr) return kNothing;
-    return diagnosis.checks.front().result == Result::kSkipped ? kNetwork : kDone;
+    return SkippedOf(diagnosis.checks).empty() ? kDone : kNetwork;
 }
 
 }  // namespace

@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "doctor_checks.h"
 #include "text.h"
@@ -20,7 +22,7 @@ namespace {
 constexpr const char *kName = "cards";
 
 // Why an interface is searched by, or why not.
-enum class Use { kUsable, kBridge, kNoAddress, kNoCarrier, kDown, kTunnel };
+enum class Use { kUsable, kBridge, kNoAddress, kNoCarrier, kDown, kTunnel, kUnknown };
 
 struct Card {
     std::string name;
@@ -34,36 +36,45 @@ bool IsContainerLink(const std::string &name) {
                        [&name](const char *szPattern) { return text::Matches(szPattern, name); });
 }
 
-short FlagsOf(const std::string &name) {
+bool IsTunOrTap(const std::string &name) {
+    return access(fmt::format("/sys/class/net/{}/tun_flags", name).c_str(), F_OK) == 0;
+}
+
+std::optional<short> FlagsOf(const std::string &name) {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd == -1) return 0;
+    if (fd == -1) return std::nullopt;
     ifreq request{};
     name.copy(request.ifr_name, sizeof request.ifr_name - 1);
     const bool blAsked = ioctl(fd, SIOCGIFFLAGS, &request) == 0;
     close(fd);
-    return blAsked ? request.ifr_flags : short{0};
+    return blAsked ? std::optional(request.ifr_flags) : std::nullopt;
 }
 
-Use UseOf(const std::string &name, short sFlags, const QIVEN_NETIF *pNetIf) {
+Use UseOf(const std::string &name, std::optional<short> flags, const QIVEN_NETIF *pNetIf) {
     if (IsContainerLink(name)) return Use::kBridge;
     if (pNetIf != nullptr) return pNetIf->blActive != 0 ? Use::kUsable : Use::kNoAddress;
-    if ((sFlags & IFF_UP) == 0) return Use::kDown;
-    return (sFlags & IFF_RUNNING) == 0 ? Use::kNoCarrier : Use::kTunnel;
+    if (!flags) return Use::kUnknown;
+    if ((*flags & IFF_UP) == 0) return Use::kDown;
+    if ((*flags & IFF_RUNNING) == 0) return Use::kNoCarrier;
+    // The table takes every other running card, unless the kernel did not answer it.
+    return (*flags & (IFF_POINTOPOINT | IFF_SLAVE)) != 0 || IsTunOrTap(name) ? Use::kTunnel : Use::kUnknown;
 }
 
-std::vector<Card> ListCards(const std::vector<QIVEN_NETIF> &table) {
+// Nothing, with errno set, when the kernel does not list them.
+std::optional<std::vector<Card>> ListCards(const std::vector<QIVEN_NETIF> &table) {
     struct Freer {
         void operator()(struct if_nameindex *p) const { if_freenameindex(p); }
     };
     std::vector<Card> cards;
     const std::unique_ptr<struct if_nameindex, Freer> names(if_nameindex());
-    for (const struct if_nameindex *p = names.get(); p != nullptr && p->if_name != nullptr; ++p) {
-        const short sFlags = FlagsOf(p->if_name);
-        if ((sFlags & IFF_LOOPBACK) != 0) continue;
+    if (names == nullptr) return std::nullopt;
+    for (const struct if_nameindex *p = names.get(); p->if_name != nullptr; ++p) {
+        const std::optional<short> flags = FlagsOf(p->if_name);
+        if (flags && (*flags & IFF_LOOPBACK) != 0) continue;
         const auto row = std::find_if(table.begin(), table.end(), [p](const QIVEN_NETIF &netIf) {
             return strcmp(netIf.szIfName, p->if_name) == 0;
         });
-        cards.push_back({p->if_name, UseOf(p->if_name, sFlags, row == table.end() ? nullptr : &*row)});
+        cards.push_back({p->if_name, UseOf(p->if_name, flags, row == table.end() ? nullptr : &*row)});
     }
     return cards;
 }
@@ -94,6 +105,10 @@ constexpr Explanation kExplanations[] = {
      "connect a card to the network of the hosts"},
 };
 
+Check Skipped(std::string reason) {
+    return {kName, Result::kSkipped, std::move(reason), {}};
+}
+
 Check Explain(const std::vector<Card> &cards) {
     for (const Explanation &explanation : kExplanations) {
         const std::string names = NamesOf(cards, explanation.use);
@@ -110,17 +125,18 @@ Check Explain(const std::vector<Card> &cards) {
 Check CheckCards(std::vector<QIVEN_NETIF> &usable) {
     std::vector<QIVEN_NETIF> table(QIVEN_IFACE_MAX);
     const int nNetIf = QIVENIfaceInit(nullptr, table.data(), QIVEN_IFACE_MAX);
-    if (nNetIf < 0)
-        return {
-            kName, Result::kSkipped, "the kernel's list of interfaces (/proc/net/dev) cannot be read", {}};
+    if (nNetIf < 0) return Skipped("the kernel's list of interfaces (/proc/net/dev) cannot be read");
     table.resize(static_cast<size_t>(nNetIf));
-    const std::vector<Card> cards = ListCards(table);
     std::copy_if(table.begin(), table.end(), std::back_inserter(usable), [](const QIVEN_NETIF &netIf) {
         return netIf.blActive != 0 && !IsContainerLink(netIf.szIfName);
     });
-    if (usable.empty()) return Explain(cards);
-    const std::string unaddressed = NamesOf(cards, Use::kNoAddress);
-    const std::string names = NamesOf(cards, Use::kUsable);
+    const auto cards = ListCards(table);
+    if (!cards) return Skipped(fmt::format("the interfaces cannot be listed: {}", strerror(errno)));
+    if (const std::string unknown = NamesOf(*cards, Use::kUnknown); !unknown.empty())
+        return Skipped("the state of " + unknown + " cannot be read");
+    if (usable.empty()) return Explain(*cards);
+    const std::string unaddressed = NamesOf(*cards, Use::kNoAddress);
+    const std::string names = NamesOf(*cards, Use::kUsable);
     if (unaddressed.empty()) return {kName, Result::kOk, "searched by: " + names, {}};
     return {kName,
             Result::kNote,

@@ -60,6 +60,7 @@ struct Heard {
     size_t nQueries = 0;
     size_t nSealed = 0;
     size_t nJunk = 0;
+    int iError = 0;  // why listening failed last
     std::string sealedFrom;
     std::string junkFrom;
     std::string junkReason;
@@ -111,12 +112,17 @@ void Listen(int fd, const std::vector<QIVEN_NETIF> &usable, size_t nExpected, Cl
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd readable{fd, POLLIN, 0};
         if (left <= 0) return;
-        if (poll(&readable, 1, static_cast<int>(left)) <= 0) continue;
+        const int nReady = poll(&readable, 1, static_cast<int>(left));
+        if (nReady < 0 && errno != EINTR) heard.iError = errno;
+        if (nReady <= 0) continue;
         sockaddr_in from{};
         socklen_t cbFrom = sizeof from;
         const ssize_t cb =
             recvfrom(fd, rgb.data(), rgb.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&from), &cbFrom);
-        if (cb >= 0) Count(heard, usable, from.sin_addr.s_addr, {rgb.data(), static_cast<size_t>(cb)});
+        if (cb >= 0)
+            Count(heard, usable, from.sin_addr.s_addr, {rgb.data(), static_cast<size_t>(cb)});
+        else if (errno != EINTR && errno != EAGAIN)
+            heard.iError = errno;
     }
 }
 
@@ -190,8 +196,8 @@ Check JudgeArrivals(const Heard &heard) {
     return check;
 }
 
-void Skip(std::vector<Check> &checks, const char *szName, const char *szReason) {
-    checks.push_back({szName, Result::kSkipped, szReason, {}});
+void Skip(std::vector<Check> &checks, const char *szName, std::string reason) {
+    checks.push_back({szName, Result::kSkipped, std::move(reason), {}});
 }
 
 }  // namespace
@@ -217,7 +223,7 @@ size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::millise
         return 0;
     }
     const Socket listener;
-    const bool blListening = listener.Bind(INADDR_ANY, QIVEN_PORT) == 0;
+    const int iListenError = listener.Bind(INADDR_ANY, QIVEN_PORT);
     std::vector<const QIVEN_NETIF *> sent;
     for (const QIVEN_NETIF &netIf : usable) {
         const int iError = SendQuery(netIf);
@@ -228,8 +234,10 @@ size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::millise
     }
     if (sent.size() == usable.size())
         checks.push_back({"send", Result::kOk, "the query goes out by every card", {}});
-    if (!blListening) {
-        Skip(checks, "loopback", "needs the port");
+    if (iListenError != 0) {
+        Skip(checks, "loopback",
+             fmt::format("needs UDP port {}, which cannot be listened on: {}", QIVEN_PORT,
+                         strerror(iListenError)));
         return 0;
     }
 
@@ -239,7 +247,9 @@ size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::millise
     for (const QIVEN_NETIF *pNetIf : sent)
         if (heard.own.count(pNetIf->ulIP) == 0)
             silent += (silent.empty() ? "" : ", ") + text::Escape(pNetIf->szIfName);
-    if (!silent.empty())
+    if (!silent.empty() && heard.iError != 0)
+        Skip(checks, "loopback", fmt::format("listening failed: {}", strerror(heard.iError)));
+    else if (!silent.empty())
         checks.push_back(ExplainSilence(silent));
     else if (!sent.empty())
         checks.push_back({"loopback", Result::kOk, "our own query comes back", {}});
