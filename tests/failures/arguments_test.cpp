@@ -1,156 +1,220 @@
-// Arguments that no call accepts: the result and the condition that is reported, of one row each.
+// Arguments that no call accepts: the result and the condition that is reported. Of each call the rows repair
+// one argument after the other, so each also shows that its check comes before the later ones.
 #include <qiven/qiven.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 
+#include "iface/dump.h"
+#include "iface_lnx/iface_lnx.h"
 #include "support/interpose.h"
 #include "support/log_capture.h"
 #include "support/sandbox.h"
 
 namespace {
 
-unsigned char g_rgb[64] = {4, 'n', 'a', 's', '1'};
-nasinfo g_record;
-uint32_t g_ulValue = 0;
+// What is reported is the failed check of a condition, or with a level in front the message itself.
+struct Row {
+    int iResult;
+    std::function<int()> call;
+    std::string report;
+};
 
-int Send(uint32_t ulIP, const char *szTo, QIVEN_LOG *pLog) {
-    QIVEN_CONN conn{{}, QIVEN_PORT, 0, nullptr, nullptr};
-    memcpy(conn.szAddr, szTo, strnlen(szTo, sizeof conn.szAddr));
-    QIVEN_NETIF netIf{};
-    netIf.szIfName[0] = 'e';
-    netIf.ulIP = ulIP;
-    return QIVENUDPSend(pLog, g_rgb, 5, &conn, &netIf, 1);
-}
+LogCapture g_log;
+QIVEN_LOG *p = g_log.Record();
+const std::string kNull = "((void *)0) != ";
 
-TEST(Arguments, AreCheckedOneByOne) {
-    sandbox::Enter();
-    LogCapture capture;
-    QIVEN_LOG *const pLog = capture.Record();
-    QIVEN_SEND none{nullptr, 2, {0x01, 0xA4}}, empty{&g_record, 0, {}}, bad{&g_record, 1, {0x01}};
-    const QIVEN_CONN conn{"127.0.0.1", QIVEN_PORT, 0, nullptr, pLog},
-        wrong{"256.0.0.1", QIVEN_PORT, 0, nullptr, pLog};
-    const QIVEN_RECV recv{};
-    const QIVEN_NETIF netIf{};
-    unsigned char *pNone = nullptr, *pBuffer = g_rgb;
-    int cb = sizeof g_rgb, cbBelow = -1;
-    const auto packet = [](const char *sz) { return Invalid("packet", sz); };
-    const auto udp = [](const char *sz) { return Invalid("udp", sz); };
-    const struct {
-        std::function<int()> call;
-        int iResult;
-        std::string message;
-    } rows[] = {
-        {[&] { return QIVENPacketReadString(pLog, g_rgb, 5, g_rgb + 16, 8, 0, 0); }, 5, ""},
-        {[&] { return QIVENPacketReadArray(pLog, g_rgb, 5, g_rgb + 16, 8, 0, 1); }, 5, ""},
-        {[&] { return QIVENPacketReadString(pLog, g_rgb, 4, g_rgb + 16, 8, 0, 0); }, 0, ""},
-        {[&] { return QIVENPacketReadString(pLog, g_rgb, 5, g_rgb + 16, 4, 0, 0); }, 0, ""},
-        {[&] { return grgfieldParsers[1].pfnRead(pLog, g_rgb, 5, &g_ulValue, 4, QIVENPKT_HOST_ENDIAN, 0); },
-         5, ""},
-        {[&] { return QIVENPacketReadInteger(pLog, g_rgb, 4, &g_ulValue, 4, QIVENPKT_HOST_ENDIAN); }, 0, ""},
-        {[&] { return QIVENPacketReadString(pLog, nullptr, 5, g_rgb, 8, 0, 0); }, 0,
-         packet("(((void *)0) != szPKTInput)")},
-        {[&] { return QIVENPacketReadString(pLog, g_rgb, 5, nullptr, 8, 0, 0); }, 0,
-         packet("((void *)0) != szFieldOutput")},
-        {[&] { return QIVENPacketReadString(pLog, g_rgb, 0, g_rgb, 8, 0, 0); }, 0, packet("0 < cbPKTInput")},
-        {[&] { return QIVENPacketReadInteger(pLog, nullptr, 5, &g_ulValue, 4, 0); }, 0,
-         packet("((void *)0) != szPKTInput")},
-        {[&] { return QIVENPacketReadInteger(pLog, g_rgb, 0, &g_ulValue, 4, 0); }, 0,
-         packet("0 < cbPKTInput")},
-        {[&] { return QIVENPacketReadInteger(pLog, g_rgb, 5, nullptr, 4, 0); }, 0,
-         packet("((void *)0) != puFieldOutput")},
-        {[&] { return QIVENPacketWriteString(pLog, g_rgb, 9, 0x11, nullptr); }, 0,
-         packet("((void *)0) != szFieldInput")},
-        {[&] { return QIVENPacketWriteString(pLog, nullptr, 9, 0x11, "x"); }, 0,
-         packet("((void *)0) != szPKTOutput")},
-        {[&] { return QIVENPacketWriteString(pLog, g_rgb, 9, 0, "x"); }, 0, packet("PKT_ID_MIN < PktId")},
-        {[&] { return QIVENPacketWriteString(pLog, g_rgb, -1, 0x11, "x"); }, 0, packet("0 <= cbPKTOutput")},
-        {[&] { return QIVENPacketWriteInteger(pLog, nullptr, 9, 1, &g_ulValue, 4, 0); }, 0,
-         packet("((void *)0) != szPKTOutput")},
-        {[&] { return QIVENPacketWriteInteger(pLog, g_rgb, 0, 1, &g_ulValue, 4, 0); }, 0,
-         packet("0 < cbPKTOutput")},
-        {[&] { return QIVENPacketWriteInteger(pLog, g_rgb, 9, 1, nullptr, 4, 0); }, 0,
-         packet("((void *)0) != pulFieldInput")},
-        {[&] {
-             return QIVENPacketWriteArray(pLog, g_rgb, 9, 0xBC, nullptr, 64, QIVENPKT_LITTLE_ENDIAN,
-                                          &g_record);
-         },
-         0, packet("((void *)0) != szFieldInput")},
-        {[&] {
-             return QIVENPacketWriteArray(pLog, nullptr, 9, 0xBC, g_rgb, 64, QIVENPKT_LITTLE_ENDIAN,
-                                          &g_record);
-         },
-         0, packet("((void *)0) != szPKTOutput")},
-        {[&] {
-             return QIVENPacketWriteArray(pLog, g_rgb, -1, 0xBC, g_rgb, 64, QIVENPKT_LITTLE_ENDIAN,
-                                          &g_record);
-         },
-         0, packet("0 <= cbPKTOutput")},
-        {[&] {
-             return QIVENPacketWriteArray(pLog, g_rgb, 9, 0xBC, g_rgb, 64, QIVENPKT_LITTLE_ENDIAN, nullptr);
-         },
-         0, packet("((void *)0) != pNASInfo")},
-        {[&] { return QIVENPacketWrite(pLog, nullptr, &cb, &bad); }, 0,
-         packet("((void *)0) != pszPKTOutput")},
-        {[&] { return QIVENPacketWrite(pLog, &pNone, &cb, &bad); }, 0,
-         packet("((void *)0) != (*pszPKTOutput)")},
-        {[&] { return QIVENPacketWrite(pLog, &pBuffer, nullptr, &bad); }, 0,
-         packet("((void *)0) != pcbPKTOutput")},
-        {[&] { return QIVENPacketWrite(pLog, &pBuffer, &cbBelow, &bad); }, 0, packet("0 <= (*pcbPKTOutput)")},
-        {[&] { return QIVENPacketWrite(pLog, &pBuffer, &cb, nullptr); }, 0, packet("NULL != pqivenSend")},
-        {[&] { return QIVENPacketWrite(pLog, &pBuffer, &cb, &none); }, 0,
-         packet("((void *)0) != pnasinfoInput")},
-        {[&] { return QIVENPacketWrite(pLog, &pBuffer, &cb, &empty); }, 0, packet("0 < nPktId")},
-        {[&] { return QIVENPacketReadEncrypted(pLog, nullptr, 5, &g_record); }, 0,
-         packet("((void *)0) != szPKTInput")},
-        {[&] { return QIVENPacketReadEncrypted(pLog, g_rgb, 0, &g_record); }, 0, packet("0 < cbPKTInput")},
-        {[&] { return QIVENPacketReadEncrypted(pLog, g_rgb, 5, nullptr); }, 0,
-         packet("NULL != pnasinfoOutput")},
-        {[&] { return QIVENSendPktIDSet(pLog, nullptr, 1, g_rgb, 4); }, -1,
-         packet("((void *)0) != pqivenSend")},
-        {[&] { return QIVENSendPktIDSet(pLog, &bad, 0, g_rgb, 4); }, -1, packet("PKT_ID_MIN < pktID")},
-        {[&] { return QIVENSendPktIDSet(pLog, &bad, 256, g_rgb, 4); }, -1, packet("PKT_ID_MAX > pktID")},
-        {[&] { return QIVENSendPktIDSet(pLog, &none, 1, g_rgb, 4); }, -1,
-         packet("((void *)0) != pqivenSend->pnasInfo")},
-        {[&] { return QIVENSendPktIDSet(pLog, &bad, 1, nullptr, 4); }, -1, packet("((void *)0) != pValue")},
-        {[&] { return QIVENSendPktIDAdd(pLog, nullptr, 1U, 0U); }, -1, packet("((void *)0) != pqivenSend")},
-        {[&] { return QIVENSendPktIDAdd(pLog, &bad, 0U, 0U); }, -1, packet("PKT_ID_MIN < pktID1")},
-        {[&] { return QIVENSendPktIDAddServ(pLog, nullptr, 1, 1); }, -1, packet("((void *)0) != pqivenSend")},
-        {[&] { return QIVENSendPktIDAddServ(pLog, &bad, 2, 1); }, -1,
-         packet("(0 == blServSupp || 1 == blServSupp)")},
-        {[&] { return QIVENSendPktIDAddServ(pLog, &bad, 1, -1); }, -1,
-         packet("(0 == blServRun || 1 == blServRun)")},
-        {[&] { return QIVENUDPSend(pLog, nullptr, 5, &conn, &netIf, 0); }, 0,
-         udp("((void *)0) != szPKTOutput")},
-        {[&] { return QIVENUDPSend(pLog, g_rgb, 0, &conn, &netIf, 0); }, 0, udp("0 < cbPKTOutput")},
-        {[&] { return QIVENUDPSend(pLog, g_rgb, 5, nullptr, &netIf, 0); }, 0,
-         udp("((void *)0) != pqivenConn")},
-        {[&] { return QIVENUDPSend(pLog, g_rgb, 5, &conn, nullptr, 0); }, 0, udp("NULL != pNetIf")},
-        {[&] { return Send(0, "127.0.0.1", pLog); }, -1, "1|udp:# fail to init Iface [e] src addr [0]\n"},
-        {[&] { return Send(1, "127.0.0.1 and no end", pLog); }, -1, "1|udp:# fail to translate IP addr\n"},
-        {[&] { return QIVENUDPClient(nullptr, &bad); }, -1, ""},
-        {[&] { return QIVENUDPClient(&conn, nullptr); }, -1, udp("NULL != pqivenSend")},
-        {[&] { return QIVENUDPClient(&conn, &none); }, -1, udp("((void *)0) != pqivenSend->pnasInfo")},
-        {[&] { return QIVENUDPClient(&conn, &empty); }, -1, udp("0 < pqivenSend->nPktID")},
-        {[&] { return QIVENUDPServer(nullptr, &recv, nullptr, nullptr); }, -1, ""},
-        {[&] { return QIVENUDPServer(&conn, nullptr, nullptr, nullptr); }, -1, udp("NULL != pqivenRecv")},
-        {[&] { return QIVENUDPServer(&wrong, &recv, nullptr, nullptr); }, -1,
-         "1|udp:# fail to translate IP addr\n"},
-        {[&] { return BroadcastUdpByInterface(nullptr, 5, &g_ulValue); }, -1, ""},
-        {[&] { return BroadcastUdpByInterface(g_rgb, -1, &g_ulValue); }, -1, ""},
-        {[&] { return BroadcastUdpByInterface(g_rgb, 5, nullptr); }, -1, ""},
-        {[&] { return QIVENLogDefSyslogErr("%s"); }, 0, "3|%s"},
-        {[&] { return QIVENLogDefSyslogDebug("%s"); }, 0, "7|%s"},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(&row - rows);
-        EXPECT_EQ(row.iResult, row.call());
+void Check(const char *szRoom, const std::vector<Row> &rows) {
+    for (const Row &row : rows) {
+        EXPECT_EQ(row.iResult, row.call()) << row.report;
         std::string messages;
         for (const auto &lines : {LogCapture::Take(), interpose::TakeSyslog()})
             for (const std::string &line : lines)
                 messages += line;
-        EXPECT_EQ(row.message, messages);
+        const bool blMessage = row.report.empty() || row.report.find('|') == 1;
+        EXPECT_EQ(blMessage ? row.report : Invalid(szRoom, row.report), messages);
     }
+}
+
+#define CALL(...) [&] { return QIVEN##__VA_ARGS__; }
+
+TEST(Arguments, OfThePacketRoom) {
+    unsigned char rgbIn[] = {4, 1, 2, 3, 4}, rgbOut[8] = "......";
+    char szSlot[8] = "old";
+    uint64_t ull = 7;
+    nasinfo record{};
+    const std::string long256(256, 'x');
+    const char *szLong = long256.c_str();
+    unsigned char *pNone = nullptr, *pBuffer = rgbOut;
+    char *pNoBox = nullptr, *pSealed = reinterpret_cast<char *>(rgbOut);
+    int cb = -1, cbRoom = 1;
+    QIVEN_SEND none{}, send{&record, 0, {}}, empty = send, full{&record, QIVEN_SEND_MAX + 1, {}};
+    Check(
+        "packet",
+        {
+            {0, CALL(PacketReadString(p, nullptr, 0, nullptr, 8, 9, 0)), "(((void *)0) != szPKTInput)"},
+            {0, CALL(PacketReadString(p, rgbIn, 0, nullptr, 8, 9, 0)), kNull + "szFieldOutput"},
+            {0, CALL(PacketReadString(p, rgbIn, 0, szSlot, 8, 9, 0)), "0 < cbPKTInput"},
+            {0, CALL(PacketReadInteger(p, nullptr, 0, nullptr, 5, 0)), kNull + "szPKTInput"},
+            {0, CALL(PacketReadInteger(p, rgbIn, 0, nullptr, 5, 0)), "0 < cbPKTInput"},
+            {0, CALL(PacketReadInteger(p, rgbIn, 5, nullptr, 5, 0)), kNull + "puFieldOutput"},
+            {0, CALL(PacketReadInteger(p, rgbIn, 5, &ull, 5, 0)),
+             "(sizeof(u_int32_t) == cbFieldOutput || sizeof(u_int64_t) == cbFieldOutput)"},
+            {0, CALL(PacketReadInteger(p, rgbIn, 5, &ull, 4, 0)),
+             "(QIVENPKT_HOST_ENDIAN == dstEndian || QIVENPKT_KEEP_ENDIAN == dstEndian)"},
+            {0, CALL(PacketWriteString(p, nullptr, -1, 0, nullptr)), kNull + "szFieldInput"},
+            {0, CALL(PacketWriteString(p, nullptr, -1, 0, szLong)), kNull + "szPKTOutput"},
+            {0, CALL(PacketWriteString(p, rgbOut, -1, 0, szLong)), "PKT_ID_MIN < PktId"},
+            {0, CALL(PacketWriteString(p, rgbOut, -1, 256, szLong)), "PKT_ID_MAX > PktId"},
+            {0, CALL(PacketWriteString(p, rgbOut, -1, 255, szLong)), "0 <= cbPKTOutput"},
+            {0, CALL(PacketWriteString(p, rgbOut, 0, 255, szLong)), "255 >= cbFieldInput"},
+            {0, CALL(PacketWriteInteger(p, nullptr, 0, 0, nullptr, 5, 1)), kNull + "szPKTOutput"},
+            {0, CALL(PacketWriteInteger(p, rgbOut, 0, 0, nullptr, 5, 1)), "0 < cbPKTOutput"},
+            {0, CALL(PacketWriteInteger(p, rgbOut, 1, 0, nullptr, 5, 1)), "PKT_ID_MIN < PktId"},
+            {0, CALL(PacketWriteInteger(p, rgbOut, 1, 256, nullptr, 5, 1)), "PKT_ID_MAX > PktId"},
+            {0, CALL(PacketWriteInteger(p, rgbOut, 1, 1, nullptr, 5, 1)), kNull + "pulFieldInput"},
+            {0, CALL(PacketWriteInteger(p, rgbOut, 1, 1, &ull, 5, 1)),
+             "(sizeof(u_int32_t) == cbFieldInput || sizeof(u_int64_t) == cbFieldInput)"},
+            {0, CALL(PacketWriteInteger(p, rgbOut, 1, 1, &ull, 4, 1)),
+             "(QIVENPKT_LITTLE_ENDIAN == dstEndian || QIVENPKT_KEEP_ENDIAN == dstEndian)"},
+            {0, CALL(PacketWriteArray(p, nullptr, -1, 0, nullptr, 255, 1, nullptr)), kNull + "szFieldInput"},
+            {0, CALL(PacketWriteArray(p, nullptr, -1, 0, szSlot, 255, 1, nullptr)), kNull + "szPKTOutput"},
+            {0, CALL(PacketWriteArray(p, rgbOut, -1, 0, szSlot, 255, 1, nullptr)), "PKT_ID_MIN < PktId"},
+            {0, CALL(PacketWriteArray(p, rgbOut, -1, 256, szSlot, 255, 1, nullptr)), "PKT_ID_MAX > PktId"},
+            {0, CALL(PacketWriteArray(p, rgbOut, -1, 1, szSlot, 255, 1, nullptr)), "0 <= cbPKTOutput"},
+            {0, CALL(PacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 1, nullptr)),
+             "(QIVENPKT_LITTLE_ENDIAN == dstEndian ||QIVENPKT_KEEP_ENDIAN == dstEndian)"},
+            {0, CALL(PacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 2, nullptr)), kNull + "pNASInfo"},
+            {0, CALL(PacketWriteArray(p, rgbOut, 8, 1, szSlot, 255, 0, &record)),
+             "PKT_MAX_STRING_LEN > cbFieldInput"},
+            {0, CALL(PacketRead(p, nullptr, -1, nullptr)), kNull + "szPKTInput"},
+            {0, CALL(PacketRead(p, rgbIn, -1, nullptr)), "0 <= cbPKTInput"},
+            {0, CALL(PacketRead(p, rgbIn, 1, nullptr)), "NULL != pnasinfoOutput"},
+            {0, CALL(PacketWrite(p, nullptr, nullptr, nullptr)), kNull + "pszPKTOutput"},
+            {0, CALL(PacketWrite(p, &pNone, nullptr, nullptr)), kNull + "(*pszPKTOutput)"},
+            {0, CALL(PacketWrite(p, &pBuffer, nullptr, nullptr)), kNull + "pcbPKTOutput"},
+            {0, CALL(PacketWrite(p, &pBuffer, &cb, nullptr)), "0 <= (*pcbPKTOutput)"},
+            {0, CALL(PacketWrite(p, &pBuffer, &cbRoom, nullptr)), "NULL != pqivenSend"},
+            {0, CALL(PacketWrite(p, &pBuffer, &cbRoom, &none)), kNull + "pnasinfoInput"},
+            {0, CALL(PacketWrite(p, &pBuffer, &cbRoom, &empty)), "0 < nPktId"},
+            {0, CALL(PacketWrite(p, &pBuffer, &cbRoom, &full)), "QIVEN_SEND_MAX >= nPktId"},
+            {0, CALL(PacketWriteEncrypted(p, nullptr, nullptr, nullptr, nullptr)), kNull + "pszPKTOutput"},
+            {0, CALL(PacketWriteEncrypted(p, &pNoBox, nullptr, nullptr, nullptr)), kNull + "(*pszPKTOutput)"},
+            {0, CALL(PacketWriteEncrypted(p, &pSealed, nullptr, nullptr, nullptr)), kNull + "pcbPKTOutput"},
+            {0, CALL(PacketWriteEncrypted(p, &pSealed, &cbRoom, nullptr, nullptr)), kNull + "pqivenSend"},
+            {0, CALL(PacketWriteEncrypted(p, &pSealed, &cbRoom, &none, nullptr)), "NULL != szPublicKeyHex"},
+            {0, CALL(PacketReadEncrypted(p, nullptr, 0, nullptr)), kNull + "szPKTInput"},
+            {0, CALL(PacketReadEncrypted(p, rgbIn, 0, nullptr)), "0 < cbPKTInput"},
+            {0, CALL(PacketReadEncrypted(p, rgbIn, 1, nullptr)), "NULL != pnasinfoOutput"},
+            {-1, CALL(SendPktIDSet(p, nullptr, 0, nullptr, 5)), kNull + "pqivenSend"},
+            {-1, CALL(SendPktIDSet(p, &none, 0, nullptr, 5)), "PKT_ID_MIN < pktID"},
+            {-1, CALL(SendPktIDSet(p, &none, 256, nullptr, 5)), "PKT_ID_MAX > pktID"},
+            {-1, CALL(SendPktIDSet(p, &none, 0x4B, nullptr, 5)), kNull + "pqivenSend->pnasInfo"},
+            {-1, CALL(SendPktIDSet(p, &send, 0x4B, nullptr, 5)), kNull + "pValue"},
+            {-1, CALL(SendPktIDSet(p, &send, 0x4B, "12345", 5)), "FIELD_NONE != ulType"},
+            {-1, CALL(SendPktIDSet(p, &send, 0x5C, "12345", 5)), "cbSlot >= cbValue"},
+            {-1, CALL(SendPktIDSet(p, &send, 0xBC, "", 64 * 32 + 1)), "cbSlot >= cbValue"},
+            {-1, CALL(SendPktIDAdd(p, nullptr, 0, 0)), kNull + "pqivenSend"},
+            {-1, CALL(SendPktIDAdd(p, &send, 0, 0)), "PKT_ID_MIN < pktID1"},
+            {-1, CALL(SendPktIDAdd(p, &send, 256, 0)), "PKT_ID_MAX > pktID1"},
+            {-1, CALL(SendPktIDAddServ(p, nullptr, 2, -1)), kNull + "pqivenSend"},
+            {-1, CALL(SendPktIDAddServ(p, &send, 2, -1)), "(0 == blServSupp || 1 == blServSupp)"},
+            {-1, CALL(SendPktIDAddServ(p, &send, 1, -1)), "(0 == blServRun || 1 == blServRun)"},
+            {0, CALL(PacketRead(nullptr, nullptr, -1, nullptr)), ""},  // silence is no crash
+        });
+    EXPECT_STREQ("old", szSlot);
+    EXPECT_STREQ("......", reinterpret_cast<char *>(rgbOut));
+    EXPECT_EQ(7U, ull);
+    EXPECT_EQ(0, send.nPktID);
+}
+
+TEST(Arguments, OfTheInterfaceRooms) {
+    using namespace qiven::iface_lnx;
+    QIVEN_NETIF rgNetIf[1]{};
+    char szValue[kValueSize];
+    Check("iface", {
+                       {-1, CALL(IfaceGetActive(p, nullptr)), "(((void *)0) != szIf)"},
+                       {-1, CALL(IfaceGetNetSetting(p, nullptr)), kNull + "pNetIf"},
+                       {0, [] { return qiven::iface::DumpNetIf(p, nullptr), 0; }, kNull + "pNetIf"},
+                   });
+    const std::string missing = "1|iface_lnx:# failed to open file /nowhere error:(2)";
+    Check("iface_lnx",
+          {
+              {-1, CALL(GetIfListLnx(p, nullptr, 0)), kNull + "rgNetIf"},
+              {-1, CALL(GetIfListLnx(p, rgNetIf, 0)), "0 < numNetIf"},
+              {-1, CALL(GetIfListLnx(p, rgNetIf, 65)), "QIVEN_IFACE_MAX >= numNetIf"},
+              {-1, CALL(IfaceInitLnx(p, nullptr, 1)), kNull + "rgNetIf"},
+              {-1, CALL(IfaceInit(p, nullptr, 1)), kNull + "rgNetIf"},
+              {-1, [] { return GetKeyValue(p, nullptr, nullptr, nullptr, 0); }, kNull + "pfSrc"},
+              {-1, [] { return GetKeyValue(p, stdin, nullptr, nullptr, 0); }, kNull + "szKey"},
+              {-1, [] { return GetKeyValue(p, stdin, "K", nullptr, 0); }, kNull + "szValue"},
+              {-1, [&] { return GetKeyValue(p, stdin, "K", szValue, 0); }, "0 != chDelim"},
+              {-1, [] { return GetKeyValueFromFile(p, nullptr, nullptr, nullptr, 0); }, kNull + "szFile"},
+              {-1, [] { return GetKeyValueFromFile(p, "/nowhere", nullptr, nullptr, 0); }, kNull + "szKey"},
+              {-1, [] { return GetKeyValueFromFile(p, "/nowhere", "K", nullptr, 0); }, kNull + "szValue"},
+              {-1, [&] { return GetKeyValueFromFile(p, "/nowhere", "K", szValue, 0); }, "0 != chDelim"},
+              {-1, [&] { return GetKeyValueFromFile(p, "/nowhere", "K", szValue, '='); }, missing},
+              {0, [&] { return GetKeyValueFromFile(p, "/", "K", szValue, '='); }, ""},  // cannot be read
+              {-1, [] { return ParseIfCfg(p, nullptr, nullptr); }, kNull + "szIfCfg"},
+              {-1, [] { return ParseIfCfg(p, "/nowhere", nullptr); }, "NULL != pNetIf"},
+              {-1, [&] { return ParseIfCfg(p, "/nowhere", rgNetIf); }, missing},
+          });
+}
+
+TEST(Arguments, OfTheServiceFlags) {
+    nasinfo record{};
+    record.ullServSupp0 = record.ullServRun1 = 7;
+    std::vector<Row> rows = {
+        {-1, CALL(NasinfoServSuppClear(p, nullptr)), kNull + "pnasInfo"},
+        {-1, CALL(NasinfoServRunClear(p, nullptr)), kNull + "pnasInfo"},
+    };
+    for (auto *const pfnSet : {QIVENNasinfoServSuppSet, QIVENNasinfoServRunSet}) {
+        rows.push_back({-1, [=] { return pfnSet(p, nullptr, 128); }, kNull + "pnasInfo"});
+        for (const unsigned int id : {128U, 192U, 0xFFFFFFFFU})
+            rows.push_back({-1, [=, &record] { return pfnSet(p, &record, id); }, "QIVEN_SERVICE_MAX > id"});
+    }
+    for (auto *const pfnGet : {QIVENNasinfoServSuppGet, QIVENNasinfoServRunGet}) {
+        rows.push_back({-1, [=] { return pfnGet(p, nullptr, 128); }, kNull + "pnasInfo"});
+        rows.push_back({-1, [=, &record] { return pfnGet(p, &record, 128); }, "QIVEN_SERVICE_MAX > id"});
+    }
+    Check("nasinfo", rows);
+    EXPECT_EQ(14U, record.ullServSupp0 + record.ullServSupp1 + record.ullServRun0 + record.ullServRun1);
+}
+
+TEST(Arguments, OfTheNetworkRooms) {
+    sandbox::Enter();
+    const unsigned char rgb[] = "bytes";
+    const uint32_t ulAddr = 0;
+    nasinfo record{};
+    QIVEN_SEND none{}, empty{&record, 0, {}};
+    const QIVEN_CONN conn{"127.0.0.1", QIVEN_PORT, 0, nullptr, p},
+        wrong{"256.0.0.1", QIVEN_PORT, 0, nullptr, p};
+    QIVEN_CONN endless = conn;
+    memset(endless.szAddr, '1', sizeof endless.szAddr);
+    const QIVEN_RECV recv{};
+    const QIVEN_NETIF netIf{"e", {}, 0, 0, 0, 0, 0, 0, 0}, loopback{"e", {}, 1, 0, 0, 0, 0, 0, 0};
+    const std::string untranslated = "1|udp:# fail to translate IP addr\n";
+    Check("udp", {
+                     {0, CALL(UDPSend(p, nullptr, 0, nullptr, nullptr, 1)), kNull + "szPKTOutput"},
+                     {0, CALL(UDPSend(p, rgb, 0, nullptr, nullptr, 1)), "0 < cbPKTOutput"},
+                     {0, CALL(UDPSend(p, rgb, 5, nullptr, nullptr, 1)), kNull + "pqivenConn"},
+                     {0, CALL(UDPSend(p, rgb, 5, &conn, nullptr, 1)), "NULL != pNetIf"},
+                     {-1, CALL(UDPSend(p, rgb, 5, &conn, &netIf, 1)),
+                      "1|udp:# fail to init Iface [e] src addr [0]\n"},
+                     {-1, CALL(UDPSend(p, rgb, 5, &endless, &loopback, 1)), untranslated},
+                     {-1, CALL(UDPClient(nullptr, nullptr)), ""},
+                     {-1, CALL(UDPClient(&conn, nullptr)), "NULL != pqivenSend"},
+                     {-1, CALL(UDPClient(&conn, &none)), kNull + "pqivenSend->pnasInfo"},
+                     {-1, CALL(UDPClient(&conn, &empty)), "0 < pqivenSend->nPktID"},
+                     {-1, CALL(UDPServer(nullptr, nullptr, nullptr, nullptr)), ""},
+                     {-1, CALL(UDPServer(&conn, nullptr, nullptr, nullptr)), "NULL != pqivenRecv"},
+                     {-1, CALL(UDPServer(&wrong, &recv, nullptr, nullptr)), untranslated},
+                     {-1, [&] { return BroadcastUdpByInterface(nullptr, 5, &ulAddr); }, ""},
+                     {-1, [&] { return BroadcastUdpByInterface(rgb, -1, &ulAddr); }, ""},
+                     {-1, [&] { return BroadcastUdpByInterface(rgb, 5, nullptr); }, ""},
+                     {0, CALL(LogDefSyslogErr("%s")), "3|%s"},
+                     {0, CALL(LogDefSyslogDebug("%s")), "7|%s"},
+                 });
 }
 
 }  // namespace

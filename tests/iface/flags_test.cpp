@@ -63,10 +63,4 @@ TEST(IfaceFlags, TheKernelIsAskedFor15CharactersOfTheName) {
     EXPECT_EQ("xxxxxxxxxxxxxxx\0"s, g_askedName);
 }
 
-TEST(IfaceFlags, ANullNameIsABadArgument) {
-    LogCapture log;
-    EXPECT_EQ(-1, QIVENIfaceGetActive(log.Record(), nullptr));
-    EXPECT_EQ(std::vector<std::string>{Invalid("iface", "(((void *)0) != szIf)")}, log.Take());
-}
-
 }  // namespace

@@ -61,44 +61,4 @@ TEST_P(ServiceFlags, SettingAddsAndClearingEmptiesThisBitmapOnly) {
     EXPECT_EQ(0x8000000080000020U, info.*map.low);
 }
 
-TEST_P(ServiceFlags, BadArgumentsAreReportedAndChangeNothing) {
-    const Bitmap &map = GetParam();
-    LogCapture log;
-    nasinfo info{};
-    info.*map.low = info.*map.high = ~uint64_t{0};
-    const nasinfo before = info;
-    for (const unsigned int id : {128U, 192U, 0xFFFFFFFFU}) {
-        EXPECT_EQ(-1, map.pfnSet(log.Record(), &info, id));
-        EXPECT_EQ(-1, map.pfnGet(log.Record(), &info, id));
-        EXPECT_EQ(std::vector<std::string>(2, Invalid("nasinfo", "QIVEN_SERVICE_MAX > id")), log.Take())
-            << id;
-    }
-    EXPECT_TRUE(BytesOf(before) == BytesOf(info));
-
-    EXPECT_EQ(-1, map.pfnClear(log.Record(), nullptr));
-    EXPECT_EQ(-1, map.pfnSet(log.Record(), nullptr, 128));  // the record is looked at first
-    EXPECT_EQ(-1, map.pfnGet(log.Record(), nullptr, 128));
-    EXPECT_EQ(std::vector<std::string>(3, Invalid("nasinfo", "((void *)0) != pnasInfo")), log.Take());
-}
-
-TEST_P(ServiceFlags, TravelInAPacket) {
-    nasinfo sent{};
-    sent.ulPktType = QIVEN_PKT_ANSWER;
-    for (const unsigned int id : {9U, 63U, 64U, 127U})
-        GetParam().pfnSet(nullptr, &sent, id);
-    QIVEN_SEND send{};
-    send.pnasInfo = &sent;
-    EXPECT_EQ(4, QIVENSendPktIDAddServ(nullptr, &send, 1, 1));
-    EXPECT_EQ(2, QIVENSendPktIDAdd(nullptr, &send, 0x01U, 0xA4U, 0U));
-    auto *szPacket = static_cast<unsigned char *>(malloc(1));
-    int cbBuffer = 1;
-    const int cbPacket = QIVENPacketWrite(nullptr, &szPacket, &cbBuffer, &send);
-    nasinfo received{};
-    EXPECT_LT(0, QIVENPacketRead(nullptr, szPacket, cbPacket, &received));
-    free(szPacket);
-    for (unsigned int id = 0; id < QIVEN_SERVICE_MAX; ++id)
-        EXPECT_EQ(id == 9 || id == 63 || id == 64 || id == 127, GetParam().pfnGet(nullptr, &received, id))
-            << id;
-}
-
 }  // namespace
