@@ -102,10 +102,6 @@ int WriteTo(Writer write) {
     free(pBuffer);
     return cb;
 }
-int Write() {
-    return WriteTo<unsigned char>(
-        [](auto pp, int *pcb) { return QIVENPacketWrite(&g_log, pp, pcb, &g_send); });
-}
 int WriteSealed() {
     return WriteTo<char>(
         [](auto pp, int *pcb) { return QIVENPacketWriteEncrypted(&g_log, pp, pcb, &g_send, g_szKey); });
@@ -120,12 +116,6 @@ int Interfaces() {
         iKnown = 10 * iKnown + (bl ? 1 : 0);
     return n < 0 ? n : 10 * iKnown + n;
 }
-int Send() {
-    QIVEN_NETIF netIf{};
-    netIf.ulIP = htonl(INADDR_LOOPBACK);
-    const QIVEN_CONN conn{"127.0.0.1", QIVEN_PORT, 0, nullptr, nullptr};
-    return QIVENUDPSend(&g_log, stQIVENBroadCastV11, 20, &conn, &netIf, 1);
-}
 int Client() {
     const QIVEN_CONN conn{"10.0.0.9", QIVEN_PORT, 0, nullptr, &g_log};
     return QIVENUDPClient(&conn, &g_send);
@@ -134,10 +124,6 @@ int Listen() {
     const QIVEN_CONN conn{"127.0.0.1", QIVEN_PORT, 1, nullptr, &g_log};
     const QIVEN_RECV recv{};
     return QIVENUDPServer(&conn, &recv, nullptr, nullptr);
-}
-int Broadcast() {
-    const uint32_t ulAddr = inet_addr("10.0.0.1");
-    return BroadcastUdpByInterface("abc", 3, &ulAddr);
 }
 int Get2Hash() {
     const int n = TAVOQIVENGet2Hash(&g_pHash);
@@ -158,22 +144,15 @@ const struct Operation {
     {"use key", MakeKeys, UseKey},
     {"clean up", MakeKeys, QIVENProcessKeyCleanup},
     {"read sealed", MakeKeys, ReadSealed},
-    {"write", MakeKeys, Write},
     {"write sealed", MakeKeys, WriteSealed},
     {"add key", [] {}, [] { return QIVENAddKey("nas1", 1, "k"); }},
     {"make room", FillStore, [] { return QIVENAddKey("new", 1, "k"); }},
     {"get key", AddKey, [] { return QIVENGetKey("nas1", 1, g_szText); }},
     {"remove key", AddKey, [] { return QIVENRemoveKey("nas1", 1); }},
-    {"is active", [] {}, [] { return QIVENIfaceGetActive(&g_log, "eth0"); }},
-    {"setting", [] { g_rgNetIf[0] = {"eth0", {}, 0, 0, 0, 0, 0, 0, 1}; },
-     [] { return QIVENIfaceGetNetSetting(&g_log, g_rgNetIf) + 10 * g_rgNetIf[0].blActive; }},
-    {"list", [] {}, [] { return QIVENGetIfListLnx(nullptr, g_rgNetIf, 2); }},
     {"interfaces", [] {}, Interfaces},
     {"dump", [] {}, [] { return QIVENIfaceDump(nullptr); }},
-    {"send", [] {}, Send},
     {"client", MakeKeys, Client},
     {"listen", [] { Arrive("junk"); }, Listen},
-    {"broadcast", [] {}, Broadcast},
     {"cards", [] {}, [] { return static_cast<int>(ErrQIVENSendQueryPkt()); }},
     {"search", [] { Arrive(Answer(2, "nas1", "10.0.0.2", "")); }, TAVOQIVENDumpHost},
     {"hash",
@@ -211,7 +190,6 @@ const struct Expected {
     // Rather a page that nobody can read than the end of the program.
     {"clean up", "mprotect", "1", "0  HELD -1"},
     {"read sealed", "mprotect", "1", "0 2|packet:# No key to decrypt"},
-    {"write", "memory", "", "0 1|packet:# Reallocate memory failed!\n"},
     {"write sealed", "memory", "1",
      "0 1|packet:# Reallocate memory failed!\n1|packet:# FAILED to write plain packet\n"},
     {"write sealed", "memory", "2",
@@ -220,16 +198,6 @@ const struct Expected {
     {"add key", "memory", "2", "0  HELD 1"},  // the store, without the key
     {"make room", "memory", "17", "0  HELD -4096"},
     {"make room", "memory", "", "-1 "},
-    {"is active", "socket", "", "-1 " + kNoSocket},
-    {"is active", "ioctl", "", "-1 1|iface:# ioctl(SIOCGIFFLAGS) error:({e})"},
-    {"setting", "socket", "", "9 " + kNoSocket},
-    {"setting", "ioctl", "1", "9 1|iface:# ioctl SIOCGIFHWADDR eth0 error:({e})"},
-    {"setting", "ioctl", "2", "-1 1|iface:# ioctl SIOCGIFADDR eth0 error:({e})"},
-    {"setting", "ioctl", "3", "-1 1|iface:# ioctl SIOCGIFBRDADDR eth0 error:({e})"},
-    {"setting", "ioctl", "4", "-1 1|iface:# ioctl SIOCGIFNETMASK eth0 error:({e})"},
-    {"list", "fopen fgets", "", "-1 "},
-    {"list", "memory", "1", "-1 "},
-    {"list", "socket ioctl", "2", "0 "},  // the first is for the loopback device
     {"interfaces", "socket", "1", "11111111 " + kNoSocket},
     {"interfaces", "socket", "2", "10 " + kNoSocket},
     {"interfaces", "socket", "3", "1000111 " + kNoSocket},
@@ -249,12 +217,6 @@ const struct Expected {
     {"interfaces", "memory", "4", "-1 "},
     {"dump", "fopen fgets", "", "-1 "},
     {"dump", "memory", "4", "-1 "},
-    {"send", "socket", "", "-1 1|udp:# create socket error.\n"},
-    {"send", "setsockopt", "1", "20 " + kReuse},
-    {"send", "setsockopt", "2", "20 " + kBroadcast},
-    {"send", "bind", "",
-     "-1 1|udp:# bind(sockfd=#, brdcast.sin_addr.s_addr = 16777343) error!! error: {e} [{s}]\n"},
-    {"send", "sendto", "", "-1 " + kSendTo},
     {"client", "memory", "1", "-1 "},
     {"client", "open fdopen", "1", "0 " + kNoResolv + kFound},
     {"client", "memory", "2", "0 " + kNoResolv + kFound},
@@ -285,10 +247,6 @@ const struct Expected {
      "-1 1|udp:# bind(sockfd=#, servaddr.sin_addr.s_addr = 16777343) error!! errno: {e} [{s}]\n"},
     {"listen", "recvfrom", "1", "0 " + kReadError + kJunk},
     {"listen", "recvfrom", "2", "0 " + kJunk + kReadError},
-    {"broadcast", "socket", "", "-1 3|create socket error."},
-    {"broadcast", "setsockopt", "", "-1 3|set socket option error."},
-    {"broadcast", "bind", "", "-1 " + kBind},
-    {"broadcast", "sendto", "", "-1 3|sendto error."},
     // Of the two passes, each asks for card 0, sends, and asks for card 1, which is not there.
     {"cards", "memory", "1 2 3 4 5 11 12 13 14 15", "1 "},
     {"cards", "memory", "", "2 "},

@@ -7,6 +7,27 @@
 
 namespace {
 
+TEST(PacketTable, IsTheOneOfTheWireFormat) {
+    size_t n = 0;
+    for (const QIVEN_FIELD_ATTRIB &attrib : grgfieldAttribs) {
+        const auto id = attrib.ulPktId;
+        if (attrib.ulType == FIELD_NONE) {
+            EXPECT_TRUE(id == 0x4B || id == 0x4C || id == 0x72) << id;
+            continue;
+        }
+        ASSERT_LT(n, std::size(kSlowFields));
+        const SlowField &field = kSlowFields[n++];
+        const bool blKeep = (id >= 0x12 && id <= 0x15) || (id >= 0x22 && id <= 0x25) || id == 0x1E;
+        EXPECT_EQ(field.id, static_cast<int>(id));
+        EXPECT_EQ("sia"[attrib.ulType], field.cKind) << std::hex << id;
+        EXPECT_EQ(field.cbOffset, attrib.ulOffset) << std::hex << id;
+        EXPECT_EQ(field.cbWidth, attrib.cbField) << std::hex << id;
+        EXPECT_EQ(blKeep ? QIVENPKT_KEEP_ENDIAN : 0, static_cast<int>(attrib.ulEndian)) << std::hex << id;
+        EXPECT_EQ(SlowBasicMask(field.id), attrib.ulBasicMask) << std::hex << id;
+    }
+    EXPECT_EQ(77U, n);
+}
+
 struct EveryPacket : testing::Test {
     // One place before an inaccessible page for all of them.
     static constexpr size_t kRoom = 512;

@@ -1,4 +1,4 @@
-// The plain and the sealed writer, the request list, and the sealed reader. realloc can be made to fail.
+// The plain and the sealed writer, the request list, and the sealed reader.
 #include <qiven/keys.h>
 #include <qiven/packet.h>
 #include <arpa/inet.h>
@@ -9,14 +9,6 @@
 
 #include "support/log_capture.h"
 #include "support/wire.h"
-
-static bool g_blNoMemory = false;
-
-extern "C" void *__real_realloc(void *p, size_t cb);
-extern "C" void *__wrap_realloc(void *p, size_t cb);
-extern "C" void *__wrap_realloc(void *p, size_t cb) {
-    return g_blNoMemory ? nullptr : __real_realloc(p, cb);
-}
 
 namespace {
 
@@ -31,7 +23,6 @@ struct PacketWriter : testing::Test {
     std::unique_ptr<char, decltype(&free)> m_buffer{nullptr, free};
     int m_cbBuffer = 0;
 
-    ~PacketWriter() override { g_blNoMemory = false; }
     void List(const std::vector<unsigned int> &ids) {
         m_send.nPktID = static_cast<int>(ids.size());
         std::copy(ids.begin(), ids.end(), m_send.rgPktID);
@@ -164,10 +155,6 @@ TEST_F(PacketWriter, GrowsTheBufferToThePacketAndNotOver8192Bytes) {
     List({0x11});
     EXPECT_EQ(kPlainHeader + "\x11\0"s, Write(0));
     EXPECT_EQ(10, m_cbBuffer);
-    g_blNoMemory = true;
-    EXPECT_EQ("", Write(9));
-    EXPECT_EQ(9, m_cbBuffer);
-    EXPECT_EQ(Lines{"1|packet:# Reallocate memory failed!\n"}, LogCapture::Take());
     ListExactly(8192);
     EXPECT_EQ(8192U, Write().size());
     ListExactly(8193);
@@ -179,37 +166,6 @@ TEST_F(PacketWriter, GrowsTheBufferToThePacketAndNotOver8192Bytes) {
     EXPECT_EQ("", Write());
     EXPECT_EQ(Lines{"1|packet:# fail to write!\n"}, LogCapture::Take());
 }
-
-// Fills a slot to its last byte, writes it and reads it back.
-TEST_F(PacketWriter, EveryFieldComesBackEqual) {
-    for (const QIVEN_FIELD_ATTRIB &attrib : grgfieldAttribs) {
-        if (attrib.ulType == FIELD_NONE) continue;
-        memset(static_cast<void *>(&m_record), 0, sizeof m_record);
-        m_record.ulPktType = 2;
-        char *pSlot = reinterpret_cast<char *>(&m_record) + attrib.ulOffset;
-        // One field carries at most 255 bytes, the long text in chunks at most 1535.
-        const size_t cbText = std::min(attrib.cbField - 1, attrib.ulPktId == 0x2A ? 1535U : 255U);
-        if (attrib.ulType == FIELD_INTEGER) memcpy(pSlot, "\x81\x02\x03\x04\x05\x06\x07\x88", attrib.cbField);
-        if (attrib.ulType == FIELD_STRING) memset(pSlot, 't', cbText);
-        if (attrib.ulType == FIELD_ARRAY) {
-            m_record.ulArrayCount = 32;
-            for (size_t i = 0; i < 32; ++i)
-                memset(pSlot + i * attrib.cbField, static_cast<int>('A' + i), cbText);
-        }
-        List({0x01, 0xA4, 0xBB, attrib.ulPktId});
-        const std::string packet = Write();
-        if (attrib.ulPktId == 0x73) memcpy(m_record.szFieldC0, m_record.szField73, 12);
-        nasinfo back;
-        EXPECT_EQ(static_cast<int>(packet.size()) - 8,
-                  QIVENPacketRead(m_pLog, reinterpret_cast<const unsigned char *>(packet.data()),
-                                  static_cast<int>(packet.size()), &back));
-        // Every byte, padding too: both were cleared. NOLINTNEXTLINE
-        EXPECT_EQ(0, memcmp(&m_record, &back, sizeof back)) << std::hex << attrib.ulPktId;
-    }
-    EXPECT_EQ(Lines{}, LogCapture::Take());
-}
-
-const std::string kRefused = "2|packet:# Failed to decrypt packet\n";
 
 struct SealedPacket : PacketWriter {
     SealedPacket() { MakeKeys(); }
@@ -253,44 +209,20 @@ TEST_F(SealedPacket, WhatCannotBeSealed) {
         EXPECT_EQ(kPlainHeader + "\x11\0"s, std::string(m_buffer.get(), m_buffer.get() + 10));
         EXPECT_EQ("1|packet:# FAILED to encrypt\n", LogCapture::Take().back());
     }
-    g_blNoMemory = true;
-    EXPECT_EQ("", Write(65, m_szKey));
-    EXPECT_EQ(65, m_cbBuffer);
-    EXPECT_EQ("1|packet:# Reallocate memory failed!\n", LogCapture::Take().back());
 }
 
-TEST_F(SealedPacket, OpensForItsAskerAloneAndUndamaged) {
+TEST_F(SealedPacket, OpensForItsAskerAlone) {
     m_record.ulPktType = 2;
     strcpy(m_record.szHostName, "sealed");
     List({0x01, 0xA4, 0x11});
     const std::string packet = Write(QIVEN_PACKET_MAX, m_szKey);
-    LogCapture::Take();
     EXPECT_EQ("\x12\x34\x55\x66TAVO", packet.substr(0, 8));
     EXPECT_EQ(20, Read(packet));
     EXPECT_STREQ("sealed", m_back.szHostName);
-    const std::string opened = LogCapture::Take().at(0);
-    EXPECT_TRUE(opened.starts_with("2|packet:# QIVENPacketReadEncrypted(")) << opened;
-    EXPECT_TRUE(opened.ends_with("): Decrypted packet.\n")) << opened;
-    for (size_t i = 8; i < packet.size(); ++i) {
-        std::string damaged = packet;
-        damaged[i] = static_cast<char>(damaged[i] ^ 0x10);
-        EXPECT_EQ(0, Read(damaged)) << i;
-        EXPECT_EQ(0, Read(packet.substr(0, i))) << i;
-        EXPECT_EQ(Lines(i > 8 ? 2 : 1, kRefused), LogCapture::Take()) << i;  // the header alone is nothing
-    }
-    // A well-made box of the largest content that is opened, and of one byte more.
-    for (const size_t cbPlain : {8192U, 8193U}) {
-        std::string box(cbPlain + 48, '\0');
-        const std::string plain = Basic() + std::string(cbPlain - 20, '\xA1');
-        crypto_box_seal(reinterpret_cast<unsigned char *>(box.data()),
-                        reinterpret_cast<const unsigned char *>(plain.data()), cbPlain,
-                        QIVENProcessPublicKeyGet());
-        Read(packet.substr(0, 8) + box);
-        EXPECT_EQ(cbPlain > 8192, LogCapture::Take().front() == kRefused) << cbPlain;
-    }
+    LogCapture::Take();
     MakeKeys();
     EXPECT_EQ(0, Read(packet));
-    EXPECT_EQ(Lines{kRefused}, LogCapture::Take());
+    EXPECT_EQ(Lines{"2|packet:# Failed to decrypt packet\n"}, LogCapture::Take());
     QIVENProcessKeyCleanup();
     EXPECT_EQ(0, Read(packet));
     EXPECT_EQ(Lines{"2|packet:# No key to decrypt"}, LogCapture::Take());

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 
 #include "support/interpose.h"
 #include "support/packets.h"
@@ -17,7 +16,6 @@
 namespace {
 
 using Lines = std::vector<std::string>;
-using Pairs = std::map<std::string, std::string>;
 
 constexpr char kList[] = "/tmp/tavoqx.list";
 constexpr char kFinished[] = "/tmp/tavoqx.list.tmp";
@@ -84,43 +82,6 @@ TEST_F(Search, AnswersBecomeLinesOfTheList) {
     EXPECT_STREQ("10.0.0.2", TLIBCSzHashGetValue(hash.pHash, "nas2(10.0.0.2)"));
     EXPECT_STREQ("10.0.0.9", TLIBCSzHashGetValue(hash.pHash, "old(10.0.0.9)"));
     EXPECT_FALSE(std::filesystem::exists(kFinished));
-}
-
-TEST_F(Search, LinesOfTheListBecomePairs) {
-    using namespace std::string_literals;
-    const std::string few = "3|socket/socket_qiven_get2hash:# field number < 5";
-    const std::string zero = "3|socket/socket_qiven_get2hash:# model number == 0";
-    const std::string name(2000, 'n');
-    const Pairs one{{"a(b)", "b"}};
-    const struct {
-        std::string list;
-        Pairs pairs;
-        Lines messages{};
-    } cases[] = {
-        {"", {}, {}},
-        {"7,240,a,b,\n7,239,c,d,\n7,,e,f,\n7,-300,g,h,\n", one, {}},
-        {" \t7,300,a,b,x \v\r\n", one, {}},
-        {"7,300,a,b,x", one, {}},
-        {"-1,300 apples,a,b,x\n", one, {}},
-        {"7,300,,,\n", {{"()", ""}}, {}},
-        {"7,300,a,b\n\n,\n", {}, {few, few, few}},
-        {"0,300,a,b,x\nseven,300,a,b,x\n,300,a,b,x\n", {}, {zero, zero, zero}},
-        {"7,300,a,b,x\0,7,7\n7,300,\0c,d,x\n"s, one, {few}},
-        {"7,300," + name + ",b,x\n", {{name.substr(0, 1023), "b"}}, {}},
-        {"7,300,a,b," + std::string(100'000, 'x') + "\n7,300,c,d,x\n", {{"a(b)", "b"}, {"c(d)", "d"}}, {}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.list.substr(0, 60));
-        Hash hash;
-        TLIBCSzHashSetValue(&hash.pHash, "kept", "k");
-        sandbox::WriteFile(kFinished, c.list);
-        EXPECT_EQ(static_cast<int>(c.pairs.size()) + 1, hash.Read());
-        EXPECT_STREQ("k", TLIBCSzHashGetValue(hash.pHash, "kept"));
-        for (const auto &[key, value] : c.pairs)
-            EXPECT_STREQ(value.c_str(), TLIBCSzHashGetValue(hash.pHash, key.c_str())) << key;
-        EXPECT_EQ(c.messages, interpose::TakeSyslog());
-        EXPECT_FALSE(std::filesystem::exists(kFinished));
-    }
 }
 
 TEST_F(Search, ListsThatAreNone) {
