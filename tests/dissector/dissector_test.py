@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Wireshark's dissector says what "qiven decode" says, of captured and of malformed packets.
 
-Usage: unshare -rn dissector_test.py QIVEN QIVEN.LUA
+Usage: unshare -rn dissector_test.py QIVEN QIVEN.LUA FUZZ/CORPUS
 """
+import glob
 import json
 import os
 import random
@@ -19,20 +20,10 @@ import segment
 from decode_test import pcap, udp
 from segment import answer, packet
 
-QIVEN, LUA = sys.argv[1:3]
+QIVEN, LUA, CORPORA = sys.argv[1:4]
 SEALED, BASIC = bytes.fromhex("12345566") + b"TAVO", [(1, 2), (0xA4, 0)]
-MALFORMED = [
-    b"x", packet([])[:8], b"GET / HTTP/1.0\r\n", SEALED, SEALED + bytes(20), SEALED + bytes(range(200)),
-    packet([]) + b"\0\0", packet([(1, 2)]), packet([(1, 3), (0xA4, 0), (0x20, 1), (0x21, b"")]), packet(BASIC) + b"\x11",
-    packet(BASIC) + b"\x03", packet(BASIC) + b"\x11\x09abc", packet(BASIC) + b"\x03\xff\x11\x02ab", packet(BASIC + [(1, b"")]),
-    packet(BASIC + [(0x48, b"123"), (0x11, bytes(36))]), packet(BASIC + [(0x11, b"a\0b"), (0x5C, b"1234")]),
-    packet(BASIC + [(0x11, b"\x1b[31mred\x07\xff\xc3\n"), (0x7C, b"02:00:00:00:00:01"), (0x7C, b"\x1b02:00"), (0x7C, b"")]),
-    packet(BASIC + [(0xBC, b"e")] * 2 + [(0xBC, b"%d" % i) for i in range(33)]), packet(BASIC + [(0x99, b"u")] * 31 * 2),
-    packet(BASIC + [(0x99, b"u")] * 63), packet(BASIC + [(0xBC, b"a"), (0x99, b""), (0xBC, b"b"), (0x11, b"n"), (0xBC, b"c")]),
-    packet(BASIC + [(0x2A, b"l" * 255)] + [(0x72, b"m" * 255)] * 5 + [(0x72, b"n" * 5), (0x72, b"n")]),
-    packet(BASIC + [(0x4B, b"none"), (0x72, b"alone"), (0xB8, bytes(range(8))), (0x12, bytes([10, 9, 0, 7])), (0x12, b"12")]),
-    packet(BASIC) + bytes([0x11, 0]) * 4500,
-]
+# What was found worth trying of the reader.
+CORPUS = [open(path, "rb").read() for path in sorted(glob.glob(CORPORA + "/packet/*") + glob.glob(CORPORA + "/decode_walk/*"))]
 
 
 def tshark(path, *options):
@@ -104,13 +95,15 @@ class Dissector(unittest.TestCase):
         random.seed(1)
         good = answer(b"n", x2a=b"text", xbc=b"a", x48=7, xb0=bytes(8))
         bent = [bytes(random.choice((b, b, b, b, random.randrange(256))) if i > 7 else b for i, b in enumerate(good)) for _ in range(200)]
-        self.compare(self.write(MALFORMED + bent + [good[:n] for n in range(1, len(good))]))
+        self.compare(self.write(CORPUS + bent + [good[:n] for n in range(1, len(good))]))
         for cut in range(29, 80, 7):
             decoded = self.compare(self.write([good, SEALED + bytes(100)], cut))
             self.assertEqual([of["verdict"] for of in decoded], ["incomplete"] * 2)
 
     def test_what_people_see(self):
-        self.write([MALFORMED[16], MALFORMED[12], MALFORMED[5], answer(b"attic", x7c=b"02:00:00:00:00:01")])
+        hostile = [(0x11, b"\x1b[31mred\x07\xff\xc3\n"), (0x7C, b"02:00:00:00:00:01"), (0x7C, b"\x1b02:00"), (0x7C, b"")]
+        self.write([packet(BASIC + hostile), packet(BASIC) + b"\x03\xff\x11\x02ab", SEALED + bytes(range(200)),
+                    answer(b"attic", x7c=b"02:00:00:00:00:01")])
         for options in ((), ("-V",)):
             self.assertNotRegex(tshark(self.path, *options).decode(), "[\0-\x09\x0b-\x1f\x7f-\x9f]")
         self.assertIn(b"Answer, attic, 10.9.0.7", tshark(self.path))

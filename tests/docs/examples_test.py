@@ -7,7 +7,6 @@ import glob
 import os
 import re
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
@@ -15,6 +14,7 @@ import unittest
 
 SOURCE, BUILD = sys.argv[1:]
 sys.path.insert(0, SOURCE + "/tests/qiven")
+import decode_test  # noqa: E402
 import segment  # noqa: E402
 
 NOT_RUN = {
@@ -41,14 +41,6 @@ def examples(path):
             yield re.sub(r"\s+#.*", "", command), printed or None
 
 
-def capture():
-    """A capture with the query in it."""
-    udp = struct.pack(">4H", 1234, segment.PORT, 8 + len(QUERY), 0) + QUERY
-    ip = struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(udp), 0, 0, 64, 17, 0, b"\x0a\x09\0\1", b"\xff" * 4)
-    frame = b"\xff" * 12 + b"\x08\0" + ip + udp
-    return struct.pack("<IHHIIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1) + struct.pack("<4I", 0, 0, *[len(frame)] * 2) + frame
-
-
 def furnish(folder):
     """The folder that the examples start from: the source tree, what is built, and the files that they name."""
     for entry in os.listdir(SOURCE):
@@ -58,7 +50,7 @@ def furnish(folder):
     os.symlink(BUILD, folder + "/build/release")
     os.symlink(SOURCE + "/examples/search.c", folder + "/search.c")
     with open(folder + "/capture.pcapng", "wb") as file:
-        file.write(capture())
+        file.write(decode_test.pcap(101, decode_test.udp(QUERY)))
     # Installed: the command, the headers and libraries, a configuration.
     os.environ.update(PATH=f"{BUILD}/bin:{os.environ['PATH']}", CPATH=SOURCE + "/include",
                       LIBRARY_PATH=BUILD + "/lib", LD_LIBRARY_PATH=BUILD + "/lib")

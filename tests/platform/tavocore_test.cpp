@@ -122,20 +122,6 @@ TEST_F(Core, HashGrowsAndAListReceivesEveryKey) {
     EXPECT_EQ(nullptr, TLIBCSzListGet(pList, -1));
 }
 
-TEST_F(Core, ListReceivesTheFieldsOfAText) {
-    const std::tuple<const char *, const char *, Strings> rgCase[] = {
-        {"7,nas1,192.168.1.20,", ",", {"7", "nas1", "192.168.1.20", ""}},
-        {"", ",", {""}},
-        {",,a", ",", {"", "", "a"}},
-        {"a, b;c ", ",;", {"a", " b", "c "}},
-    };
-    for (const auto &[szText, szSeparators, rgExpected] : rgCase) {
-        TLIBCSzListRemoveAll(pList);
-        EXPECT_EQ(static_cast<int>(rgExpected.size()), TLIBCStrSep(szText, szSeparators, &pList)) << szText;
-        EXPECT_EQ(rgExpected, Items()) << szText;
-    }
-}
-
 TEST_F(Core, ListAppendsAllFieldsOrNone) {
     EXPECT_EQ(2, TLIBCStrSep("a,b", ",", &pList));
     const std::string strText = g_strLong + "," + g_strLong + ",c";

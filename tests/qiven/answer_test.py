@@ -213,12 +213,8 @@ class Answer(unittest.TestCase):
         table = [("name = 'x'\nmodel = -1", "2: model: must be"), ("model = 4294967296", "1: model: must be"),
                  ("model = 1\n\ncolour = 1", "3: colour: is not"), ("address = '10.0.0.1'", "1: address: is filled"),
                  (f"name = '{'x' * 36}'", "1: name: must be a text of 1 to 35"), ("name = 'a\\", "1: "),
-                 (f"long_text = '{'x' * 1536}'", "1: long_text: must be a text of 1 to 1535"),
-                 (f"field_4a = '{'x' * 256}'", "1: field_4a: must be a text of 1 to 255"),
-                 ('name = "a\\u0000b"', "1: name: must"), ("type = 1", "1: type: must be 2 or 6"),
-                 ("field_bd = [" + "'x'," * 33 + "]", "1: field_bd: "),
-                 (f"field_be = ['{'x' * 64}']", "1: field_be: "), ("services_running = [128]", "1: services_running: "),
-                 ("address_14 = '1.2.3'", "1: address_14: "), ("name = 'x'", " model: is missing"),
+                 ("type = 1", "1: type: must be 2 or 6"), ("services_running = [128]", "1: services_running: "),
+                 ("name = 'x'", " model: is missing"),
                  ("model = 1\n" + "".join(f"field_b{c} = [" + "'x'," * 32 + "]\n" for c in "cd"),
                   " a packet carries 64 fields at most")]
         for text, message in table:
