@@ -4,7 +4,6 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -54,20 +53,6 @@ std::string ReadAll(int fd) {
     for (ssize_t cb = 0; (cb = read(fd, chunk.data(), chunk.size())) > 0;)
         text.append(chunk.data(), static_cast<size_t>(cb));
     return text;
-}
-
-[[noreturn]] void Work(const Host &host, int fdOutput, const std::function<std::string()> &work) {
-    constexpr unsigned kSecondsMax = 60;
-    alarm(kSecondsMax);
-    try {
-        Demand(setns(host.fdNet, CLONE_NEWNET) == 0 && unshare(CLONE_NEWNS) == 0, "enter host");
-        MountSys();
-        const std::string text = work();
-        _exit(write(fdOutput, text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
-    } catch (const std::exception &e) {
-        fprintf(stderr, "in a host: %s\n", e.what());
-        _exit(1);
-    }
 }
 
 // The mounts as they were, but private: what every machine begins with. Returns their namespace.
@@ -134,49 +119,6 @@ void AddEthernet(const std::string &name, const std::string &mac, const std::str
         " type ifb");
     if (!address.empty()) Run("ip address add " + address + " dev " + name);
     Run("ip link set " + name + " up");
-}
-
-Host AddHost() {
-    const int fdHere = OpenOwn("net");
-    Demand(unshare(CLONE_NEWNET) == 0, "unshare");
-    const Host host{OpenOwn("net")};
-    Run("ip link set lo up");
-    Demand(setns(fdHere, CLONE_NEWNET) == 0, "leave host");
-    close(fdHere);
-    return host;
-}
-
-void Connect(const Host &host, const std::string &bridge, const std::string &name, const std::string &mac,
-             const std::string &address) {
-    static int nPort = 0;
-    const std::string port = "port" + std::to_string(nPort++);
-    const std::string net = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(host.fdNet);
-    Run("[ -e /sys/class/net/" + bridge + " ] || ip link add " + bridge + " up type bridge");
-    Run("ip link add " + port + " up master " + bridge + " type veth peer name " + name + " address " + mac +
-        " netns " + net);
-    Finish(Start(host, [&] {
-        return Run("ip link set " + name + " up" +
-                   (address.empty() ? "" : "; ip address add " + address + " dev " + name));
-    }));
-}
-
-Process Start(const Host &host, const std::function<std::string()> &work) {
-    std::array<int, 2> ends{};
-    Demand(pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
-    const pid_t pid = fork();
-    Demand(pid != -1, "fork");
-    if (pid == 0) Work(host, ends[1], work);
-    close(ends[1]);
-    return {pid, ends[0]};
-}
-
-std::string Finish(const Process &process) {
-    std::string text = ReadAll(process.fdOutput);
-    close(process.fdOutput);
-    int status = 0;
-    Demand(waitpid(process.pid, &status, 0) == process.pid, "wait");
-    if (status != 0) Fail("a process in a host failed (status " + std::to_string(status) + ")");
-    return text;
 }
 
 }  // namespace sandbox

@@ -5,9 +5,6 @@
 // std::runtime_error, which ends the test as failed: a machine that allows no namespaces proves nothing.
 #pragma once
 
-#include <sys/types.h>
-
-#include <functional>
 #include <string>
 
 namespace sandbox {
@@ -29,24 +26,5 @@ std::string ReadFile(const std::string &path);
 // Adds an Ethernet device that is up, has a carrier and swallows what is sent by it. The address is what
 // "ip address add" takes ("10.0.0.1/24 brd +"); without one the device has none.
 void AddEthernet(const std::string &name, const std::string &mac, const std::string &address = "");
-
-// A host beside the test: a network of its own, which lasts as long as the test's process; files are shared.
-struct Host {
-    int fdNet;
-};
-Host AddHost();
-
-// Connects a host to a segment, a bridge in the test's own network that is made when it is missing.
-void Connect(const Host &host, const std::string &bridge, const std::string &name, const std::string &mac,
-             const std::string &address = "");
-
-// Code that runs inside a host, in a process of its own that lives for a minute at most.
-struct Process {
-    pid_t pid;
-    int fdOutput;
-};
-Process Start(const Host &host, const std::function<std::string()> &work);
-// Waits for the end of the process and returns what its code did. Throws when it did not end well.
-std::string Finish(const Process &process);
 
 }  // namespace sandbox

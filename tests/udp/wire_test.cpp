@@ -46,24 +46,17 @@ void AddTwoCards() {
 }
 
 TEST(Wire, AQueryLeavesByEachActiveInterfaceAndOnceUnbound) {
-    sandbox::Enter();
-    sandbox::PrivateDir("/etc");
-    const sandbox::Host host = sandbox::AddHost();
-    sandbox::Connect(host, "segment", "eth0", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
-    sandbox::Connect(host, "segment", "eth1", "02:00:00:00:00:02", "10.0.1.1/24 brd +");
-    sandbox::Connect(host, "segment", "eth2", "02:00:00:00:00:03");
-    const Capture capture("segment");
-    const std::string key = sandbox::Finish(sandbox::Start(host, [] {
-        sandbox::Run("ip route add default via 10.0.0.254");
-        QIVENProcessKeyInit();
-        Request request;
-        EXPECT_EQ(0, request.Send(QIVEN_PKT_QUERY));
-        EXPECT_EQ(0, request.Send(QIVEN_PKT_QUERY));
-        const QIVEN_SEND &send = request.send;
-        const std::vector<uint32_t> listed(send.rgPktID, send.rgPktID + send.nPktID);
-        EXPECT_EQ((std::vector<uint32_t>{0x01, 0xA4, 0x7C, 0xC4, 0xC5}), listed);
-        return testing::Test::HasFailure() ? "" : OwnKey() + std::to_string(QIVENProcessGetID());
-    }));
+    AddTwoCards();
+    sandbox::AddEthernet("eth2", "02:00:00:00:00:03");
+    sandbox::Run("ip route add default via 10.0.0.254");
+    ASSERT_EQ(0, QIVENProcessKeyInit());
+    const Capture capture;
+    Request request;
+    EXPECT_EQ(0, request.Send(QIVEN_PKT_QUERY));
+    EXPECT_EQ(0, request.Send(QIVEN_PKT_QUERY));
+    const QIVEN_SEND &send = request.send;
+    EXPECT_EQ((std::vector<uint32_t>{0x01, 0xA4, 0x7C, 0xC4, 0xC5}),
+              std::vector<uint32_t>(send.rgPktID, send.rgPktID + send.nPktID));
     const std::vector<Datagram> seen = capture.Take();
     ASSERT_EQ(6U, seen.size());
     for (size_t i = 0; i < seen.size(); ++i) {
@@ -73,9 +66,11 @@ TEST(Wire, AQueryLeavesByEachActiveInterfaceAndOnceUnbound) {
         EXPECT_EQ(blUnbound, seen[i].iPort != QIVEN_SOURCE_PORT);
         EXPECT_EQ(kEverybody, seen[i].to);
         EXPECT_STREQ(i % 3 == 0 ? "02:00:00:00:00:01" : "02:00:00:00:00:02", record.szMacAddr);
-        EXPECT_EQ(key, record.szPubKeyHex + std::to_string(record.ulProcessID));
+        EXPECT_EQ(OwnKey(), record.szPubKeyHex);
+        EXPECT_EQ(QIVENProcessGetID(), record.ulProcessID);
         EXPECT_TRUE(!blUnbound || seen[i].payload == seen[i - 1].payload);
     }
+    QIVENProcessKeyCleanup();
 }
 
 TEST(Wire, ASealedAnswerOpensForItsAskerOnly) {
