@@ -109,13 +109,6 @@ TEST_F(Iface, TheMachinesServerIsResetFirst) {
 
 TEST_F(Iface, AddressesOfOneDevice) {
     QIVEN_NETIF netIf{};
-    strcpy(netIf.szIfName, "nosuch");
-    netIf.blActive = 1;
-    const QIVEN_NETIF before = netIf;
-    EXPECT_EQ(-1, QIVENIfaceGetNetSetting(m_log.Record(), &netIf));
-    EXPECT_EQ(BytesOf(before), BytesOf(netIf));
-    EXPECT_EQ(Lines{"1|iface:# ioctl SIOCGIFHWADDR nosuch error:(19)"}, m_log.Take());
-
     sandbox::AddEthernet("longestname1234", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
     strcpy(netIf.szIfName, "longestname1234, of which the kernel sees 15 characters");
     netIf.blActive = 0;

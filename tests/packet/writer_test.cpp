@@ -94,16 +94,6 @@ TEST_F(PacketWriter, TheSameBytesOnEveryMachine) {
                                "\xBB\4\3\0\0\0\x11\3nas\xBC\3one\xBC\5three"s;
     List({0x01, 0xA4, 0x48, 0xB0, 0x12, 0xBB, 0x11, 0xBC});
     EXPECT_EQ(packet, Write());
-    nasinfo back;
-    EXPECT_EQ(static_cast<int>(packet.size()) - 8,
-              QIVENPacketRead(m_pLog, reinterpret_cast<const unsigned char *>(packet.data()),
-                              static_cast<int>(packet.size()), &back));
-    EXPECT_EQ(m_record.ulFieldA4, back.ulFieldA4);
-    EXPECT_EQ(m_record.ulModel, back.ulModel);
-    EXPECT_EQ(m_record.ullServSupp0, back.ullServSupp0);
-    EXPECT_EQ(m_record.ulIP, back.ulIP);
-    // Elements without a text do not travel.
-    EXPECT_STREQ("three", back.rgszFieldBC[1]);
 }
 
 TEST_F(PacketWriter, GrowsTheBufferToThePacketAndNotOver8192Bytes) {

@@ -132,15 +132,6 @@ TEST_F(Server, OneDatagramPerPassGoesThroughFilterLockAndHandler) {
     EXPECT_EQ(3, std::count(messages.begin(), messages.end(), "1|udp:# PacketRead Error! ret=[0]\n"));
 }
 
-TEST_F(Server, EveryCallbackMayBeNull) {
-    m_recv = {};
-    interpose::clock.fnOnWait = [] {
-        if (interpose::clock.nWaits == 1) SendTo(Named(2, "nas1"));
-    };
-    EXPECT_EQ(0, Listen(1));
-    EXPECT_EQ(Lines{}, m_log.Take());
-}
-
 TEST_F(Server, DescriptorsAbove1024AreWaitedOn) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
