@@ -81,15 +81,18 @@ struct WriteCursor {
         return pValue != nullptr && CopyBytes<false>(pValue, rgbValue.data(), rgbValue.size());
     }
 
-    // Puts the text of a slot; puts nothing when it is no text of a field or does not fit.
-    bool PutSlot(unsigned int ulPktId, const unsigned char *pSlot, size_t cbSlot) {
+    // Puts the text of a slot of cbSlot bytes, which may be looked at with what follows it in the record;
+    // puts nothing when it is no text of a field or does not fit. Behind it, the room holds anything
+    // afterwards.
+    bool PutSlot(unsigned int ulPktId, Bytes rgbSlotOn, size_t cbSlot) {
         constexpr size_t kTextMax = 255;
-        const bool blSurelyFits = cbSlot <= kTextMax + 1 && cbSlot + 2 <= rgbRoom.size();
-        if (!blSurelyFits || pSlot[cbSlot - 1] != '\0') {
-            const size_t cbText = strnlen(reinterpret_cast<const char *>(pSlot), cbSlot);
-            return cbText < cbSlot && cbText <= kTextMax && PutField(ulPktId, {pSlot, cbText});
-        }
-        return BeginField(ulPktId, CopySlot(rgbRoom.data() + 2, pSlot, cbSlot)) != nullptr;
+        const unsigned char *pSlot = rgbSlotOn.data();
+        const bool blBlocks =
+            WholeBlocks(cbSlot) <= rgbSlotOn.size() && WholeBlocks(cbSlot) + 2 <= rgbRoom.size();
+        const size_t cbText = blBlocks ? CopySlot(rgbRoom.data() + 2, pSlot, cbSlot)
+                                       : strnlen(reinterpret_cast<const char *>(pSlot), cbSlot);
+        if (cbText >= cbSlot || cbText > kTextMax) return false;
+        return blBlocks ? BeginField(ulPktId, cbText) != nullptr : PutField(ulPktId, {pSlot, cbText});
     }
 
     // Steps over bytes that somebody else has put at the front of the room.

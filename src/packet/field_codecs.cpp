@@ -35,11 +35,12 @@ int WriteElements(WriteCursor cursor, unsigned int PktId, const unsigned char *p
     const size_t cbRoom = cursor.rgbRoom.size();
     for (uint32_t i = 0; i < nElements; ++i) {
         const unsigned char *pElement = pElements + size_t{i} * cbElement;
-        if (*pElement == '\0' || cursor.PutSlot(PktId, pElement, cbElement)) continue;
         const size_t cbText = strnlen(reinterpret_cast<const char *>(pElement), cbElement);
         // Without its NUL inside the width, the element would be refused by every reader, and the packet with
         // it.
-        return cbText == cbElement ? -1 : Shortfall(cursor.rgbRoom.size(), cbText);
+        if (cbText == cbElement) return -1;
+        if (cbText > 0 && !cursor.PutField(PktId, TextBytes(pElement, cbText)))
+            return Shortfall(cursor.rgbRoom.size(), cbText);
     }
     return static_cast<int>(cbRoom - cursor.rgbRoom.size());
 }

@@ -24,26 +24,40 @@ constexpr Word NulBytes(Word word) {
     return static_cast<Word>((word - kOnes) & ~word & (kOnes << 7));
 }
 
-inline bool HasNul(unsigned char bValue) {
-    return bValue == 0;
-}
-inline bool HasNul(uint32_t ulValue) {
-    return NulBytes(ulValue) != 0;
-}
-inline bool HasNul(uint64_t ullValue) {
-    return NulBytes(ullValue) != 0;
-}
-inline bool HasNul(Lanes lanes) {
-    const auto rgNul = reinterpret_cast<uint64_t __attribute__((vector_size(16)))>(lanes == 0);
-    return (rgNul[0] | rgNul[1]) != 0;
+template <class Word>
+constexpr bool HasNul(Word first, Word second) {
+    return (NulBytes(first) | NulBytes(second)) != 0;
 }
 
-inline bool HasNul(const Block &block) {
-    // The smaller of two bytes is 0 when either is.
+// Of each two bytes the smaller one, which is 0 when either is.
+inline Lanes Smaller(Lanes first, Lanes second) {
     using Bytes16 = unsigned char __attribute__((vector_size(16)));
-    const auto rgLow = reinterpret_cast<Bytes16>(block.low);
-    const auto rgHigh = reinterpret_cast<Bytes16>(block.high);
-    return HasNul(reinterpret_cast<Lanes>(rgLow < rgHigh ? rgLow : rgHigh));
+    const auto rgFirst = reinterpret_cast<Bytes16>(first);
+    const auto rgSecond = reinterpret_cast<Bytes16>(second);
+    return reinterpret_cast<Lanes>(rgFirst < rgSecond ? rgFirst : rgSecond);
+}
+
+// One bit for every byte that is 0, the first byte's lowest.
+inline uint32_t NulBits(Lanes lanes) {
+    const auto rgNul = lanes == 0;
+#ifdef __SSE2__
+    return static_cast<uint32_t>(__builtin_ia32_pmovmskb128(reinterpret_cast<Lanes>(rgNul)));
+#else
+    uint32_t ulBits = 0;
+    for (unsigned i = 0; i < sizeof lanes; ++i)
+        ulBits |= (rgNul[i] & 1U) << i;
+    return ulBits;
+#endif
+}
+inline uint32_t NulBits(const Block &block) {
+    return NulBits(block.low) | NulBits(block.high) << sizeof(Lanes);
+}
+
+inline bool HasNul(Lanes first, Lanes second) {
+    return NulBits(Smaller(first, second)) != 0;
+}
+inline bool HasNul(const Block &first, const Block &second) {
+    return HasNul(Smaller(first.low, first.high), Smaller(second.low, second.high));
 }
 
 template <class Unit>
@@ -68,32 +82,33 @@ inline void Store<Block>(void *pTo, const Block &block) {
     Store(static_cast<unsigned char *>(pTo) + sizeof(Lanes), block.high);
 }
 
+// Copies two units, of which the second one may overlap the first. Copies nothing, if asked to, when there is
+// a NUL in them, and answers false.
 template <class Unit, bool kStopAtNul>
-inline bool CopyUnit(unsigned char *pTo, const unsigned char *pFrom) {
-    const auto unit = Load<Unit>(pFrom);
-    if (kStopAtNul && HasNul(unit)) return false;
-    Store(pTo, unit);
+inline bool CopyPair(unsigned char *pTo, const unsigned char *pFrom, size_t atSecond) {
+    const auto first = Load<Unit>(pFrom);
+    const auto second = Load<Unit>(pFrom + atSecond);
+    if (kStopAtNul && HasNul(first, second)) return false;
+    Store(pTo, first);
+    Store(pTo + atSecond, second);
     return true;
 }
 
-// Copies unit by unit; the last one overlaps the one before, so that nothing outside the text is touched.
-// Stops, if asked to, with false in front of the first unit that holds a NUL.
-template <class Unit, bool kStopAtNul>
-inline bool CopyUnits(unsigned char *pTo, const unsigned char *pFrom, size_t cb) {
-    const size_t atLast = cb - sizeof(Unit);
-    for (size_t at = 0; at < atLast; at += sizeof(Unit)) {
-        if (!CopyUnit<Unit, kStopAtNul>(pTo + at, pFrom + at)) return false;
-    }
-    return CopyUnit<Unit, kStopAtNul>(pTo + atLast, pFrom + atLast);
-}
-
+// Copies pair by pair; the last one overlaps the one before, so that nothing outside the text is touched.
+// Stops, if asked to, with false in front of the first pair that holds a NUL.
 template <bool kStopAtNul>
 inline bool CopyBytes(unsigned char *pTo, const unsigned char *pFrom, size_t cb) {
-    if (cb >= sizeof(Block)) return CopyUnits<Block, kStopAtNul>(pTo, pFrom, cb);
-    if (cb >= sizeof(Lanes)) return CopyUnits<Lanes, kStopAtNul>(pTo, pFrom, cb);
-    if (cb >= sizeof(uint64_t)) return CopyUnits<uint64_t, kStopAtNul>(pTo, pFrom, cb);
-    if (cb >= sizeof(uint32_t)) return CopyUnits<uint32_t, kStopAtNul>(pTo, pFrom, cb);
-    return cb == 0 || CopyUnits<unsigned char, kStopAtNul>(pTo, pFrom, cb);
+    for (; cb > 2 * sizeof(Block); cb -= 2 * sizeof(Block)) {
+        if (!CopyPair<Block, kStopAtNul>(pTo, pFrom, sizeof(Block))) return false;
+        pTo += 2 * sizeof(Block);
+        pFrom += 2 * sizeof(Block);
+    }
+    if (cb >= sizeof(Block)) return CopyPair<Block, kStopAtNul>(pTo, pFrom, cb - sizeof(Block));
+    if (cb >= sizeof(Lanes)) return CopyPair<Lanes, kStopAtNul>(pTo, pFrom, cb - sizeof(Lanes));
+    if (cb >= sizeof(uint64_t)) return CopyPair<uint64_t, kStopAtNul>(pTo, pFrom, cb - sizeof(uint64_t));
+    if (cb >= sizeof(uint32_t)) return CopyPair<uint32_t, kStopAtNul>(pTo, pFrom, cb - sizeof(uint32_t));
+    if (cb >= sizeof(uint16_t)) return CopyPair<uint16_t, kStopAtNul>(pTo, pFrom, cb - sizeof(uint16_t));
+    return cb == 0 || CopyPair<unsigned char, kStopAtNul>(pTo, pFrom, 0);
 }
 
 // Copies a text of cb bytes up to a NUL among them, and terminates it. Returns its length.
@@ -106,30 +121,21 @@ inline size_t CopyText(unsigned char *pTo, const unsigned char *pFrom, size_t cb
     return cb;
 }
 
-// Copies the text of a slot whose last byte is a NUL, and nothing else. Returns its length. Not inlined: the
-// loops around it are faster with the registers for themselves.
-[[gnu::noinline]] inline size_t CopySlot(unsigned char *pTo, const unsigned char *pSlot, size_t cbSlot) {
-    size_t at = 0;
-    while (at + sizeof(Block) <= cbSlot && CopyUnit<Block, true>(pTo + at, pSlot + at))
-        at += sizeof(Block);
-    for (; at + sizeof(uint64_t) <= cbSlot; at += sizeof(uint64_t)) {
-        const auto ullWord = Load<uint64_t>(pSlot + at);
-        const uint64_t ullNul = NulBytes(le64toh(ullWord));
-        if (ullNul == 0) {
-            Store(pTo + at, ullWord);
-            continue;
-        }
-        // Less than a word is left: with a word in front of it, one that overlaps.
-        const size_t cbText = at + static_cast<size_t>(std::countr_zero(ullNul)) / 8;
-        if (at == 0)
-            CopyBytes<false>(pTo, pSlot, cbText);
-        else
-            CopyUnit<uint64_t, false>(pTo + cbText - sizeof(uint64_t), pSlot + cbText - sizeof(uint64_t));
-        return cbText;
+// How far CopySlot reads in a slot and writes in its place.
+constexpr size_t WholeBlocks(size_t cbSlot) {
+    return (cbSlot + sizeof(Block) - 1) / sizeof(Block) * sizeof(Block);
+}
+
+// Copies the text of a slot, and with its end whatever else is in the same block. Returns its length: cbSlot
+// or more when it has no end.
+inline size_t CopySlot(unsigned char *pTo, const unsigned char *pSlot, size_t cbSlot) {
+    for (size_t at = 0; at < cbSlot; at += sizeof(Block)) {
+        const auto block = Load<Block>(pSlot + at);
+        Store(pTo + at, block);
+        const uint32_t ulNul = NulBits(block);
+        if (ulNul != 0) return at + static_cast<size_t>(std::countr_zero(ulNul));
     }
-    for (; pSlot[at] != '\0'; ++at)
-        pTo[at] = pSlot[at];
-    return at;
+    return cbSlot;
 }
 
 }  // namespace qiven::packet

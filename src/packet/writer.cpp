@@ -47,24 +47,43 @@ bool PutInteger(WriteCursor &cursor, uint32_t ulPktId, const unsigned char *pSlo
     return pValue != nullptr && StoreInteger({pSlot, sizeof(Integer)}, pValue, sizeof(Integer), iEndian);
 }
 
-// Writes the text or integer of a field in the ordinary case: it is as it should be, and there is room.
+// The record from a slot on.
+Bytes From(const nasinfo &record, size_t cbOffset) {
+    return {Slot(record, static_cast<uint32_t>(cbOffset)), sizeof record - cbOffset};
+}
+
+bool PutArray(WriteCursor &cursor, uint32_t ulPktId, const nasinfo &record, const FieldEntry &field) {
+    WriteCursor filled = cursor;
+    Bytes rgbElementOn = From(record, field.cbOffset);
+    for (uint32_t n = std::min<uint32_t>(record.ulArrayCount, QIVEN_ARRAY_MAX); n > 0; --n) {
+        if (rgbElementOn[0] != '\0' && !filled.PutSlot(ulPktId, rgbElementOn, field.cbField)) return false;
+        rgbElementOn = rgbElementOn.subspan(field.cbField);
+    }
+    const bool blAny = RoomOf(filled) < RoomOf(cursor);
+    cursor = filled;
+    return blAny;
+}
+
+// Writes a field in the ordinary case: it is as it should be, and there is room.
 bool WriteOrdinary(WriteCursor &cursor, uint32_t ulPktId, const nasinfo &record) {
     if (ulPktId >= PKT_ID_MAX) return false;
     const FieldEntry &field = rgFieldEntries[ulPktId];
-    const unsigned char *pSlot = Slot(record, field.cbOffset);
     if (field.bType == FIELD_INTEGER) {
+        const unsigned char *pSlot = Slot(record, field.cbOffset);
         return field.cbField == sizeof(uint32_t)
                    ? PutInteger<uint32_t>(cursor, ulPktId, pSlot, field.bEndian)
                    : PutInteger<uint64_t>(cursor, ulPktId, pSlot, field.bEndian);
     }
-    return field.bType == FIELD_STRING && cursor.PutSlot(ulPktId, pSlot, field.cbField);
+    if (field.bType == FIELD_ARRAY) return PutArray(cursor, ulPktId, record, field);
+    return field.bType == FIELD_STRING &&
+           cursor.PutSlot(ulPktId, From(record, field.cbOffset), field.cbField);
 }
 
 bool WriteField(const QIVEN_LOG *pLog, WriteCursor &cursor, uint32_t ulPktId, const nasinfo &record) {
     if (WriteOrdinary(cursor, ulPktId, record)) return true;
     const QIVEN_FIELD_ATTRIB *pAttrib = FindField(ulPktId);
     if (pAttrib == nullptr) Error(pLog, kRoom, "unknown PKT-ID: [0x%X]\n", ulPktId);
-    // Arrays, and whatever cannot be written: the codec knows what there is to say about it.
+    // What is not ordinary: the codec knows what there is to say about it.
     int cbWritten = 0;
     if (pAttrib != nullptr && pAttrib->ulType < QIVEN_PARSER_COUNT) {
         const int dstEndian =
