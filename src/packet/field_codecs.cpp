@@ -22,7 +22,7 @@ Bytes TextBytes(const void *szText, size_t cbText) {
 }
 
 WriteCursor Room(unsigned char *szPKTOutput, int cbPKTOutput) {
-    return {{szPKTOutput, static_cast<size_t>(cbPKTOutput)}};
+    return WriteCursor({szPKTOutput, static_cast<size_t>(cbPKTOutput)});
 }
 
 bool IsIntegerWidth(unsigned int cb) {
@@ -32,7 +32,7 @@ bool IsIntegerWidth(unsigned int cb) {
 int WriteElements(WriteCursor cursor, unsigned int PktId, const unsigned char *pElements,
                   unsigned int cbElement, uint32_t nElements) {
     if (cbElement == 0) return 0;
-    const size_t cbRoom = cursor.rgbRoom.size();
+    const size_t cbRoom = cursor.Left();
     for (uint32_t i = 0; i < nElements; ++i) {
         const unsigned char *pElement = pElements + size_t{i} * cbElement;
         const size_t cbText = strnlen(reinterpret_cast<const char *>(pElement), cbElement);
@@ -40,9 +40,9 @@ int WriteElements(WriteCursor cursor, unsigned int PktId, const unsigned char *p
         // it.
         if (cbText == cbElement) return -1;
         if (cbText > 0 && !cursor.PutField(PktId, TextBytes(pElement, cbText)))
-            return Shortfall(cursor.rgbRoom.size(), cbText);
+            return Shortfall(cursor.Left(), cbText);
     }
-    return static_cast<int>(cbRoom - cursor.rgbRoom.size());
+    return static_cast<int>(cbRoom - cursor.Left());
 }
 
 // The codec table calls every function through one shape; these three take fewer arguments.
@@ -132,7 +132,7 @@ int QIVENPacketWriteString(const QIVEN_LOG *pLog, unsigned char *szPKTOutput, in
     if (!Check(pLog, kRoom, 255 >= cbFieldInput, "255 >= cbFieldInput")) return 0;
     WriteCursor cursor = Room(szPKTOutput, cbPKTOutput);
     if (!cursor.PutField(PktId, TextBytes(szFieldInput, cbFieldInput))) {
-        return Shortfall(cursor.rgbRoom.size(), cbFieldInput);
+        return Shortfall(cursor.Left(), cbFieldInput);
     }
     return static_cast<int>(cbFieldInput) + 2;
 }
@@ -158,8 +158,7 @@ int QIVENPacketWriteInteger(const QIVEN_LOG *pLog, unsigned char *szPKTOutput, i
     const int iMode = dstEndian == QIVENPKT_KEEP_ENDIAN ? QIVENPKT_KEEP_ENDIAN : QIVENPKT_HOST_ENDIAN;
     StoreInteger(TextBytes(pulFieldInput, cbFieldInput), rgbValue, cbFieldInput, iMode);
     WriteCursor cursor = Room(szPKTOutput, cbPKTOutput);
-    if (!cursor.PutField(PktId, {rgbValue, cbFieldInput}))
-        return Shortfall(cursor.rgbRoom.size(), cbFieldInput);
+    if (!cursor.PutField(PktId, {rgbValue, cbFieldInput})) return Shortfall(cursor.Left(), cbFieldInput);
     return static_cast<int>(cbFieldInput) + 2;
 }
 

@@ -95,7 +95,7 @@ int QIVENPacketWriteEncrypted(const QIVEN_LOG *pLog, char **pszPKTOutput, int *p
         Error(pLog, kRoom, "FAILED to encrypt\n");
         return 0;
     }
-    WriteCursor cursor{{szBuffer, static_cast<size_t>(cbNeeded)}};
+    WriteCursor cursor({szBuffer, static_cast<size_t>(cbNeeded)});
     cursor.Put(stQIVENHeaderEncrypted);
     cursor.Put({rgbBox, static_cast<size_t>(cbPlain + kSealOverhead)});
     return cbNeeded;

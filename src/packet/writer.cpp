@@ -20,7 +20,7 @@ namespace {
 constexpr size_t kChunkMax = 255;
 
 int RoomOf(const WriteCursor &cursor) {
-    return static_cast<int>(cursor.rgbRoom.size());
+    return static_cast<int>(cursor.Left());
 }
 
 bool WriteLongText(const QIVEN_LOG *pLog, WriteCursor &cursor, const nasinfo &record) {
@@ -88,8 +88,8 @@ bool WriteField(const QIVEN_LOG *pLog, WriteCursor &cursor, uint32_t ulPktId, co
     if (pAttrib != nullptr && pAttrib->ulType < QIVEN_PARSER_COUNT) {
         const int dstEndian =
             pAttrib->ulEndian == QIVENPKT_KEEP_ENDIAN ? QIVENPKT_KEEP_ENDIAN : QIVENPKT_LITTLE_ENDIAN;
-        cbWritten = grgfieldParsers[pAttrib->ulType].pfnWrite(pLog, cursor.rgbRoom.data(), RoomOf(cursor),
-                                                              ulPktId, Slot(record, pAttrib->ulOffset),
+        cbWritten = grgfieldParsers[pAttrib->ulType].pfnWrite(pLog, cursor.pAt, RoomOf(cursor), ulPktId,
+                                                              Slot(record, pAttrib->ulOffset),
                                                               pAttrib->cbField, dstEndian, &record);
     }
     if (cbWritten < 1) {
@@ -125,7 +125,7 @@ int QIVENPacketWrite(const QIVEN_LOG *pLog, unsigned char **pszPKTOutput, int *p
 
     // Not cleared: only what the cursor has passed leaves this buffer.
     unsigned char rgbPacket[QIVEN_PACKET_MAX];
-    WriteCursor cursor{rgbPacket};
+    WriteCursor cursor(rgbPacket);
     cursor.Put(stQIVENHeader);
     for (int32_t i = 0; i < pqivenSend->nPktID; ++i) {
         if (!WriteListed(pLog, cursor, pqivenSend->rgPktID[i], *pqivenSend->pnasInfo)) return 0;
