@@ -68,30 +68,33 @@ bool TakeInteger(ReadCursor &cursor, unsigned char *pSlot, int iEndian) {
            StoreInteger({pValue, sizeof(Integer)}, pSlot, sizeof(Integer), iEndian);
 }
 
-bool StoreKnown(Walk &walk, const FieldEntry &field, unsigned char *pSlot) {
-    if (field.bType == FIELD_INTEGER &&
-        (field.cbField == sizeof(uint32_t) ? TakeInteger<uint32_t>(walk.cursor, pSlot, field.bEndian)
-                                           : TakeInteger<uint64_t>(walk.cursor, pSlot, field.bEndian)))
-        return true;
-    Bytes rgbValue;
-    if (!TakeKnownValue(walk, rgbValue)) return false;
-    return field.bType == FIELD_INTEGER ? StoreInteger(rgbValue, pSlot, field.cbField, field.bEndian)
-                                        : StoreText(rgbValue, pSlot, field.cbField);
+bool ReadInteger(Walk &walk, const FieldEntry &field, unsigned char bPktId, unsigned char *pSlot) {
+    walk.ulArrayRun = 0;
+    const unsigned char *pValue = walk.cursor.pAt + 1;
+    const bool blTaken = field.cbField == sizeof(uint32_t)
+                             ? TakeInteger<uint32_t>(walk.cursor, pSlot, field.bEndian)
+                             : TakeInteger<uint64_t>(walk.cursor, pSlot, field.bEndian);
+    if (!blTaken) {
+        // Either empty, or not to be accepted.
+        Bytes rgbValue;
+        return TakeKnownValue(walk, rgbValue) && rgbValue.empty();
+    }
+    if (bPktId == kPktTypeId) walk.pPktType = pValue;
+    return true;
 }
 
 bool ReadKnown(Walk &walk, const FieldEntry &field, unsigned char bPktId) {
+    walk.ulMarks |= field.bMarks;
     unsigned char *pSlot = Slot(walk.record, field.cbOffset);
+    if (field.bType == FIELD_INTEGER) return ReadInteger(walk, field, bPktId, pSlot);
     if (field.bType == FIELD_ARRAY) {
         if (!NextElement(walk, bPktId)) return false;
         pSlot += size_t{field.cbField} * walk.nElement;
     } else {
         walk.ulArrayRun = 0;
     }
-    const unsigned char *pValue = walk.cursor.pAt + 1;
-    if (!StoreKnown(walk, field, pSlot)) return false;
-    walk.ulMarks |= field.bMarks;
-    if (bPktId == kPktTypeId && walk.cursor.pAt != pValue) walk.pPktType = pValue;
-    return true;
+    Bytes rgbValue;
+    return TakeKnownValue(walk, rgbValue) && StoreText(rgbValue, pSlot, field.cbField);
 }
 
 bool ReadContinuation(Walk &walk) {
