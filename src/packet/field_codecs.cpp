@@ -90,7 +90,8 @@ int QIVENPacketReadString(const QIVEN_LOG *pLog, const unsigned char *szPKTInput
     Bytes rgbValue;
     if (!cursor.TakeValue(rgbValue)) return 0;
     char *szSlot = static_cast<char *>(szFieldOutput) + size_t{cbFieldOutput} * nIndex;
-    return StoreText(rgbValue, szSlot, cbFieldOutput) ? static_cast<int>(rgbValue.size()) + 1 : 0;
+    size_t cbText = 0;
+    return StoreText(rgbValue, szSlot, cbFieldOutput, cbText) ? static_cast<int>(rgbValue.size()) + 1 : 0;
 }
 
 int QIVENPacketReadArray(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int cbPKTInput,

@@ -13,11 +13,11 @@
 namespace qiven::packet {
 
 // Stores a text, up to a NUL inside the value, and terminates it. An empty value leaves the slot as it is.
-// False when text and NUL have no room.
-inline bool StoreText(Bytes rgbValue, void *pSlot, size_t cbSlot) {
+// False when text and NUL have no room. cbText becomes the length of what it stores.
+inline bool StoreText(Bytes rgbValue, void *pSlot, size_t cbSlot, size_t &cbText) {
     if (rgbValue.empty()) return true;
     if (rgbValue.size() >= cbSlot) return false;
-    CopyText(static_cast<unsigned char *>(pSlot), rgbValue.data(), rgbValue.size());
+    cbText = CopyText(static_cast<unsigned char *>(pSlot), rgbValue.data(), rgbValue.size());
     return true;
 }
 

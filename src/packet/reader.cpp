@@ -32,7 +32,7 @@ struct Walk {
     uint32_t ulMarks = 0;     // of the fields read
     uint32_t ulArrayRun = 0;  // identifier of the array being filled, 0 for none
     uint32_t nElement = 0;    // its current element
-    size_t cbLongText = 0;    // as far as it is known: see kMarkLongText
+    size_t cbLongText = 0;
     // The packet type's bytes, or null for 0. Asking the record, which has only just been cleared, would wait
     // until the clearing has reached the cache.
     const unsigned char *pPktType = nullptr;
@@ -94,20 +94,19 @@ bool ReadKnown(Walk &walk, const FieldEntry &field, unsigned char bPktId) {
         walk.ulArrayRun = 0;
     }
     Bytes rgbValue;
-    return TakeKnownValue(walk, rgbValue) && StoreText(rgbValue, pSlot, field.cbField);
+    size_t cbText = walk.cbLongText;
+    if (!TakeKnownValue(walk, rgbValue) || !StoreText(rgbValue, pSlot, field.cbField, cbText)) return false;
+    if ((field.bMarks & kMarkLongText) != 0) walk.cbLongText = cbText;
+    return true;
 }
 
 bool ReadContinuation(Walk &walk) {
     Bytes rgbValue;
     if (!TakeKnownValue(walk, rgbValue)) return false;
-    char *szText = walk.record.szLongText;
-    if ((walk.ulMarks & kMarkLongText) != 0) {
-        walk.cbLongText = strnlen(szText, kLongTextCapacity);
-        walk.ulMarks &= ~uint32_t{kMarkLongText};
-    }
-    if (walk.cbLongText + rgbValue.size() >= kLongTextCapacity) return rgbValue.empty();
-    auto *pEnd = reinterpret_cast<unsigned char *>(szText + walk.cbLongText);
-    if (!rgbValue.empty()) walk.cbLongText += CopyText(pEnd, rgbValue.data(), rgbValue.size());
+    size_t cbText = 0;
+    const size_t cbRoom = kLongTextCapacity - walk.cbLongText;
+    if (!StoreText(rgbValue, walk.record.szLongText + walk.cbLongText, cbRoom, cbText)) return false;
+    walk.cbLongText += cbText;
     return true;
 }
 

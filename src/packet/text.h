@@ -111,13 +111,19 @@ template <bool kStopAtNul>
     return cb == 0 || CopyPair<unsigned char, kStopAtNul>(pTo, pFrom, 0);
 }
 
+// Copies a text of which it is known that a NUL is in it. Apart from CopyText, which needs no stack without
+// it.
+[[gnu::noinline]] inline size_t CopyUpToNul(unsigned char *pTo, const unsigned char *pFrom, size_t cb) {
+    const size_t cbText = strnlen(reinterpret_cast<const char *>(pFrom), cb);
+    memcpy(pTo, pFrom, cbText);
+    pTo[cbText] = '\0';
+    return cbText;
+}
+
 // Copies a text of cb bytes up to a NUL among them, and terminates it. Returns its length. Not inlined: the
 // loop around it is faster with the registers for itself.
 [[gnu::noinline]] inline size_t CopyText(unsigned char *pTo, const unsigned char *pFrom, size_t cb) {
-    if (!CopyBytes<true>(pTo, pFrom, cb)) {
-        cb = strnlen(reinterpret_cast<const char *>(pFrom), cb);
-        memcpy(pTo, pFrom, cb);
-    }
+    if (!CopyBytes<true>(pTo, pFrom, cb)) return CopyUpToNul(pTo, pFrom, cb);
     pTo[cb] = '\0';
     return cb;
 }

@@ -28,12 +28,18 @@ def count(program, library, packet, function):
     with tempfile.TemporaryDirectory() as folder:
         path = pathlib.Path(folder)
         (path / 'packet').write_bytes(packet)
-        subprocess.run(['valgrind', '--tool=callgrind', f'--callgrind-out-file={folder}/out', f'--toggle-collect={function}',
-                        program, path / 'packet'], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
-        listing = subprocess.run(['callgrind_annotate', '--threshold=100', '--show-percs=no', path / 'out'],
-                                 check=True, capture_output=True, text=True).stdout
-    lines = re.findall(r'^ *([\d,]+) .*\[(.*)\]$', listing, re.MULTILINE)
-    return sum(int(n.replace(',', '')) for n, where in lines if pathlib.Path(where).resolve() == pathlib.Path(library).resolve())
+        subprocess.run(['valgrind', '--tool=callgrind', f'--callgrind-out-file={folder}/out', '--compress-strings=no',
+                        '--compress-pos=no', f'--toggle-collect={function}', program, path / 'packet'],
+                       check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        lines = (path / 'out').read_text().splitlines()
+    # What was inlined counts where it was inlined: by object, whatever source file it is from.
+    n, within = 0, False
+    for before, line in zip([''] + lines, lines):
+        if line.startswith('ob='):
+            within = pathlib.Path(line[3:]).resolve() == pathlib.Path(library).resolve()
+        elif within and re.match(r'\d', line) and not before.startswith('calls='):
+            n += int(line.split()[1])
+    return n
 
 
 def main(program, library, figures, renew=None):
