@@ -1,5 +1,6 @@
 #include <qiven/udp.h>
 
+#include <linux/filter.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -20,7 +21,7 @@ using namespace qiven::udp;
 namespace {
 
 constexpr int kReceiveBufferSize = 65536;
-constexpr int kWaitMilliseconds = 2000;
+constexpr int kWaitSeconds = 2;
 
 // What one call of the server works with.
 struct Loop {
@@ -29,10 +30,10 @@ struct Loop {
     const QIVEN_CONN *pConnSend;
     QIVEN_SEND *pSend;
     int fd;
+    bool blReadWaits;  // otherwise somebody else has to
     time_t start;
     time_t nextQuery = 0;  // seconds after the start
     bool blQuerySent = false;
-    bool blQueued = false;  // the last read found a datagram, so more may be waiting
     nasinfo record{};
     unsigned char rgbDatagram[QIVEN_PACKET_MAX]{};
 
@@ -58,6 +59,17 @@ bool SetUp(const QIVEN_CONN &conn, int fd) {
     return true;
 }
 
+// Lets a read wait by itself, which saves a system call for each datagram; false when that cannot be had. The
+// filter takes every datagram. With a filter the kernel looks at checksums when datagrams arrive; without one
+// the read does, and begins to wait anew after each bad one: for ever, if somebody keeps sending them.
+bool LetReadWait(int fd) {
+    sock_filter takeAll = BPF_STMT(BPF_RET | BPF_K, UINT32_MAX);
+    const sock_fprog program{1, &takeAll};
+    const timeval wait{kWaitSeconds, 0};
+    return setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0 &&
+           setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait) == 0;
+}
+
 bool IsQueryDue(const Loop &loop) {
     if (loop.pConnSend->iTimeout > 0) return loop.Elapsed() > loop.nextQuery;
     return loop.pConnSend->iTimeout == -1 && !loop.blQuerySent;
@@ -75,32 +87,21 @@ bool SendDueQuery(Loop &loop) {
     return true;
 }
 
-ssize_t Read(Loop &loop) {
-    return recvfrom(loop.fd, loop.rgbDatagram, sizeof loop.rgbDatagram, MSG_DONTWAIT, nullptr, nullptr);
-}
-
 bool WaitReadable(int fd) {
     pollfd readable{fd, POLLIN, 0};
-    return poll(&readable, 1, kWaitMilliseconds) > 0;
+    return poll(&readable, 1, kWaitSeconds * 1000) > 0;
 }
 
-// Reads one datagram into the buffer. While datagrams keep coming the read alone is tried, which saves the
-// wait's system call for each of them. Returns its length; 0 when there is none this pass.
+// Reads one datagram into the buffer. Returns its length; 0 when there is none this pass.
 int Receive(Loop &loop) {
-    ssize_t cbRead = -1;
-    if (loop.blQueued) cbRead = Read(loop);
-    const bool blTried = loop.blQueued && (cbRead >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK));
-    loop.blQueued = false;
-    if (!blTried) {
-        if (!WaitReadable(loop.fd)) return 0;
-        cbRead = Read(loop);
-    }
-    if (cbRead <= 0) {
-        Debug(loop.conn.pLog, kRoom, "recvfrom error! errno: %d [%s]\n", errno, strerror(errno));
-        return 0;
-    }
-    loop.blQueued = true;
-    return static_cast<int>(cbRead);
+    if (!loop.blReadWaits && !WaitReadable(loop.fd)) return 0;
+    const int iFlags = loop.blReadWaits ? 0 : MSG_DONTWAIT;
+    const ssize_t cbRead =
+        recvfrom(loop.fd, loop.rgbDatagram, sizeof loop.rgbDatagram, iFlags, nullptr, nullptr);
+    if (cbRead > 0) return static_cast<int>(cbRead);
+    const bool blWaited = loop.blReadWaits && cbRead < 0 && (errno == EAGAIN || errno == EINTR);
+    if (!blWaited) Debug(loop.conn.pLog, kRoom, "recvfrom error! errno: %d [%s]\n", errno, strerror(errno));
+    return 0;
 }
 
 void HandOn(const QIVEN_RECV &recv, nasinfo *pRecord) {
@@ -150,6 +151,7 @@ int QIVENUDPServer(const QIVEN_CONN *pqivenConn, const QIVEN_RECV *pqivenRecv,
         return -1;
     }
     if (!SetUp(*pqivenConn, sock.fd)) return -1;
-    Loop loop{*pqivenConn, *pqivenRecv, pqivenConnSend, pqivenSend, sock.fd, time(nullptr)};
+    const bool blReadWaits = LetReadWait(sock.fd);
+    Loop loop{*pqivenConn, *pqivenRecv, pqivenConnSend, pqivenSend, sock.fd, blReadWaits, time(nullptr)};
     return Run(loop);
 }

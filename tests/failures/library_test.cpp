@@ -285,10 +285,10 @@ std::string Replace(std::string text, const std::string &what, const std::string
     return text;
 }
 
-// What ends a burst is no failure.
+// What ends a wait is no failure.
 bool IsQuiet(const Operation &operation, const Failure &failure) {
-    return operation.name == "listen" && failure.call == "recvfrom" && failure.n == 2 &&
-           failure.iErrno == EAGAIN;
+    return operation.name == "listen" && failure.call == "recvfrom" &&
+           (failure.iErrno == EAGAIN || failure.iErrno == EINTR);
 }
 
 std::string Expect(const Operation &operation, const Failure &failure, const std::string &normal) {

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <regex>
@@ -59,6 +60,17 @@ int __wrap_poll(pollfd *rgPoll, nfds_t nPoll, int iTimeout) {
 
 ssize_t __real_recvfrom(int fd, void *p, size_t cb, int iFlags, sockaddr *pFrom, socklen_t *pcbFrom);
 ssize_t __wrap_recvfrom(int fd, void *p, size_t cb, int iFlags, sockaddr *pFrom, socklen_t *pcbFrom) {
+    // A read that waits by itself.
+    if (interpose::clock.blVirtual && (iFlags & MSG_DONTWAIT) == 0) {
+        const interpose::Aside aside;
+        timeval wait{};
+        socklen_t cbWait = sizeof wait;
+        getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, &cbWait);
+        pollfd readable{fd, POLLIN, 0};
+        const int nReady = __wrap_poll(&readable, 1, static_cast<int>(wait.tv_sec) * 1000);
+        if (nReady == 0) errno = EAGAIN;
+        if (nReady <= 0) return -1;
+    }
     const ssize_t cbRead = __real_recvfrom(fd, p, cb, iFlags, pFrom, pcbFrom);
     if (cbRead >= 0) interpose::clock.now += interpose::clock.nSecondsPerDatagram;
     return cbRead;

@@ -2,8 +2,12 @@
 #include <qiven/udp.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <functional>
@@ -165,6 +169,30 @@ TEST_F(Server, ASignalDuringTheWaitStartsTheNextPass) {
     EXPECT_EQ(0, Listen(0));
     setitimer(ITIMER_REAL, &never, nullptr);
     EXPECT_GE(3, time(nullptr) - start);  // five undisturbed waits last ten seconds
+    EXPECT_EQ(Lines{}, m_log.Take());
+}
+
+// The read drops them, and must not wait for a better one for ever.
+TEST_F(Server, DatagramsWithABadChecksumDoNotHoldItUp) {
+    interpose::clock.blVirtual = false;
+    g_nLastPass = 2;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int fd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_UDP);
+        // So long that the kernel leaves the sum to the read.
+        const uint16_t rgBad[60] = {htons(9), htons(QIVEN_PORT), htons(sizeof rgBad), htons(0xBAD)};
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        for (int i = 0; i < 16; ++i, usleep(500'000))
+            sendto(fd, rgBad, sizeof rgBad, 0, reinterpret_cast<sockaddr *>(&to), sizeof to);
+        _exit(0);
+    }
+    const time_t start = time(nullptr);
+    EXPECT_EQ(0, Listen(0));
+    EXPECT_GE(6, time(nullptr) - start);
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
     EXPECT_EQ(Lines{}, m_log.Take());
 }
 
