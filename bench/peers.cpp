@@ -29,19 +29,47 @@ uint64_t Number(const nasinfo &record, const QIVEN_FIELD_ATTRIB &attrib) {
     return ullValue;
 }
 
-// Puts the values of a self-describing format into the record, whatever the format is.
+// The last step of a reader: the fields that every packet has, and the one that has a default. The record is
+// not asked for what is known without it: its clearing may still be under way.
+bool AcceptRecord(nasinfo &record, uint32_t ulMarks, bool blField73) {
+    if (blField73 && record.szFieldC0[0] == '\0')
+        memcpy(record.szFieldC0, record.szField73, sizeof record.szField73);
+    return (ulMarks & 3) == 3;
+}
+
+// What the record promises its reader of a text, whoever sent it: it fits, ends at its first NUL, and has
+// one.
+bool PutText(char *pSlot, size_t cbSlot, const char *sz, size_t cb) {
+    if (cb >= cbSlot) return false;
+    const size_t cbText = strnlen(sz, cb);
+    memcpy(pSlot, sz, cbText);
+    pSlot[cbText] = '\0';
+    return true;
+}
+
+// Puts the values of a self-describing format into the record, whatever the format is, by the rules of our
+// own reader.
 struct Store {
     nasinfo &record;
     const QIVEN_FIELD_ATTRIB *pAttrib = nullptr;
     size_t nElement = 0;
+    uint32_t ulMarks = 0;
+    bool blField73 = false;
+    int nFields = 0;
+
+    explicit Store(nasinfo &cleared) : record(cleared) { memset(&record, 0, sizeof record); }
 
     bool Key(unsigned int ulPktId) {
         pAttrib = SlotById(ulPktId);
         nElement = 0;
-        return pAttrib != nullptr;
+        if (pAttrib != nullptr) ulMarks |= pAttrib->ulBasicMask;
+        blField73 |= ulPktId == 0x73;
+        return ++nFields < QIVEN_FIELDS_MAX + 1;
     }
+    // A field that nobody knows is passed over, here and below.
     bool Integer(uint64_t ullValue) {
-        if (pAttrib == nullptr || pAttrib->ulType != FIELD_INTEGER) return false;
+        if (pAttrib == nullptr) return true;
+        if (pAttrib->ulType != FIELD_INTEGER) return false;
         if (pAttrib->cbField == sizeof(uint32_t)) {
             const auto ulValue = static_cast<uint32_t>(ullValue);
             memcpy(SlotOf(record, *pAttrib), &ulValue, sizeof ulValue);
@@ -51,36 +79,48 @@ struct Store {
         return true;
     }
     bool Text(const char *sz, size_t cb) {
-        if (pAttrib == nullptr || pAttrib->ulType == FIELD_INTEGER || cb >= pAttrib->cbField) return false;
+        if (pAttrib == nullptr) return true;
+        if (pAttrib->ulType == FIELD_INTEGER) return false;
         if (nElement >= (pAttrib->ulType == FIELD_ARRAY ? QIVEN_ARRAY_MAX : 1)) return false;
-        memcpy(SlotOf(record, *pAttrib) + nElement++ * pAttrib->cbField, sz, cb);
-        return true;
+        return PutText(SlotOf(record, *pAttrib) + nElement++ * pAttrib->cbField, pAttrib->cbField, sz, cb);
     }
+    bool Accept() { return AcceptRecord(record, ulMarks, blField73); }
 };
 
-// Tells a writer every value that a packet lists.
+// Tells a writer every value that a packet lists; false when one of them cannot be told.
 template <class Writer>
-void WriteAll(const Packet &packet, Writer &&writer) {
+bool WriteAll(const Packet &packet, Writer &&writer) {
+    const nasinfo &record = *packet.record;
     for (int32_t i = 0; i < packet.send.nPktID; ++i) {
-        const QIVEN_FIELD_ATTRIB &attrib = *SlotById(packet.send.rgPktID[i]);
-        const char *pSlot = SlotOf(*packet.record, attrib);
-        writer.Key(attrib.ulPktId);
-        if (attrib.ulType == FIELD_INTEGER) {
-            writer.Integer(Number(*packet.record, attrib));
-        } else if (attrib.ulType == FIELD_STRING) {
-            writer.Text(pSlot, strnlen(pSlot, attrib.cbField));
-        } else {
-            size_t nElements = 0;
-            while (nElements < QIVEN_ARRAY_MAX && pSlot[nElements * attrib.cbField] != '\0')
-                ++nElements;
-            writer.Begin(nElements);
-            for (size_t n = 0; n < nElements; ++n) {
-                const char *szElement = pSlot + n * attrib.cbField;
-                writer.Text(szElement, strnlen(szElement, attrib.cbField));
-            }
-            writer.End();
+        const QIVEN_FIELD_ATTRIB *pAttrib = SlotById(packet.send.rgPktID[i]);
+        if (pAttrib == nullptr) return false;
+        const char *pSlot = SlotOf(record, *pAttrib);
+        const size_t cbSlot = pAttrib->cbField;
+        writer.Key(pAttrib->ulPktId);
+        if (pAttrib->ulType == FIELD_INTEGER) {
+            writer.Integer(Number(record, *pAttrib));
+            continue;
         }
+        if (pAttrib->ulType == FIELD_STRING) {
+            const size_t cbText = strnlen(pSlot, cbSlot);
+            if (cbText == cbSlot) return false;
+            writer.Text(pSlot, cbText);
+            continue;
+        }
+        const size_t nElements = std::min<size_t>(record.ulArrayCount, QIVEN_ARRAY_MAX);
+        size_t nFilled = 0;
+        for (size_t n = 0; n < nElements; ++n)
+            nFilled += pSlot[n * cbSlot] != '\0';
+        writer.Begin(nFilled);
+        for (size_t n = 0; n < nElements; ++n, pSlot += cbSlot) {
+            if (*pSlot == '\0') continue;
+            const size_t cbText = strnlen(pSlot, cbSlot);
+            if (cbText == cbSlot) return false;
+            writer.Text(pSlot, cbText);
+        }
+        writer.End();
     }
+    return true;
 }
 
 // Fills a generated message through its description: for set-up and proof, far too slow to be measured.
@@ -109,23 +149,23 @@ struct ToMessage {
 };
 
 template <class Peer>
-std::string EncodedBy(Peer &peer, size_t i, const char *pBuffer) {
+std::string EncodedBy(Peer &peer, size_t i) {
     const size_t cb = peer.Encode(i);
     if (cb == 0) Fail("a peer cannot encode");
-    return {pBuffer, cb};
+    return {peer.output.pBuffer, cb};
 }
 
 }  // namespace
 
 // protobuf
 
-Protobuf::Protobuf(const Packets &p) : packets(p), buffer(QIVEN_PACKET_MAX * 2, '\0') {
+Protobuf::Protobuf(const Packets &p) : packets(p) {
     for (const Packet &packet : packets) {
         Host &made = records.emplace_back();
-        WriteAll(packet, ToMessage{made});
+        if (!WriteAll(packet, ToMessage{made})) Fail("no message");
     }
     for (size_t i = 0; i < packets.size(); ++i) {
-        encoded.push_back(EncodedBy(*this, i, buffer.data()));
+        encoded.push_back(EncodedBy(*this, i));
         if (!Decode(i)) Fail("protobuf cannot decode");
         DemandEqual(record, *packets[i].record, "protobuf");
         if (Serialize(records[i]) != encoded[i].size()) Fail("protobuf encodes something else");
@@ -133,40 +173,58 @@ Protobuf::Protobuf(const Packets &p) : packets(p), buffer(QIVEN_PACKET_MAX * 2, 
 }
 
 // From the message into the record's slots, as a caller who wants such a record has to.
-void Protobuf::ToRecord() {
+bool Protobuf::ToRecord() {
     memset(&record, 0, sizeof record);
-#define NUMBER(slot, field) \
+    bool blFits = true;
+#define NUMBER(id, slot, field) \
     if (host.has_##field()) record.slot = host.field();
-#define TEXT(slot, field)                                               \
-    if (host.has_##field() && host.field().size() < sizeof record.slot) \
-        memcpy(record.slot, host.field().data(), host.field().size());
-#define TEXTS(slot, field)                                                   \
+#define TEXT(id, slot, field) \
+    if (host.has_##field())   \
+        blFits &= PutText(record.slot, sizeof record.slot, host.field().data(), host.field().size());
+#define TEXTS(id, slot, field)                                               \
     for (int n = 0; n < std::min(host.field##_size(), QIVEN_ARRAY_MAX); ++n) \
-        if (host.field(n).size() < sizeof record.slot[n])                    \
-            memcpy(record.slot[n], host.field(n).data(), host.field(n).size());
+        blFits &= PutText(record.slot[n], sizeof record.slot[n], host.field(n).data(), host.field(n).size());
 #include "host_slots.inc"
 #undef NUMBER
 #undef TEXT
 #undef TEXTS
+    return blFits &&
+           AcceptRecord(record, host.has_ulpkttype() && host.has_ulfielda4() ? 3 : 0, host.has_szfield73());
 }
 
-void Protobuf::FromRecord(const nasinfo &from) {
+bool Protobuf::FromRecord(const Packet &packet) {
+    const nasinfo &from = *packet.record;
     host.Clear();
-#define NUMBER(slot, field) \
-    if (from.slot != 0) host.set_##field(from.slot);
-#define TEXT(slot, field) \
-    if (from.slot[0] != '\0') host.set_##field(from.slot, strnlen(from.slot, sizeof from.slot));
-#define TEXTS(slot, field)                                               \
-    for (int n = 0; n < QIVEN_ARRAY_MAX && from.slot[n][0] != '\0'; ++n) \
-        host.add_##field(from.slot[n], strnlen(from.slot[n], sizeof from.slot[n]));
+    for (int32_t i = 0; i < packet.send.nPktID; ++i) {
+        switch (packet.send.rgPktID[i]) {
+#define NUMBER(id, slot, field)      \
+    case id:                         \
+        host.set_##field(from.slot); \
+        break;
+#define TEXT(id, slot, field)                                              \
+    case id:                                                               \
+        host.set_##field(from.slot, strnlen(from.slot, sizeof from.slot)); \
+        break;
+#define TEXTS(id, slot, field)                                                                \
+    case id:                                                                                  \
+        for (uint32_t n = 0; n < std::min<uint32_t>(from.ulArrayCount, QIVEN_ARRAY_MAX); ++n) \
+            if (from.slot[n][0] != '\0')                                                      \
+                host.add_##field(from.slot[n], strnlen(from.slot[n], sizeof from.slot[n]));   \
+        break;
 #include "host_slots.inc"
 #undef NUMBER
 #undef TEXT
 #undef TEXTS
+            default:
+                return false;
+        }
+    }
+    return true;
 }
 
 size_t Protobuf::Serialize(const Host &made) {
-    if (!made.SerializeToArray(buffer.data(), static_cast<int>(buffer.size()))) return 0;
+    // Nothing is written unless all of it fits: no need to build it aside.
+    if (!made.SerializeToArray(output.pBuffer, static_cast<int>(output.cbBuffer))) return 0;
     return static_cast<size_t>(made.GetCachedSize());
 }
 
@@ -179,8 +237,7 @@ Nanopb::Nanopb(const Packets &packets) {
         encoded.push_back(same.encoded[i]);
         if (!Decode(i)) Fail("nanopb cannot decode");
         records[i] = host;
-        if (EncodedBy(*this, i, reinterpret_cast<char *>(buffer)) != same.encoded[i])
-            Fail("nanopb encodes something else");
+        if (EncodedBy(*this, i) != same.encoded[i]) Fail("nanopb encodes something else");
     }
 }
 
@@ -195,7 +252,8 @@ bool Nanopb::Decode(size_t i) {
 
 size_t Nanopb::Encode(size_t i) {
     pb_ostream_t stream = pb_ostream_from_buffer(buffer, sizeof buffer);
-    return pb_encode(&stream, bench_Host_fields, &records[i]) ? stream.bytes_written : 0;
+    if (!pb_encode(&stream, bench_Host_fields, &records[i])) return 0;
+    return output.Take(reinterpret_cast<char *>(buffer), stream.bytes_written);
 }
 
 // msgpack: a map from identifiers to values
@@ -206,7 +264,7 @@ struct MsgpackVisitor : msgpack::null_visitor {
     Store store;
     bool blKey = false;
 
-    explicit MsgpackVisitor(nasinfo &record) : store{record} {}
+    explicit MsgpackVisitor(nasinfo &record) : store(record) {}
     bool start_map_key() {
         blKey = true;
         return true;
@@ -240,24 +298,23 @@ struct MsgpackWriter {
 
 Msgpack::Msgpack(const Packets &p) : packets(p) {
     for (size_t i = 0; i < packets.size(); ++i) {
-        encoded.push_back(EncodedBy(*this, i, buffer.data()));
+        encoded.push_back(EncodedBy(*this, i));
         if (!Decode(i)) Fail("msgpack cannot decode");
         DemandEqual(record, *packets[i].record, "msgpack");
     }
 }
 
 bool Msgpack::Decode(size_t i) {
-    memset(&record, 0, sizeof record);
     MsgpackVisitor visitor(record);
-    return msgpack::parse(encoded[i].data(), encoded[i].size(), visitor);
+    return msgpack::parse(encoded[i].data(), encoded[i].size(), visitor) && visitor.store.Accept();
 }
 
 size_t Msgpack::Encode(size_t i) {
     buffer.clear();
     MsgpackWriter writer{msgpack::packer<msgpack::sbuffer>(buffer)};
     writer.packer.pack_map(static_cast<uint32_t>(packets[i].send.nPktID));
-    WriteAll(packets[i], writer);
-    return buffer.size();
+    if (!WriteAll(packets[i], writer)) return 0;
+    return output.Take(buffer.data(), buffer.size());
 }
 
 // JSON: an object whose names are the identifiers
@@ -267,7 +324,7 @@ namespace {
 struct JsonHandler : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, JsonHandler> {
     Store store;
 
-    explicit JsonHandler(nasinfo &record) : store{record} {}
+    explicit JsonHandler(nasinfo &record) : store(record) {}
     static bool Default() { return false; }
     static bool StartObject() { return true; }
     static bool EndObject(rapidjson::SizeType) { return true; }
@@ -302,28 +359,26 @@ struct JsonWriter {
 
 Rapidjson::Rapidjson(const Packets &p) : packets(p) {
     for (size_t i = 0; i < packets.size(); ++i) {
-        const size_t cb = Encode(i);
-        encoded.emplace_back(buffer.GetString(), cb);
+        encoded.push_back(EncodedBy(*this, i));
         if (!Decode(i)) Fail("rapidjson cannot decode");
         DemandEqual(record, *packets[i].record, "rapidjson");
     }
 }
 
 bool Rapidjson::Decode(size_t i) {
-    memset(&record, 0, sizeof record);
     JsonHandler handler(record);
     rapidjson::Reader reader;
     rapidjson::MemoryStream stream(encoded[i].data(), encoded[i].size());
-    return !reader.Parse(stream, handler).IsError();
+    return !reader.Parse(stream, handler).IsError() && handler.store.Accept();
 }
 
 size_t Rapidjson::Encode(size_t i) {
     buffer.Clear();
     JsonWriter json{rapidjson::Writer<rapidjson::StringBuffer>(buffer)};
     json.writer.StartObject();
-    WriteAll(packets[i], json);
+    if (!WriteAll(packets[i], json)) return 0;
     json.writer.EndObject();
-    return buffer.GetSize();
+    return output.Take(buffer.GetString(), buffer.GetSize());
 }
 
 }  // namespace bench

@@ -3,6 +3,8 @@
 // generates, the others into the host record itself.
 #pragma once
 
+#include <cstdlib>
+
 #include "host.pb.h"
 #include "packets.h"
 
@@ -15,19 +17,35 @@ extern "C" {
 
 namespace bench {
 
+// The caller's heap buffer, which grows when a packet is longer, and stays as it was unless all of it could
+// be built.
+struct Output {
+    Output() = default;
+    ~Output() { free(pBuffer); }
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+
+    size_t Take(const char *pBuilt, size_t cb) {
+        if (cb > cbBuffer) {
+            void *pLarger = realloc(pBuffer, cb);
+            if (pLarger == nullptr) return 0;
+            pBuffer = static_cast<char *>(pLarger);
+            cbBuffer = cb;
+        }
+        memcpy(pBuffer, pBuilt, cb);
+        return cb;
+    }
+
+    size_t cbBuffer = QIVEN_PACKET_MAX * 2;
+    char *pBuffer = static_cast<char *>(malloc(cbBuffer));
+};
+
 struct Protobuf {
     explicit Protobuf(const Packets &packets);
-    bool Decode(size_t i) {
-        if (!host.ParseFromString(encoded[i])) return false;
-        ToRecord();
-        return true;
-    }
-    size_t Encode(size_t i) {
-        FromRecord(*packets[i].record);
-        return Serialize(host);
-    }
-    void ToRecord();
-    void FromRecord(const nasinfo &from);
+    bool Decode(size_t i) { return host.ParseFromString(encoded[i]) && ToRecord(); }
+    size_t Encode(size_t i) { return FromRecord(packets[i]) ? Serialize(host) : 0; }
+    bool ToRecord();
+    bool FromRecord(const Packet &packet);
     size_t Serialize(const Host &made);
 
     const Packets &packets;
@@ -35,7 +53,7 @@ struct Protobuf {
     std::vector<Host> records;
     Host host;  // reused, so that its strings keep their memory
     nasinfo record;
-    std::string buffer;
+    Output output;
 };
 
 // To and from protobuf's own message only. Its texts lie each in a place of its own: not the same record.
@@ -54,6 +72,7 @@ struct Nanopb {
     std::vector<bench_Host> records;
     bench_Host host{};
     unsigned char buffer[QIVEN_PACKET_MAX * 2];
+    Output output;
 };
 
 struct Msgpack {
@@ -65,6 +84,7 @@ struct Msgpack {
     std::vector<std::string> encoded;
     nasinfo record;
     msgpack::sbuffer buffer{QIVEN_PACKET_MAX * 2};
+    Output output;
 };
 
 struct Rapidjson {
@@ -76,6 +96,7 @@ struct Rapidjson {
     std::vector<std::string> encoded;
     nasinfo record;
     rapidjson::StringBuffer buffer;
+    Output output;
 };
 
 }  // namespace bench
