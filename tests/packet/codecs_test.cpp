@@ -9,7 +9,28 @@ namespace {
 using Lines = std::vector<std::string>;
 using namespace std::string_literals;
 
-// What the readers do is shown with whole packets.
+// What the readers do beyond this is shown with whole packets.
+TEST(FieldCodecs, ReadersTakeOneField) {
+    const unsigned char rgb[] = {4, 'n', 'a', 's', '1'};
+    const struct {
+        int iType, cbInput;
+        unsigned int cbSlot, nIndex;
+        int iResult;
+        const char *szSlots;
+    } cases[] = {
+        {FIELD_STRING, 5, 8, 0, 5, "nas1"},    {FIELD_ARRAY, 5, 8, 1, 5, "........nas1"},
+        {FIELD_STRING, 4, 8, 0, 0, "......"},  // cut
+        {FIELD_STRING, 5, 4, 0, 0, "......"},  // no room for the NUL
+        {FIELD_INTEGER, 5, 4, 0, 5, "nas1.."}, {FIELD_INTEGER, 4, 4, 0, 0, "......"},
+    };
+    for (const auto &c : cases) {
+        std::string slots = "..................";
+        EXPECT_EQ(c.iResult, grgfieldParsers[c.iType].pfnRead(nullptr, rgb, c.cbInput, slots.data(), c.cbSlot,
+                                                              QIVENPKT_KEEP_ENDIAN, c.nIndex));
+        EXPECT_TRUE(slots.starts_with(c.szSlots)) << slots;
+    }
+}
+
 TEST(FieldCodecs, WritersNeedRoomForTheWholeField) {
     LogCapture log;
     const std::string text255(255, 't');
