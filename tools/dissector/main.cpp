@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -91,5 +92,10 @@ int main(int argc, char **argv) {
         fputs("usage: make-dissector TEMPLATE OUTPUT\n", stderr);
         return 2;
     }
-    return Make(argv[1], argv[2]) ? 0 : 1;
+    try {
+        return Make(argv[1], argv[2]) ? 0 : 1;
+    } catch (const std::exception &error) {
+        fprintf(stderr, "make-dissector: %s\n", error.what());
+        return 1;
+    }
 }
