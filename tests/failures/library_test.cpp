@@ -69,6 +69,7 @@ void MakeKeys() {
     g_send = {&g_record, 2, {0x01, 0xA4}};
 }
 void FillStore() {
+    FailingCallsUptime(10'000);  // four passes over the store before it is emptied
     for (uint32_t i = 1; i <= QIVEN_KEYS_MAX; ++i)
         QIVENAddKey("nas", i, "k");
 }

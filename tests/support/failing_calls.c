@@ -30,7 +30,7 @@
 static char g_szCall[32];
 static int g_nUntil, g_iErrno;
 static const char *g_szReport;
-static long g_nHeld;
+static long g_nHeld, g_nUptime;
 static int g_nSuspended;
 
 static int Fails(const char *szCall) {
@@ -54,6 +54,10 @@ int FailingCallsDisarm(void) {
 
 void FailingCallsSuspend(int nMore) {
     g_nSuspended += nMore;
+}
+
+void FailingCallsUptime(long nSeconds) {
+    g_nUptime = nSeconds;
 }
 
 static void Count(int nMore) {
@@ -101,7 +105,13 @@ CALL(struct dirent *, readdir, NULL, (DIR * a), (a))
 CALL(struct if_nameindex *, if_nameindex, NULL, (void), ())
 CALL(int, gethostname, -1, (char *a, size_t b), (a, b))
 CALL(int, timer_create, -1, (clockid_t a, struct sigevent *b, timer_t *c), (a, b, c))
-CALL(int, clock_gettime, -1, (clockid_t a, struct timespec *b), (a, b))
+static int ShowsUptime(clockid_t clock, struct timespec *pNow) {
+    if (g_nUptime == 0 || clock != CLOCK_MONOTONIC || strcmp(g_szCall, "clock_gettime") == 0) return 0;
+    pNow->tv_sec = g_nUptime;
+    pNow->tv_nsec = 0;
+    return 1;
+}
+DEFINE(if (ShowsUptime(a, b)) return 0, int, clock_gettime, -1, (clockid_t a, struct timespec *b), (a, b))
 CALL(ssize_t, getrandom, -1, (void *a, size_t b, unsigned c), (a, b, c))
 CALL(int, mprotect, -1, (void *a, size_t b, int c), (a, b, c))
 CALL(int, mlock, -1, (const void *a, size_t b), (a, b))
