@@ -40,7 +40,8 @@ std::string Action(const Option &option) {
         case Takes::kChoice:
             return fmt::format("words={}", Quote(fmt::format("{}", fmt::join(option.choices, " "))));
         case Takes::kInterface:
-            return "words=$(ls /sys/class/net)";
+            // compgen expands its words: a name is to stay one.
+            return "words=$(builtin cd /sys/class/net && printf '%q ' *)";
         case Takes::kFile:
             return "compopt -o filenames 2>/dev/null; mapfile -t COMPREPLY < <(compgen -f -- \"$cur\"); "
                    "return";
