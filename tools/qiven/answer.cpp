@@ -220,9 +220,8 @@ void RegisterAnswer(CLI::App &app, std::function<int()> &run) {
     static bool blCheckOnly = false;
     answer::Source &source = state.source;
     CLI::App *pSub = app.add_subcommand("answer", "Answer the queries of searchers, as a host does");
-    pSub->add_option(
-            "--config", source.path,
-            fmt::format("What to announce (default {}, unless --name and --model say it)", kDefaultPath))
+    pSub->add_option("--config", source.path,
+                     fmt::format("What to announce (default {}, unless --model is given)", kDefaultPath))
         ->type_name("FILE");
     pSub->add_flag("--check-config", blCheckOnly,
                    "Check the configuration and end: status 0, or 4 when it is bad");
