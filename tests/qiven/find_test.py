@@ -120,6 +120,19 @@ class Searching(unittest.TestCase):
             time.sleep(0.8)
         self.assertEqual(len(hosts.queries), 1)
 
+    def test_hears_what_a_query_that_a_burst_held_back_brings(self):
+        def chatter(number, _):
+            heard = b""
+            while number == 1 and heard[8:14] != segment.field(0x01, 1):
+                time.sleep(0.05)
+                yield answer(b"chatty")
+                heard = hosts.ear.recv(9000)  # that answer, or the second query
+            time.sleep(0.2)
+            yield answer(b"late")
+        with Hosts(chatter) as hosts:
+            output = subprocess.check_output([QIVEN, "find", "--fields", "name"], env=ENVIRONMENT, timeout=20)
+        self.assertEqual(output.split(), [b"NAME", b"chatty", b"late"])
+
     def test_filters_and_sort(self):
         for options, names in {("--name", "b*"): "box", ("--name", "A*,B*", "--sort", "name"): "Attic box",
                                ("--model", "9"): "Attic", ("--type", "6"): "Attic", ("--service", "5"): "Attic",

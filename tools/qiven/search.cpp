@@ -120,7 +120,10 @@ double TimeLeft(const Run &run) {
     const double dLimit = options.timeout.value_or(dDefault) - Seconds(now - run.start);
     if (options.blWatch) return options.timeout ? std::max(dLimit, 0.0) : -1;
     if (options.expect) return std::max(dLimit, 0.0);
-    const double dQuiet = (run.hosts.byKey.empty() ? kQuietEmpty : kQuiet) - Seconds(now - run.lastNew);
+    // The second query would be for nothing if the burst that held it back had used its answers' time up.
+    const bool blHeldBack = run.nRounds == kRoundsMin && run.lastQuery - run.lastNew > ToDuration(kQuiet);
+    const double dQuiet = (run.hosts.byKey.empty() ? kQuietEmpty : kQuiet) -
+                          Seconds(now - (blHeldBack ? run.lastQuery : run.lastNew));
     return std::max(std::min(dLimit, run.nRounds < kRoundsMin ? dLimit : dQuiet), 0.0);
 }
 
