@@ -40,19 +40,32 @@ bool IsTunOrTap(const std::string &name) {
     return access(fmt::format("/sys/class/net/{}/tun_flags", name).c_str(), F_OK) == 0;
 }
 
-std::optional<short> FlagsOf(const std::string &name) {
+// 0, or the error.
+int Ask(const std::string &name, unsigned long ulRequest, ifreq &request) {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd == -1) return std::nullopt;
-    ifreq request{};
+    if (fd == -1) return errno;
     name.copy(request.ifr_name, sizeof request.ifr_name - 1);
-    const bool blAsked = ioctl(fd, SIOCGIFFLAGS, &request) == 0;
+    const int iError = ioctl(fd, ulRequest, &request) == 0 ? 0 : errno;
     close(fd);
-    return blAsked ? std::optional(request.ifr_flags) : std::nullopt;
+    return iError;
+}
+
+std::optional<short> FlagsOf(const std::string &name) {
+    ifreq request{};
+    return Ask(name, SIOCGIFFLAGS, request) == 0 ? std::optional(request.ifr_flags) : std::nullopt;
+}
+
+// The table cannot tell a card without an address from one that the kernel refused to speak of.
+bool LacksAddress(const std::string &name) {
+    ifreq request{};
+    request.ifr_addr.sa_family = AF_INET;
+    return Ask(name, SIOCGIFADDR, request) == EADDRNOTAVAIL;
 }
 
 Use UseOf(const std::string &name, std::optional<short> flags, const QIVEN_NETIF *pNetIf) {
     if (IsContainerLink(name)) return Use::kBridge;
-    if (pNetIf != nullptr) return pNetIf->blActive != 0 ? Use::kUsable : Use::kNoAddress;
+    if (pNetIf != nullptr && pNetIf->blActive != 0) return Use::kUsable;
+    if (pNetIf != nullptr) return LacksAddress(name) ? Use::kNoAddress : Use::kUnknown;
     if (!flags) return Use::kUnknown;
     if ((*flags & IFF_UP) == 0) return Use::kDown;
     if ((*flags & IFF_RUNNING) == 0) return Use::kNoCarrier;
