@@ -70,7 +70,7 @@ bool TakeLink(const LinkType &type, Bytes &rgbFrame) {
 
 // Empty for what is no time of our era: a file may claim anything.
 std::string TimeText(const timeval &stamp) {
-    constexpr time_t kEndOf9999 = 253'402'300'799;
+    constexpr int64_t kEndOf9999 = 253'402'300'799;  // more than a time_t of 32 bits holds
     constexpr suseconds_t kSecond = 1'000'000;
     if (stamp.tv_sec < 0 || stamp.tv_sec > kEndOf9999 || stamp.tv_usec < 0 || stamp.tv_usec >= kSecond)
         return {};
