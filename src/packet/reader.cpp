@@ -70,7 +70,6 @@ bool TakeInteger(ReadCursor &cursor, unsigned char *pSlot, int iEndian) {
 
 bool ReadInteger(Walk &walk, const FieldEntry &field, unsigned char bPktId, unsigned char *pSlot) {
     walk.ulArrayRun = 0;
-    const unsigned char *pValue = walk.cursor.pAt + 1;
     const bool blTaken = field.cbField == sizeof(uint32_t)
                              ? TakeInteger<uint32_t>(walk.cursor, pSlot, field.bEndian)
                              : TakeInteger<uint64_t>(walk.cursor, pSlot, field.bEndian);
@@ -79,7 +78,7 @@ bool ReadInteger(Walk &walk, const FieldEntry &field, unsigned char bPktId, unsi
         Bytes rgbValue;
         return TakeKnownValue(walk, rgbValue) && rgbValue.empty();
     }
-    if (bPktId == kPktTypeId) walk.pPktType = pValue;
+    if (bPktId == kPktTypeId) walk.pPktType = walk.cursor.pAt - sizeof(uint32_t);
     return true;
 }
 
