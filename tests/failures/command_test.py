@@ -51,7 +51,7 @@ def is_truthful(status, report):
     found = {line[:8].strip(): line[19:] for line in checks.splitlines()}
     if "fault" in found:
         # The card has an address.
-        return status == 1 and found["fault"].lower() in verdict.lower() and "no IPv4 address" not in verdict
+        return status == 1 and found["fault"].lower() in verdict.lower() and "No IPv4 address" not in verdict
     partly = verdict.startswith("Nothing wrong was seen, but not everything could be checked: ")
     return status == 3 and partly and found.get("skipped", "?") in verdict
 
