@@ -1,7 +1,8 @@
 #include "answer_config.h"
 
 #include <fmt/format.h>
-// toml++ holds it for impossible that its tables of blanks have no answer, and some letters beyond ASCII have none.
+// toml++ holds it for impossible that its tables of blanks have no answer, and some letters beyond ASCII have
+// none.
 #include <toml++/impl/preprocessor.h>
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false
