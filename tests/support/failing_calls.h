@@ -12,8 +12,7 @@ void FailingCallsArm(const char *szCall, int n, int iErrno);
 int FailingCallsDisarm(void);
 /* 1 and -1 around what is the test's own business. */
 void FailingCallsSuspend(int nMore);
-/* What CLOCK_MONOTONIC shows from now on, unless it is to fail: how long the machine is up must not matter.
- */
+/* What CLOCK_MONOTONIC shows from now on, unless it is to fail: the machine's uptime must not matter. */
 void FailingCallsUptime(long nSeconds);
 /* Blocks and mappings that were made and not yet given back. */
 long FailingCallsHeld(void);

@@ -1,8 +1,7 @@
 #include "answer_config.h"
 
 #include <fmt/format.h>
-// toml++ holds it for impossible that its tables of blanks have no answer, and some letters beyond ASCII have
-// none.
+// toml++ declares unreachable what its tables of blanks reach with some letters beyond ASCII.
 #include <toml++/impl/preprocessor.h>
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false
