@@ -1,4 +1,4 @@
-// Decoding and encoding of plain packets, beside what cannot be done without and beside other formats.
+// Decoding and encoding of plain packets, compared with the floor and with other formats.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -9,7 +9,7 @@ namespace bench {
 
 namespace {
 
-// What no reader can do without: one clearing of the record, one copy per value.
+// The floor of a reader: clear the record once, one copy per value.
 struct Floor {
     explicit Floor(const Packets &p) : packets(p) {
         for (size_t i = 0; i < packets.size(); ++i) {
@@ -26,8 +26,8 @@ struct Floor {
         return true;
     }
 
-    // What a writer that builds the packet aside cannot do without: that place cleared, one copy per value,
-    // the packet copied out.
+    // The floor of a writer that uses a separate buffer: clear the buffer, one copy per value, copy the
+    // packet to the caller.
     __attribute__((noinline)) size_t Encode(size_t i) {
         const Packet &packet = packets[i];
         char built[QIVEN_PACKET_MAX];

@@ -1,4 +1,5 @@
-// The interface enumeration with a number of cards (--cards=N), beside the same reads and queries made bare.
+// The interface enumeration with a number of interfaces (--cards=N), compared with the same reads and
+// requests without the library.
 #include <qiven/iface.h>
 
 #include <arpa/inet.h>
@@ -25,7 +26,7 @@ namespace {
 
 int g_nCards = 1;
 
-// A machine whose every card is configured in every source that an enumeration of it reads.
+// A machine whose interfaces are configured in all sources that an enumeration reads.
 void MakeMachine() {
     sandbox::Enter();
     sandbox::PrivateDir("/etc");
@@ -56,7 +57,7 @@ void Qiven(benchmark::State &state) {
     }
 }
 
-// Reads a file in pieces of a page and returns how much it was.
+// Reads a file page by page and returns its size.
 size_t ReadBare(const char *szPath, std::span<char> rgBuffer) {
     const int fd = open(szPath, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return 0;

@@ -9,7 +9,7 @@ namespace bench {
 
 namespace {
 
-// A slot and how many bytes of text to put into it, 0 for an integer.
+// A slot and the length of its text, 0 for an integer.
 struct Value {
     unsigned int ulPktId;
     size_t cbText;
@@ -52,7 +52,7 @@ void Put(Random &random, Packet &packet, const Value &value) {
     packet.send.rgPktID[packet.send.nPktID++] = value.ulPktId;
 }
 
-// What the packet's bytes are in the record: the positions are found by walking the packet.
+// Maps the bytes of the packet to the record, by walking the packet.
 void ListCopies(Packet &packet) {
     size_t cbLong = 0;
     unsigned int ulLast = 0;
@@ -81,7 +81,7 @@ Packet Make(Random &random, std::span<const Value> values) {
         Put(random, packet, value);
     packet.record->ulPktType = QIVEN_PKT_ANSWER;
     if (packet.record->ulArrayCount != 0) packet.record->ulArrayCount = QIVEN_ARRAY_MAX;
-    // The reader takes an absent 0xC0 from 0x73.
+    // The reader copies 0x73 if 0xC0 is absent.
     if (packet.record->szFieldC0[0] == '\0')
         memcpy(packet.record->szFieldC0, packet.record->szField73, sizeof packet.record->szField73);
 
@@ -147,7 +147,7 @@ const Packets &Fields64() {
 Packet Sized(size_t cb) {
     Random random(5);
     std::vector<Value> values{{0x01, 0}, {0xA4, 0}};
-    // One text as often as it takes, and another one for what is left.
+    // One text as often as it fits, and another one for the rest.
     constexpr size_t kFieldMax = 257;
     const size_t cbFixed = QIVENHeaderSize + 12;
     for (size_t cbLeft = cb - cbFixed; cbLeft > 0;) {

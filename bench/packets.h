@@ -23,10 +23,10 @@ struct Packet {
     std::shared_ptr<nasinfo> record = std::make_shared<nasinfo>();
     QIVEN_SEND send{};
     std::string bytes;
-    std::vector<Copy> copies;  // what a reader or writer of it cannot do without
+    std::vector<Copy> copies;  // the floor of a reader or writer
 };
 
-// One packet, or several that are taken in turn.
+// One packet, or several in rotation.
 using Packets = std::vector<Packet>;
 
 const Packets &Query();    // the query of a search: 20 bytes, 2 fields
@@ -34,10 +34,10 @@ const Packets &Typical();  // a host's answer: 20 fields, 211 bytes
 const Packets &Mixed();  // 128 answers that differ in their fields, their order and the length of their texts
 const Packets &Fields64();  // as many fields as a reader accepts, long text and arrays: about 6 KB
 
-// An answer of exactly so many bytes.
+// An answer of exactly this size.
 Packet Sized(size_t cb);
 
-// Ends the program unless both records are the same.
+// Aborts the program unless both records are equal.
 void DemandEqual(const nasinfo &left, const nasinfo &right, const char *szWho);
 [[noreturn]] void Fail(const std::string &what);
 

@@ -1,7 +1,7 @@
-// The receive loop beside a bare one, on the loopback device of a namespace: answers that are queued already
-// (drained), answers that never stop (flood), and how many of a burst survive while the handler is slow.
-// What is measured is the receiving thread's processor time for one datagram, so that neither the sender nor
-// anything else on the machine is in it.
+// The receive loop compared with a bare loop, on the loopback interface of a namespace: answers that are
+// already queued (drained), an endless stream of answers (flood), and the number of datagrams of a burst that
+// survive a slow handler. Measures the processor time of the receiving thread per datagram, which excludes
+// the sender and other processes.
 #include <qiven/udp.h>
 
 #include <arpa/inet.h>
@@ -52,7 +52,7 @@ double ThreadSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-// What a loop is driven and watched by, through the callbacks that it gives to its caller.
+// Controls and observes a loop through its callbacks.
 struct Watch {
     std::function<bool()> fnCancel;
     int nHandled = 0;
@@ -132,7 +132,7 @@ void BatchLoop() {
     close(fd);
 }
 
-// A batch is sent when the one before has been handled; its sending is not measured.
+// A batch is sent after the previous one was handled; sending is not measured.
 void Drained(benchmark::State &state, Loop loop) {
     const std::string &bytes = Typical().front().bytes;
     const int fd = Connected();
@@ -162,7 +162,7 @@ void Flood(benchmark::State &state, Loop loop) {
     const std::string &bytes = Typical().front().bytes;
     const pid_t pid = fork();
     if (pid == 0) {
-        // Many at a time, cut up by the kernel: one by one, a sender is slower than the loop.
+        // Many datagrams per call, split by the kernel: a sender of single datagrams is slower than the loop.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         const int fd = Connected();
         const int cbSegment = static_cast<int>(bytes.size());
@@ -170,7 +170,7 @@ void Flood(benchmark::State &state, Loop loop) {
         std::string many;
         for (int i = 0; i < 60; ++i)
             many += bytes;
-        // Without a listener a send is refused: that is part of the game.
+        // Without a listener a send fails, which is expected.
         for (;;)
             (void)!send(fd, many.data(), many.size(), 0);
     }
@@ -191,8 +191,8 @@ void Flood(benchmark::State &state, Loop loop) {
     waitpid(pid, nullptr, 0);
 }
 
-// Sends many more than the buffer holds, all at once, while every handler call appends a line that must reach
-// the disk. When nothing has come for a while, a query ends the loop.
+// Sends many more datagrams than the buffer holds, while each handler call appends a line with O_SYNC. After
+// a pause, a query stops the loop.
 [[noreturn]] void SendBurst(const std::string &bytes, int fdGo) {
     constexpr int kBurst = 1000;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -218,7 +218,7 @@ void Burst(benchmark::State &state, Loop loop, const Packet &packet) {
         watch = {};
         watch.fdAppend = mkostemp(szPath, O_APPEND | O_SYNC | O_CLOEXEC);
         unlink(szPath);
-        // Its time is of no interest, only that nothing was handled for the sender's pause.
+        // Stops the loop after a pause without datagrams; this time is not measured.
         timespec last{};
         int nSeen = -1;
         watch.fnCancel = [&] {

@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
-"""Makes one table, one JSON file and the plots of what the benchmarks measured.
+"""Writes one table, one JSON file and the plots from the results of the benchmarks.
 
     report.py RESULTS JSON [PLOTS]
 
 RESULTS holds files of Google Benchmark's JSON shape. A benchmark is named TABLE/CASE/WHO, where WHO is "qiven", "floor"
-or a peer; its median counts: the counter "survived" where there is one, the manual time where there is one, else the
-processor time. A peer in parentheses does less than the others and is shown, not judged. bench/goals.json says what is
-wanted of which row.
+or a peer. The table shows medians: of the counter "survived" or of the manual time if present, else of the processor
+time. A peer in parentheses does less than the others and is shown for information only. bench/goals.json has the goals.
 """
 import collections
 import json
@@ -19,7 +18,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 
 
 def read(results):
-    """Medians as {table: {case: {who: value}}}, and what the machine was."""
+    """Returns the medians as {table: {case: {who: value}}}, and the description of the machine."""
     tables = collections.defaultdict(lambda: collections.defaultdict(dict))
     context = {}
     for path in sorted(pathlib.Path(results).glob('*.json')):
@@ -42,7 +41,7 @@ def is_peer(who):
 
 
 def linearity(cases):
-    """How much of the growth a straight line explains (the square of the correlation)."""
+    """The part of the growth that a straight line explains (the square of the correlation)."""
     points = [(int(case), who['qiven']) for case, who in cases.items() if 'qiven' in who]
     n = len(points)
     mean_x, mean_y = sum(x for x, _ in points) / n, sum(y for _, y in points) / n
@@ -52,7 +51,7 @@ def linearity(cases):
 
 
 def judge(name, row, goals):
-    """The goals of one row, each as (text, value, met)."""
+    """Returns the goals of one row, each as (text, value, met)."""
     verdicts = []
     for goal in goals:
         if 'row' not in goal or not re.fullmatch(goal['row'], name):

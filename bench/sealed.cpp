@@ -1,4 +1,4 @@
-// Sealed packets, beside the cryptography that they cannot do without.
+// Sealed packets, compared with the bare cryptography.
 #include <qiven/keys.h>
 
 #include <benchmark/benchmark.h>
@@ -12,7 +12,7 @@ namespace bench {
 
 namespace {
 
-// A key pair of our own, in guarded memory as the library keeps its.
+// A separate key pair, in guarded memory like that of the library.
 struct Keys {
     Keys() {
         sodium_mprotect_readwrite(pSecret);

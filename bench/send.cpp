@@ -1,4 +1,4 @@
-// One send as the library makes it: a socket of its own for every datagram.
+// One send as in the library: a new socket for each datagram.
 #include <qiven/udp.h>
 
 #include <arpa/inet.h>
@@ -78,7 +78,7 @@ int main(int argc, char **argv) {
     using namespace bench;
     benchmark::Initialize(&argc, argv);
     sandbox::Enter();
-    // A listener that never reads: its buffer is full after the first moments, for everybody alike.
+    // A listener that never reads: its buffer fills up immediately, under the same conditions for all.
     const int fdSink = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const sockaddr_in address = Loopback(kPort);
     if (bind(fdSink, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) Fail("no listener");

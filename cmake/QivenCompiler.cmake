@@ -10,10 +10,16 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# A relative run path keeps the build folder movable and the binaries the same wherever they are built.
+# A relative run path keeps the build folder movable and the binaries the same wherever they are built. What is installed
+# gets its own run path at once, and the build folder has the layout of an installed tree: CMake ends a run path that it
+# is to change later with a colon, and the loader takes the empty entry behind that for the current folder.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+file(RELATIVE_PATH QIVEN_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+if(QIVEN_BIN_TO_LIB MATCHES "^\\.\\./[^.]")
+  cmake_path(SET CMAKE_LIBRARY_OUTPUT_DIRECTORY NORMALIZE "${PROJECT_BINARY_DIR}/bin/${QIVEN_BIN_TO_LIB}")
+endif()
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow)

@@ -1,4 +1,4 @@
-// Any bytes as a capture, as an IPv4 packet, and as what a datagram carries.
+// Any bytes as a capture, as an IPv4 packet, and as the payload of a datagram.
 #include "../tools/qiven/decode_input.h"
 #include "fuzz.h"
 #include "support/memory_file.h"
@@ -9,7 +9,7 @@ using fuzz::Require;
 using qiven::decode::Datagram;
 using Bytes = std::span<const unsigned char>;
 
-// Whether a text is like the pattern, in which 0 stands for any digit.
+// Whether a text matches the pattern, in which 0 stands for any digit.
 bool IsLike(const std::string &text, std::string_view pattern) {
     return std::equal(text.begin(), text.end(), pattern.begin(), pattern.end(), [](char c, char cPattern) {
         return cPattern == '0' ? c >= '0' && c <= '9' : c == cPattern;
@@ -64,7 +64,7 @@ void RequireDatagram(Bytes rgbIP) {
             "a datagram is of the discovery port");
 }
 
-// Headers around what the input holds, as a sender makes them.
+// Adds headers to the input, as a sender would.
 void RequireUnwrapped(std::string_view payload) {
     const size_t cbUDP = 8 + payload.size();
     std::string ip("E\0\0\0\0\1\0\0\x40\x11\0\0\x0A\0\0\1\xFF\xFF\xFF\xFF\4\xD2\x27\x0F\0\0\0\0", 28);

@@ -22,7 +22,7 @@ std::string Digits(const Packet &packet, const char *szBetween) {
     return text;
 }
 
-// As xxd and tcpdump -X print it: an offset, digits in pairs of bytes, and the bytes as text.
+// The output of xxd and tcpdump -X: an offset, digits in pairs of bytes, and the bytes as text.
 std::string Dump(const Packet &packet, const char *szOffset) {
     std::string text;
     for (size_t i = 0; i < packet.size(); i += 16) {

@@ -1,4 +1,4 @@
-// Any bytes as a packet that qiven decode takes apart: it says what the readers say, and loses no byte.
+// Any bytes as a packet for qiven decode: its verdict is that of the readers, and it shows every byte.
 #include "../tools/qiven/packet_walk.h"
 
 #include "fuzz.h"

@@ -1,4 +1,4 @@
-// What the slow readers of text files share: lines and words, taken by value.
+// Shared by the slow readers of text files: lines and words, passed by value.
 #pragma once
 
 #include <optional>
@@ -33,7 +33,7 @@ inline std::string TrimEnd(std::string text, const char *szWhat) {
     return text;
 }
 
-// The lines that say something, without leading blanks; a NUL ends a line's text.
+// The lines that are not empty or comments, without leading blanks; a NUL ends the text of a line.
 inline std::vector<std::string> TellingLines(const std::string &text) {
     std::vector<std::string> telling;
     for (const std::string &line : Split(text, "\n", true)) {
@@ -43,7 +43,7 @@ inline std::vector<std::string> TellingLines(const std::string &text) {
     return telling;
 }
 
-// The value of the first line with the key, however long; nothing without such a line.
+// The value of the first line with the key, of any length; nothing without such a line.
 inline std::optional<std::string> SlowValue(const std::string &text, const std::string &key, char cDelim) {
     const char szWhitespaceAndDelim[] = {' ', '\t', '\n', '\v', '\f', '\r', cDelim, '\0'};
     const char szBlanksAndDelim[] = {' ', '\t', cDelim, '\0'};

@@ -1,4 +1,4 @@
-// What every target needs: its entry, claims about results, and an input taken piece by piece.
+// Shared by all targets: the entry point, checks of results, and an input that is consumed piece by piece.
 #pragma once
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace fuzz {
 inline void Require(bool blHolds, const char *szClaim) {
     if (blHolds) return;
     fprintf(stderr, "does not hold: %s\n", szClaim);
-    abort();  // the engine keeps the input that led here
+    abort();  // the engine keeps this input
 }
 
 inline std::string_view AsText(const uint8_t *pData, size_t cbData) {
@@ -27,7 +27,7 @@ inline const unsigned char *AsBytes(std::string_view text) {
     return reinterpret_cast<const unsigned char *>(text.data());
 }
 
-// Zeros when the input is used up.
+// Zeros after the end of the input.
 class Input {
   public:
     explicit Input(std::string_view text) : m_left(text) {}

@@ -10,7 +10,7 @@
 #include "files.h"
 #include "fuzz.h"
 #include "redirect.h"
-#include "socket/list_file.h"
+#include "search/host_list.h"
 #include "support/memory_file.h"
 
 namespace {
@@ -62,6 +62,10 @@ void Apply(const std::string &text, Pairs &pairs, Lines &messages) {
     Lines lines = fuzz::Split(text, "\n", true);
     if (lines.back().empty()) lines.pop_back();  // nothing follows the last newline
     for (const std::string &line : lines) {
+        if (line.size() > qiven::search::kListLineMax) {
+            messages.emplace_back("line too long");
+            continue;
+        }
         const char *szSpaces = " \t\n\v\f\r";
         const std::string trimmed = fuzz::TrimEnd(fuzz::TrimStart(line.c_str(), szSpaces), szSpaces);
         const Lines columns = fuzz::Split(trimmed, ",", true);
@@ -90,7 +94,7 @@ Pairs All(TLIBC_SZHASH_HANDLE pHash) {
 int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
     const std::string_view text = fuzz::AsText(pData, cbData);
     const MemoryFile file(text);
-    fuzz::g_from = qiven::socket::kFinishedListFile;
+    fuzz::g_from = qiven::search::kFinishedListFile;
     fuzz::g_to = file.Path();
     g_said.clear();
     g_nUnlinked = 0;

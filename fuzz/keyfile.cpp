@@ -6,7 +6,7 @@ namespace {
 using fuzz::Looked;
 using Lines = std::vector<std::string>;
 
-// scanf itself, as far as its result is defined: it is not for "0x" without digits and for large numbers.
+// Uses scanf where its result is defined, that is, except for "0x" without digits and for large numbers.
 bool SlowMac(const std::string &text, unsigned char (&rgMac)[6]) {
     const std::vector<std::string> numbers = fuzz::Split(text, ":", true);
     if (numbers.size() < 6) return false;
@@ -46,13 +46,14 @@ int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
     const std::string_view text = fuzz::AsText(pData, cbData);
     for (const uint32_t ulMachineDNS : {INADDR_NONE, 1U}) {
         fuzz::Table expected;
-        expected.ulMachineDNS = gulDNS = ulMachineDNS;
+        expected.ulMachineDNS = ulMachineDNS;
         fuzz::Table table = expected;
         Lines messages;
         Apply(std::string(text), expected, messages);
         LogCapture log;
         const MemoryFile file(text);
-        qiven::iface_lnx::ParseNMKeyfile(log.Record(), file.Stream(), table.rgNetIf, fuzz::Table::kCount);
+        qiven::iface_lnx::ParseNMKeyfile(log.Record(), file.Stream(), table.rgNetIf, fuzz::Table::kCount,
+                                         table.ulMachineDNS);
         fuzz::RequireSameTable(expected, table);
         fuzz::Require(LogCapture::Take() == messages, "values that are too long are reported, nothing else");
     }

@@ -1,4 +1,4 @@
-// Any bytes as encoded text and as text to encode, against the same in whole numbers.
+// Any bytes as encoded text and as text to encode, compared with integer arithmetic.
 #include <qiven/matrix.h>
 
 #include <cstring>
@@ -35,7 +35,7 @@ std::string SlowEncode(std::string text) {
     return encoded;
 }
 
-// False when some character is no digit.
+// False if a character is not a digit.
 bool SlowDecode(const std::string &encoded, std::string &decoded) {
     std::string digits;
     for (const char c : encoded.substr(0, encoded.size() / 2 * 2)) {
@@ -57,7 +57,7 @@ bool SlowDecode(const std::string &encoded, std::string &decoded) {
     return true;
 }
 
-// Decodes into memory of exactly the promised size; -1 leaves it alone.
+// Decodes into memory of exactly the documented size; -1 leaves it unchanged.
 int Decode(const std::string &encoded, std::string &decoded) {
     const size_t cbOutput = encoded.size() / 2 + 1;
     const std::unique_ptr<char, decltype(&free)> output(static_cast<char *>(malloc(cbOutput)), free);

@@ -1,4 +1,4 @@
-// An interface table that configuration files complete, and the comparison with what they should make of it.
+// An interface table that configuration files complete, and the comparison with the expected table.
 #pragma once
 
 #include <qiven/iface.h>
@@ -8,13 +8,14 @@
 
 #include "files.h"
 #include "fuzz.h"
-#include "iface_lnx/iface_lnx.h"
+#include "iface_lnx/config_file.h"
+#include "iface_lnx/sources.h"
 #include "support/log_capture.h"
 #include "support/memory_file.h"
 
 namespace fuzz {
 
-// Two interfaces that files name, and one beyond the count that must stay as it is.
+// Two interfaces that the files name, and one beyond the count that must not change.
 struct Table {
     QIVEN_NETIF rgNetIf[3]{};
     uint32_t ulMachineDNS = INADDR_NONE;
@@ -28,7 +29,7 @@ struct Table {
     static constexpr int kCount = 2;
 };
 
-// An address in a text; false, with ulAddr unchanged, when it is none.
+// Parses an address; returns false and leaves ulAddr unchanged if the text is not an address.
 inline bool SlowAddress(const std::string &text, uint32_t &ulAddr) {
     const in_addr_t addr = inet_addr(text.c_str());
     if (addr != INADDR_NONE) ulAddr = addr;
@@ -39,7 +40,7 @@ inline bool SameWord(const std::string &one, const char *szOther) {
     return strcasecmp(one.c_str(), szOther) == 0;
 }
 
-// A value as a lookup gives it: nothing also when it is too long, which is reported.
+// The value as a lookup returns it: nothing if it is too long, which is reported.
 inline std::optional<std::string> Looked(const std::string &text, const char *szKey, char cDelim,
                                          std::vector<std::string> &messages) {
     std::optional<std::string> value = SlowValue(text, szKey, cDelim);
@@ -52,7 +53,8 @@ inline void RequireSameTable(const Table &expected, const Table &actual) {
     // No record has padding that a parser could touch. NOLINTNEXTLINE
     Require(memcmp(expected.rgNetIf, actual.rgNetIf, sizeof expected.rgNetIf) == 0,
             "the file completes the table as it should");
-    Require(expected.ulMachineDNS == gulDNS, "the file sets the machine's DNS server as it should");
+    Require(expected.ulMachineDNS == actual.ulMachineDNS,
+            "the file sets the machine's DNS server as it should");
 }
 
 }  // namespace fuzz

@@ -1,4 +1,5 @@
-// Any bytes as a plain packet: two readers agree, and what is accepted can be sent on and arrives equal.
+// Any bytes as a plain packet: two readers agree, and an accepted record can be
+// written and read back unchanged.
 #include <memory>
 #include <utility>
 
@@ -8,8 +9,7 @@ namespace {
 
 using fuzz::Require;
 
-// The slots, each once, under the identifier that carries it best: the later ones can be basic fields, and
-// send a long text in chunks.
+// Each slot once, under its last identifier: these can be basic fields, and send a long text in chunks.
 bool IsPreferred(const SlowField &field) {
     for (const SlowField &other : kSlowFields) {
         if (other.cbOffset == field.cbOffset && other.id > field.id) return false;
@@ -25,13 +25,13 @@ bool IsZero(const char *p, size_t cb) {
     return std::all_of(p, p + cb, [](char c) { return c == 0; });
 }
 
-// What a text leaves of a longer one behind its NUL is not part of it.
+// Bytes after the NUL, left over from a longer text, are not part of the text.
 void ClearRest(char *szText, size_t cb) {
     const size_t cbText = strnlen(szText, cb);
     memset(szText + cbText, 0, cb - cbText);
 }
 
-// The record as it arrives when it is sent on: elements without a text do not travel.
+// The record as it is read back: empty elements are not sent.
 nasinfo Tidy(const nasinfo &record) {
     nasinfo tidy = record;
     for (const SlowField &field : kSlowFields) {

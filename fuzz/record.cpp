@@ -1,5 +1,5 @@
-// The input fills a record and lists its fields; what is written is what the wire format says, and is read
-// back as it was.
+// The input fills a record and lists its fields: the packet must match the wire
+// format, and be read back unchanged.
 #include <qiven/keys.h>
 #include <sodium.h>
 
@@ -14,7 +14,7 @@ using fuzz::Input;
 using fuzz::Lines;
 using fuzz::Require;
 
-// A request, and what its list should hold.
+// A request, and the expected content of its list.
 struct Request {
     nasinfo record{};
     QIVEN_SEND send{&record, 0, {}};
@@ -26,7 +26,7 @@ struct Request {
         if (blRoom) ids.insert(ids.end(), more);
     }
 
-    // Sets a value through the library, and compares with setting it by hand.
+    // Sets a value through the library, and compares with setting it directly.
     void Set(const SlowField &field, std::string_view value) {
         const size_t cbSlot = field.cbWidth * (field.cKind == 'a' ? 32 : 1);
         std::string buffer(value.substr(0, cbSlot));
@@ -56,7 +56,7 @@ const SlowField &AnyField(Input &input) {
     return kSlowFields[input.Byte() % std::size(kSlowFields)];
 }
 
-// Some elements of an array with one text, which may be as long as an element is wide.
+// Some elements of an array, all with the same text of up to the full width of an element.
 void SetElements(Request &request, Input &input) {
     const int id = static_cast<int>(0xBC + input.Byte() % 4);
     const auto &field = *std::find_if(std::begin(kSlowFields), std::end(kSlowFields),
@@ -83,7 +83,7 @@ void Step(Request &request, Input &input) {
                                 QIVENSendPktIDAddServ(nullptr, &request.send, 1, 1));
         case 2:
             return SetElements(request, input);
-        case 3: {  // one text over and over, so that a short input can fill a packet
+        case 3: {  // one text repeated, so that a short input can fill a packet
             const SlowField &field = AnyField(input);
             const size_t cbText = input.Word() % 2100;
             return request.Set(field, std::string(cbText, static_cast<char>(input.Byte())));
@@ -99,7 +99,7 @@ void Step(Request &request, Input &input) {
     }
 }
 
-// Every listed value, unless the format has no place for it, is in the record that was read.
+// Every listed value that the format can represent is in the record that was read.
 void RequireCameBack(const Request &request, const nasinfo &back) {
     for (const SlowField &field : kSlowFields) {
         if (std::count(request.ids.begin(), request.ids.end(), field.id) == 0 || field.cKind == 'a') continue;

@@ -1,4 +1,4 @@
-// Lets a target that opens a fixed path find the input there: open() is wrapped when the target is linked.
+// Redirects a fixed path to the input, for targets that open it: open() is wrapped at link time.
 #pragma once
 
 #include <fcntl.h>
@@ -8,8 +8,8 @@
 
 namespace fuzz {
 
-inline std::string g_from;  // the path that is opened by name
-inline std::string g_to;    // what is opened instead
+inline std::string g_from;  // the fixed path
+inline std::string g_to;    // the path that is opened instead
 
 }  // namespace fuzz
 

@@ -1,5 +1,4 @@
-// Runs a target on files and on the files of folders, without an engine: the corpus as a test, or one
-// finding.
+// Runs a target on files and directories without the fuzzing engine: the corpus as a test, or one finding.
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -14,7 +13,7 @@ void Run(const std::filesystem::path &path) {
     std::ifstream file(path, std::ios::binary);
     const std::string input{std::istreambuf_iterator<char>(file), {}};
     fuzz::Require(!file.bad() && file.is_open(), path.c_str());
-    const AtPageEnd page(input);  // reading beyond it is noticed without a sanitizer, too
+    const AtPageEnd page(input);  // detects reads beyond it, even without a sanitizer
     LLVMFuzzerTestOneInput(page.Get(), input.size());
 }
 
@@ -33,7 +32,7 @@ int main(int nArguments, char **rgszArgument) {
     size_t nRun = 0;
     for (int i = 1; i < nArguments; ++i) {
         for (const auto &path : FilesOf(rgszArgument[i])) {
-            fprintf(stderr, "%s\n", path.c_str());  // the last one named is the one that fails
+            fprintf(stderr, "%s\n", path.c_str());  // the last name printed is the failing one
             Run(path);
             ++nRun;
         }

@@ -34,10 +34,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
     uint32_t ulExpected = INADDR_NONE;
     const auto value = fuzz::Looked(text, "nameserver", ' ', messages);
     if (value) fuzz::SlowAddress(*value, ulExpected);
-    gulDNS = INADDR_NONE;
+    uint32_t ulDNS = INADDR_NONE;
     LogCapture log;
-    qiven::iface_lnx::ParseResolvConf(log.Record());
-    Require(gulDNS == ulExpected, "the first server is taken when it has an address");
+    qiven::iface_lnx::ParseResolvConf(log.Record(), ulDNS);
+    Require(ulDNS == ulExpected, "the first server is taken when it has an address");
     Require(LogCapture::Take() == messages, "a value that is too long is reported, nothing else");
     return 0;
 }

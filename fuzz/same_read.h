@@ -1,4 +1,4 @@
-// Compares the library's packet reader with the one that is written from the wire format.
+// Compares the library's packet reader with a second one, written from the wire format.
 #pragma once
 
 #include <qiven/packet.h>
@@ -15,7 +15,7 @@ inline bool SameBytes(const nasinfo &one, const nasinfo &other) {
     return memcmp(&one, &other, sizeof one) == 0;
 }
 
-// What a record holds before it is read into, so that a reader which does not clear it shows.
+// The content of a record before it is read into, to detect a reader that does not clear it.
 inline nasinfo Dirty() {
     nasinfo record;
     memset(static_cast<void *>(&record), 0x5A, sizeof record);

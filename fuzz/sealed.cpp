@@ -1,4 +1,4 @@
-// Any bytes as a packet that may be sealed, and as what a sealed packet holds.
+// Any bytes as a packet that may be sealed, and as the content of a sealed packet.
 #include <qiven/keys.h>
 #include <sodium.h>
 
@@ -63,7 +63,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
         return 0;
     }
     RequireOpened(input, packet);
-    // Where the input says, a bit is changed and the end is cut off.
+    // The input selects a bit to change and the length to truncate to.
     fuzz::Input where(input);
     const size_t cbBox = packet.size() - kSealedHeader.size();
     const size_t iChanged = kSealedHeader.size() + where.Word() % cbBox;

@@ -1,4 +1,4 @@
-// Any bytes as network text that is made safe for a terminal.
+// Any bytes as text from the network that is escaped for a terminal.
 #include "../tools/qiven/text.h"
 #include "fuzz.h"
 
@@ -43,14 +43,15 @@ std::string Unescape(const std::string &escaped) {
     return text;
 }
 
-// Nothing that moves a cursor, ends a line, turns the direction of writing or cannot be seen.
+// Contains nothing that moves the cursor, ends a line, changes the writing direction or is invisible.
 bool IsSafe(std::string_view text) {
     while (!text.empty()) {
         const qiven::text::CodePoint point = qiven::text::Next(text);
         const char32_t c = point.value;
         const bool blControl = c < 0x20 || (c >= 0x7F && c < 0xA0);
         const bool blHidden = c == 0xAD || c == 0x61C || (c >= 0x200B && c <= 0x200F) ||
-                              (c >= 0x2028 && c <= 0x202E) || (c >= 0x2060 && c <= 0x206F) || c == 0xFEFF;
+                              (c >= 0x2028 && c <= 0x202E) || (c >= 0x2060 && c <= 0x206F) || c == 0xFEFF ||
+                              (c >= 0xFE00 && c <= 0xFE0F) || c % 0x10000 >= 0xFFFE;
         if (point.cbLength == 0 || blControl || blHidden) return false;
         text.remove_prefix(point.cbLength);
     }

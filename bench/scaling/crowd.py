@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""A crowd of hosts behind one card: every one answers every query, from addresses of its own.
+"""Simulates many hosts on one interface: each has its own addresses and answers every query.
 
-Usage: crowd.py CARD HOSTS SPREAD plain|sealed, in the network namespace of the card; ends with its standard input.
-Each host answers a query once, after a delay between 0 and SPREAD seconds of its own. Like "qiven answer" the crowd
-takes queries within 200 ms for one, and seals its answers when the query carries a key and "sealed" was asked for.
+Usage: crowd.py CARD HOSTS SPREAD plain|sealed, in the network namespace of the interface; exits at the end of standard
+input. Each host answers a query once, after a random delay of 0 to SPREAD seconds. Like "qiven answer", it treats all
+queries within 200 ms as one. With "sealed", it seals answers if the query carries a key.
 """
 import ctypes
 import heapq
@@ -42,7 +42,7 @@ def plain_packet(i, more=b""):
 
 
 class Sealer:
-    """Seals to one asker. One key of ours does for all hosts: the asker has the same work, and we have none."""
+    """Seals for one searcher. All hosts share one key of ours: the searcher has the same work, and we have little."""
 
     def __init__(self, key, process):
         ours, secret = ctypes.create_string_buffer(32), ctypes.create_string_buffer(32)
@@ -61,7 +61,7 @@ class Sealer:
 
 
 def frame(i, packet):
-    """An Ethernet broadcast of a host."""
+    """An Ethernet broadcast from a host."""
     size = len(packet) + 28
     words = struct.pack("!BBHHHBBH", 0x45, 0, size, i, 0, 64, 17, 0) + address(i) + b"\xff" * 4
     total = sum(struct.unpack("!10H", words))
@@ -71,7 +71,7 @@ def frame(i, packet):
 
 
 def frames_for(query, cache):
-    """What the crowd sends to this asker: a function from host to frame."""
+    """The answers to this searcher: a function from host to frame."""
     key, process = (re.search(pattern, query, re.S) for pattern in (rb"\xc4\x40(.{64})", rb"\xc5\x04(.{4})"))
     if KIND == "plain" or not key or not process:
         sealer, known = None, cache.setdefault(None, {})

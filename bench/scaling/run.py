@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""What a segment of many hosts does to a search: prints the table of docs/scaling.md.
+"""Measures searches on segments with many hosts: prints the table of docs/scaling.md.
 
 Usage: run.py [--bin FOLDER] [--hosts N,N...] [--spread SECONDS,...] [--plot SVG]
-One card between two network namespaces that this program makes: the searcher on one end, crowd.py on the other.
-With --plot, measures "qiven find" in steps of a tenth of the largest crowd and draws it with gnuplot.
+Creates two network namespaces, connected by a veth pair: the searcher at one end, crowd.py at the other.
+With --plot, measures "qiven find" in steps of a tenth of the largest number of hosts and plots the results with gnuplot.
 """
 import argparse
 import contextlib
@@ -17,7 +17,7 @@ import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 LIST, FINISHED = "/tmp/tavoqx.list", "/tmp/tavoqx.list.tmp"
-COLUMNS = ("Search", "Hosts", "Answers within", "Found", "Last after", "Ended after", "Queries", "Answers",
+COLUMNS = ("Search", "Hosts", "Answers within", "Found", "Last after", "Stopped after", "Queries", "Answers",
            "Answer bytes", "Dropped", "No socket", "CPU", "Memory", "List file")
 
 
@@ -31,7 +31,7 @@ def read(path):
 
 
 def counters():
-    """Frames and bytes of the card, datagrams that no socket buffer had room for or that came before any socket."""
+    """Frames and bytes of the interface, datagrams dropped for lack of buffer space, and datagrams without a socket."""
     names, values = [line.split() for line in read("/proc/net/snmp").splitlines() if line.startswith("Udp:")]
     udp = dict(zip(names[1:], map(int, values[1:])))
     card = [int(n) for n in next(line for line in read("/proc/net/dev").splitlines() if "eth0" in line).split()[1:]]
@@ -39,7 +39,7 @@ def counters():
 
 
 class Crowd:
-    """Hosts on the other end of a new cable."""
+    """Hosts at the other end of a new veth pair."""
 
     def __init__(self, hosts, spread, kind):
         self.command = [sys.executable, "-B", HERE + "/crowd.py", "crowd0", str(hosts), str(spread), kind]
@@ -62,12 +62,12 @@ class Crowd:
     def __exit__(self, *_):
         self.process.stdin.close()
         self.process.wait(timeout=30)
-        # The kernel takes the cable away with its other end, sooner or later.
+        # The kernel may delete the veth pair later, together with its other end.
         subprocess.run(["ip", "link", "delete", "eth0"], stderr=subprocess.DEVNULL, check=False)
 
 
 class Watch(threading.Thread):
-    """Follows a process: its memory, and when the list file last grew."""
+    """Observes a process: its memory, and the time when the list file last grew."""
 
     def __init__(self, pid, start):
         super().__init__()
@@ -87,7 +87,7 @@ class Watch(threading.Thread):
 
 
 class Bystander:
-    """A host beside the searcher, which hears all answers of the others."""
+    """A host on the searcher's segment, which receives all answers of the others."""
 
     def __init__(self, binary):
         self.command = [binary, "answer", "--name", "storage-00000", "--ident", "ident-00000", "--model", "4711"]

@@ -1,6 +1,5 @@
-// The least that a search can be: bind, broadcast one query out of every card, print the name in each answer.
-// No merging, no options, no end: whoever starts it ends it. It is the floor that `qiven find` is measured
-// by.
+// A minimal search: bind, broadcast one query on every interface, print the name in each answer. It does not
+// merge answers, has no options and runs until it is killed. `qiven find` is compared with it.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>

@@ -1,6 +1,6 @@
-"""The segments that the searches are measured on: a bridge, hosts in network namespaces of their own, peers' daemons.
+"""The segments for the measurements: a bridge, hosts in separate network namespaces, and the daemons of the peers.
 
-Everything lives in the namespaces that run.py enters first, and ends with them.
+Everything is inside the namespaces that run.py enters first, and is deleted with them.
 """
 import ctypes
 import os
@@ -11,7 +11,7 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
-sys.path.insert(0, str(ROOT / "tests/qiven"))
+sys.path.insert(0, str(ROOT / "tests/support"))
 SERVICE = "_smb._tcp"
 SCRATCH = Path(os.environ.get("SEARCH_SCRATCH", "/nowhere"))
 LIBC = ctypes.CDLL(None, use_errno=True)
@@ -29,7 +29,7 @@ def enter(namespace):
 
 
 def begin():
-    """Makes the machine of its own: an empty /run, and the bridge."""
+    """Sets up the namespace: an empty /run, and the bridge."""
     run("mount -t tmpfs tmpfs /run && mount -t proc proc /proc")
     run("ip link set lo up && ip link add lan type bridge && ip link set lan up")
 
@@ -64,7 +64,7 @@ def avahi_config(name, dbus):
 
 
 def avahi_command(name, services, dbus=False):
-    """avahi-daemon with a /run and a folder of services of its own."""
+    """avahi-daemon with a private /run and directory of services."""
     daemon = f"avahi-daemon --no-drop-root --no-chroot --no-rlimits -f {avahi_config(name, dbus)}"
     return ["sh", "-c", f"mount -t tmpfs tmpfs /run && mount --bind {services} /etc/avahi/services && exec {daemon}"]
 
@@ -102,7 +102,7 @@ class Bus:
                             env=self.environment)
 
     def wait_for_avahi(self):
-        """Until the daemon has a name of its own and takes clients."""
+        """Waits until the daemon has its name and accepts clients."""
         command = ["avahi-browse", "-t", "-p", "_none._tcp"]
         wait_for(lambda: subprocess.run(command, env=self.environment, stdout=subprocess.DEVNULL,
                                         stderr=subprocess.DEVNULL).returncode == 0, 15, "avahi does not start")

@@ -1,7 +1,7 @@
-"""Answers searches for UPnP root devices, and those of `qiven find` for a crowd too large for a process each.
+"""Answers searches for UPnP root devices, and queries of `qiven find` if there are too many hosts for one process each.
 
-    responder.py ssdp NAMESPACE=NAME...     one device per namespace, at once and without the delay that is allowed
-    responder.py crowd COUNT                so many devices and hosts in the namespace it runs in
+    responder.py ssdp NAMESPACE=NAME...     one device per namespace, answers without delay
+    responder.py crowd COUNT                COUNT devices and hosts in the current namespace
 """
 import os
 import random
@@ -32,7 +32,7 @@ def reply(name):
 
 
 def serve_ssdp(devices):
-    """devices: socket -> the names that answer through it."""
+    """devices: maps a socket to the names that answer through it."""
     while True:
         for sock in select.select(list(devices), [], [])[0]:
             data, sender = sock.recvfrom(2000)

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""How soon a search shows the hosts of a segment, beside the least program that could and other programs.
+"""Measures the time until a search shows the hosts of a segment, compared with a minimal program and other programs.
 
 Usage: run.py [--bin FOLDER] [--bare PROGRAM] [--json FILE] [--hosts 3,30,1000] [--only PROGRAM,...] [--runs N] [--sealed]
-Makes the segments itself, of network namespaces; the programs take turns in random order. A time is from the
-start of a program to the arrival of a host's line at the reading end of a pipe (find-pty: of a terminal); the
-programs that would hold lines back are told to send each at once.
+Creates the segments from network namespaces and runs the programs in random order. Times are measured from the start
+of a program until the line of a host arrives at the reading end of a pipe (find-pty: of a terminal). Programs that
+buffer their output run unbuffered.
 """
 import argparse
 import json
@@ -52,7 +52,7 @@ def start(program, child_end):
 
 
 def listen(program, out, begin, expected):
-    """(seconds to the first of the expected words, to all of them); None when they do not come."""
+    """Returns (seconds until the first of the expected words, until all of them); None if they do not arrive."""
     first, now, seen, rest = None, begin, set(), b""
     while select.select([out], [], [], max(0, begin + SECONDS - now))[0]:
         try:
@@ -108,7 +108,7 @@ def other_programs(network):
 
 
 def avahi_programs(warm, cold):
-    """The daemon's cache knows the hosts already; it runs but knows nothing; it is started with the search."""
+    """Three states of the daemon: hosts in its cache; running with an empty cache; started together with the search."""
     browse = ["avahi-browse", "-p", places.SERVICE]
 
     def prepare():
@@ -123,7 +123,7 @@ def avahi_programs(warm, cold):
 
 
 class RealHosts:
-    """Each in a namespace of its own, with `qiven answer`, avahi-daemon and an SSDP responder."""
+    """Each host in its own namespace, with `qiven answer`, avahi-daemon and an SSDP responder."""
 
     def __init__(self, options, count):
         self.network = "10.9.0.0/24"
@@ -154,7 +154,7 @@ class RealHosts:
 
 
 class Crowd:
-    """One process that answers for all, and one card with all addresses. A thousand avahi-daemons do not fit."""
+    """One process that answers for all hosts, and one interface with all addresses. A thousand avahi-daemons are too many."""
 
     def __init__(self, options, count):
         self.network = "10.9.0.0/22"
@@ -173,7 +173,7 @@ class Crowd:
 
 
 def memory(pid):
-    """kB that a process holds now, held at most, and has written to, which is nobody else's."""
+    """Memory of a process in kB: current, maximum, and private dirty."""
     with open(f"/proc/{pid}/status", encoding="ascii") as file:
         now, most = (re.search(key + r":\s+(\d+)", text).group(1) for text in [file.read()] for key in ("VmRSS", "VmHWM"))
     with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as file:
@@ -182,7 +182,7 @@ def memory(pid):
 
 
 def ask(count):
-    """Queries of so many askers, each with a key of its own."""
+    """Queries from a number of searchers, each with its own key."""
     sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     sock.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
     for i in range(1, count + 1):
@@ -210,7 +210,7 @@ def measure_memory(options, place):
 
 
 def inside(options):
-    """One segment, in namespaces that were made for it; the results go to standard output."""
+    """Measures one segment, in the namespaces that measure_segment() created; writes the results to standard output."""
     places.begin()
     count = options.hosts[0]
     place = (Crowd if count > 100 else RealHosts)(options, count)
@@ -224,7 +224,7 @@ def inside(options):
 
 
 def measure_segment(arguments, count):
-    """Runs this program again in namespaces that end with it, whatever it has started."""
+    """Runs this program again in new namespaces, which are deleted with all their processes when it exits."""
     flags = ["--net", "--mount", "--pid", "--fork", "--kill-child"]
     flags += [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
     command = ["unshare", *flags, sys.executable, "-B", __file__, *arguments, "--hosts", str(count), "--inside"]
@@ -235,7 +235,7 @@ def measure_segment(arguments, count):
 
 
 def medians(times):
-    """{"first": ms, "all": ms} of the runs that showed all hosts."""
+    """Returns {"first": ms, "all": ms} for the runs that showed all hosts."""
     complete = [run for run in times if run]
     if not complete:
         return None
@@ -266,7 +266,7 @@ def show_memory(segments):
             print(f"| {title} | " + " | ".join(f"{row[key]:,} kB" for key in ("now", "most", "own")) + " |")
 
 
-# What bench/report.py calls the programs; one in parentheses is shown, not judged.
+# The names of the programs in bench/report.py; results of a name in parentheses are shown for information only.
 ROLES = {"bare": "floor", "find": "qiven", "find-ndjson": "(find-ndjson)", "find-pty": "(find-pty)"}
 
 

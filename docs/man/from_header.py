@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Turns a public header into a manual page, in scdoc's language.
+"""Converts a public header into a manual page in scdoc format.
 
   from_header.py page HEADER VERSION   writes the page
-  from_header.py names HEADER          writes what the page describes, one name a line
+  from_header.py names HEADER          writes the names that the page describes, one per line
 
-The header's comments are the one place where the interface is described. Its first comment becomes the
-description, every other one stays with its declarations; a table in a comment is told by its indentation.
+The comments of the header are the only description of the interface. The first comment becomes the description, all
+others stay with their declarations. Indented lines in a comment are a table.
 """
 import os
 import re
@@ -18,20 +18,20 @@ COMPOUND = re.compile(r"typedef struct \w+ \{.*?^\} \w+;", re.S | re.M)
 
 
 def plain(text):
-    """Running text without scdoc's marks; functions stand out, and so do other pages."""
+    """Escapes text for scdoc, with functions and references to other pages in bold."""
     text = re.sub(r"([\\*_])", r"\\\1", text)
     text = re.sub(r"([\w\\]+)\((3?)\)(?![\w(])", r"*\1*(\2)", text)
     return re.sub(r"\bqiven/(\w+)\.h\b", r"*qiven_\1*(3)", text)
 
 
 def body(comment):
-    """The lines of a comment without its frame."""
+    """The lines of a comment without the comment marks."""
     lines = [re.sub(r"^\s*\*( |$)", "", line) for line in re.sub(r"^/\*\*?<?|\*/$", "", comment).splitlines()]
     return "\n".join(line.rstrip() for line in lines).strip("\n")
 
 
 def paragraphs(text):
-    """Blocks of running text, and of lines that are indented and so stay as they are."""
+    """Yields paragraphs of text, and blocks of indented lines, which are not reformatted."""
     for block in re.split(r"\n\s*\n", text):
         if block.startswith("  "):
             yield "```\n" + block + "\n```\n"
@@ -40,7 +40,7 @@ def paragraphs(text):
 
 
 def contract(comment):
-    """A documentation comment: its text, then a line for each parameter and one for the result."""
+    """Formats a documentation comment: its text, then one line for each parameter and one for the result."""
     text = re.sub(r"\s*@(name|[{}]).*", "", body(comment))
     parts = re.split(r"\s*@(param|return)\s+", " " + text)
     yield from paragraphs(parts[0].strip())
@@ -51,7 +51,7 @@ def contract(comment):
 
 
 def tidy(declaration):
-    """A declaration as a caller reads it."""
+    """A declaration as a caller sees it."""
     declaration = re.sub(r"\bQIVEN_API (extern )?|\s*QIVEN_PRINTF\(.*?\)(?=;)", "", declaration)
     return re.sub(r"/\*\*<? *(.*?) *\*/", r"/* \1 */", declaration)
 
@@ -64,7 +64,7 @@ def name_of(declaration):
 
 
 def tokens(text):
-    """(comment or declaration, whether a blank line precedes it); a structure with its members is one."""
+    """Yields (comment or declaration, whether a blank line precedes it). A structure with its members is one declaration."""
     text = text[text.index("#define QIVEN_") :].split("\n", 1)[1]
     text = re.sub(r"#if.*?#endif\n", "", text[: text.rindex("#ifdef __cplusplus")], flags=re.S)
     at = 0
@@ -78,7 +78,8 @@ def tokens(text):
 
 
 def sections(text):
-    """(comment, declarations) pairs; a declaration without one right behind others goes with them."""
+    """Returns (comment, declarations) pairs. A declaration without a comment belongs to the preceding declarations if no
+    blank line separates them."""
     result = []
     for token, after_blank in tokens(text):
         if token.startswith("/*"):
@@ -102,7 +103,8 @@ def page(path, text, version):
     about = " ".join(title.split()).split(" - ", 1)[1].split(". ")
     yield f'qiven_{family}(3) "qiven {version}" "libqiven"\n\n# NAME\n'
     yield plain(", ".join([f"qiven_{family}", *names(text)])) + " - " + plain(about[0].rstrip(".")) + "\n"
-    yield f"# SYNOPSIS\n\n*#include <qiven/{family}.h>*\n\nLink with *-lqiven*.\n\n# DESCRIPTION\n"
+    libraries = "-lqiven-watch -lqiven" if family == "watch" else "-lqiven"
+    yield f"# SYNOPSIS\n\n*#include <qiven/{family}.h>*\n\nLink with *{libraries}*.\n\n# DESCRIPTION\n"
     yield from paragraphs(". ".join(about[1:]).strip())
     yield from paragraphs(rest)
     for comment, declarations in sections(text):
@@ -116,7 +118,7 @@ def page(path, text, version):
             yield "```\n" + "\n".join(declarations) + "\n```\n"
         if comment.startswith("/**"):
             yield from contract(comment)
-    others = ["log", "packet", "nasinfo", "iface", "keys", "udp", "search", "matrix"]
+    others = ["log", "packet", "nasinfo", "iface", "keys", "udp", "search", "matrix", "watch"]
     yield "# SEE ALSO\n\n" + ", ".join(["*libqiven*(3)"] + [f"*qiven_{o}*(3)" for o in others if o != family])
 
 

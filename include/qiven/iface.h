@@ -22,7 +22,7 @@ typedef struct QIVEN_NETIF {
     uint32_t ulBroadCast;   /**< broadcast address */
     uint32_t ulGateway;     /**< default gateway; known from configuration files only */
     uint32_t ulDNS;         /**< DNS server of this interface; known from a NetworkManager keyfile only */
-    int32_t blStatic;       /**< 1 when a configuration file says static; only ever set, never cleared */
+    int32_t blStatic;       /**< 1 if a configuration file says static; set, but never cleared */
     int32_t blActive;       /**< 1 usable with all addresses read; 0 one of them could not be read */
 } QIVEN_NETIF;
 
@@ -38,12 +38,12 @@ QIVEN_API extern uint32_t gulDNS;
  * /etc/network/interfaces. An interface without an IPv4 address is listed with blActive 0.
  * @param rgNetIf  the caller's zeroed table; fields that no source determines keep their value
  * @param numNetIf its capacity, 1 to QIVEN_IFACE_MAX
- * @return number of interfaces listed, in the kernel's order (0 when there is none); -1 on a bad argument or
- *         when /proc/net/dev cannot be read. Calls from several threads are serialised by the caller
+ * @return number of interfaces listed, in the kernel's order (0 if there is none); -1 on a bad argument or
+ *         if /proc/net/dev cannot be read. Calls from several threads are serialised by the caller
  * (gulDNS).
  */
 QIVEN_API int QIVENIfaceInit(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf);
-/** QIVENIfaceInit() for Linux, without the reset of gulDNS. */
+/** QIVENIfaceInit() for Linux, without the reset of gulDNS, which it does write. */
 QIVEN_API int QIVENIfaceInitLnx(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf);
 /**
  * Lists the usable interfaces: writes szIfName and sets blActive, nothing else. Reentrant.
@@ -52,21 +52,22 @@ QIVEN_API int QIVENIfaceInitLnx(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int
 QIVEN_API int QIVENGetIfListLnx(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf);
 /**
  * Tests whether an interface is usable. Reentrant.
- * @return 0 usable; -1 not usable, or the test cannot be made
+ * @return 0 usable; -1 not usable, or the kernel cannot be asked
  */
 QIVEN_API int QIVENIfaceGetActive(const QIVEN_LOG *pLog, const char *szIf);
 /**
  * Reads rgMac, ulIP, ulBroadCast and ulMask of the interface named by szIfName, in this order, from the
  * kernel.
- * @return 0 when all were read; -1 at the first that was not: fields read before it keep their new values,
- * and blActive becomes 0 (except when the hardware address already failed). Reentrant.
+ * @return 0 if all were read; -1 on a bad argument, without a socket, or at the first that was not read:
+ * fields read before it keep their new values, and blActive becomes 0 if it was one of the addresses (not if
+ * the socket or the hardware address failed). Reentrant.
  */
 QIVEN_API int QIVENIfaceGetNetSetting(const QIVEN_LOG *pLog, QIVEN_NETIF *pNetIf);
 
 /**
  * Enumerates like QIVENIfaceInit() and writes the result to level 1: one line for the DNS server, nine lines
  * for each interface.
- * @return 0; -1 when the enumeration failed
+ * @return 0; -1 if the enumeration failed
  */
 QIVEN_API int QIVENIfaceDump(const QIVEN_LOG *pLog);
 

@@ -1,32 +1,35 @@
 /*
  * qiven/matrix.h - dense matrices of doubles, and a text codec on top of them.
  *
- * The codec hides text from a casual reader. It is no encryption: whoever has a few texts with their
- * encodings can compute the key, equal blocks of eight bytes give equal encodings, and nothing tells a
- * changed encoding from a true one. Use sealed packets (qiven/packet.h) for secrets.
+ * The codec hides text from a casual reader. It is not encryption: the key can be computed from a few texts
+ * and their encodings, equal blocks of eight bytes give equal encodings, and a changed encoding cannot be
+ * detected. Use sealed packets (qiven/packet.h) for secrets.
  *
  * Nothing here logs or keeps state; all functions are reentrant on separate matrices. Results of the
  * arithmetic are the same bits on every machine: plain double operations in a fixed order, never fused.
  *
- * Key data of a deployment's own
+ * Key data of your own
  *
- *   At build time   The program matrix-keygen of the source tree draws key matrix, inverse and alphabet from
+ *   At build time   The program matrix-keygen in the source tree draws key matrix, inverse and alphabet from
  *                   the system's random numbers, checks them, and writes them as a source file:
  *                       matrix-keygen > src/matrix/key_data.cpp
  *                   All peers then need libraries built with that same file.
  *   At run time     pmtr64 and pmti64 may point at matrices of the program's own, 8 by 8, which it keeps
  *                   alive; the alphabet stays the built-in one:
  *                       static MATRIX64 stKey = {8, 8, {...}}, stInverse = {8, 8, {0}};
- *                       MatrixInversion((MATRIX *)&stKey, (MATRIX *)&stInverse);
+ *                       if (MatrixInversion((MATRIX *)&stKey, (MATRIX *)&stInverse) != 0)
+ *                           return -1;  // take another key
  *                       pmtr64 = (MATRIX *)&stKey;
  *                       pmti64 = (MATRIX *)&stInverse;
  *                   Both pointers are read without a lock: set them before threads use the codec.
  *
- *   A text comes back exactly when, for all byte values 0 to 255 of a block, each of the eight products with
- *   the key is a whole number from -2048 to 2047, and the product of these with the inverse is at most 0.01
- *   below and less than 0.99 above the byte. Integer entries, in each column of which the positive ones sum
- *   up to at most 8 and the negative ones to at least -8, meet the first; a determinant of 1 or -1 makes the
- *   inverse integer too, which meets the second with ease. Other keys lose text, but do no other harm.
+ *   A text is decoded exactly if, for all byte values 0 to 255 of a block, each of the eight products with
+ * the key is a whole number from -2048 to 2047, and the product of these with the inverse is less than 0.01
+ *   below and less than 0.99 above the byte. The first condition holds if the entries are integers, and the
+ *   positive ones of each column sum up to at most 8 and the negative ones to at least -8. The second holds
+ * if the determinant is 1 or -1 as well, because the inverse is then integer, too. Other keys lose text, but
+ * do no other harm. MatrixInversion() refuses about one in a hundred of the keys that meet all these
+ * conditions with -2, because its elimination reaches a pivot of at most 0.0001: always check its result.
  */
 #ifndef QIVEN_MATRIX_H
 #define QIVEN_MATRIX_H
@@ -55,12 +58,12 @@ typedef struct MATRIX64 {
 } MATRIX64;
 
 /**
- * Makes a matrix with the counts set and the elements not initialised.
- * @return the matrix, freed with MatrixFree(); null when a count is below 1, the size overflows, or without
+ * Allocates a matrix with the counts set and the elements not initialised.
+ * @return the matrix, freed with MatrixFree(); null if a count is below 1, the size overflows, or without
  * memory
  */
 QIVEN_API MATRIX *MatrixAlloc(int rows, int cols);
-/** Frees a matrix made by MatrixAlloc(); null is ignored. */
+/** Frees a matrix from MatrixAlloc(); null is ignored. */
 QIVEN_API void MatrixFree(MATRIX *pMatrix);
 
 /*
@@ -91,7 +94,7 @@ QIVEN_API int MatrixInversion(const MATRIX *A, MATRIX *B);
 /** The key matrix K and its inverse. Peers that exchange encoded texts hold the same. */
 QIVEN_API extern MATRIX64 mtrx64;
 QIVEN_API extern MATRIX64 mtri64;
-/** How the codec reaches K and its inverse; a deployment may point them at 8 by 8 matrices of its own. */
+/** How the codec reaches K and its inverse; a program may point them at 8 by 8 matrices of its own. */
 QIVEN_API extern MATRIX *pmtr64;
 QIVEN_API extern MATRIX *pmti64;
 /** The alphabet: the character of each 6-bit digit, then a NUL. */
@@ -109,8 +112,8 @@ QIVEN_API extern const signed char mapc2d[128];
  */
 QIVEN_API int MatrixEncode(const char *szText, char *szOutput);
 /**
- * Decodes an encoded text. A last odd character is ignored. Any input is safe to decode; whether it was
- * encoded with the key at hand cannot be told.
+ * Decodes an encoded text. A last odd character is ignored. Any input is safe to decode. The
+ * function cannot tell whether it was encoded with the present key.
  * @param szEncoded the encoded text, of any length
  * @param szOutput must hold half the input's length and one byte more
  * @return length of the decoded text up to its first NUL; 0 for an empty input, szOutput being empty then; -1

@@ -20,12 +20,12 @@ extern "C" {
 #define QIVEN_PKT_QUERY 1       /**< asks every host on the segment to describe itself */
 #define QIVEN_PKT_ANSWER 2      /**< describes a host */
 #define QIVEN_PKT_NETSETTING 3  /**< network settings; must carry 0x20, 0x21 and 0x29 */
-#define QIVEN_PKT_ANSWER_INST 6 /**< describes a host that the search files in its second host list */
+#define QIVEN_PKT_ANSWER_INST 6 /**< describes a host for the second host list of a search */
 /** @} */
 
 /**
- * One host's information. A plain structure of fixed layout (12,192 bytes on LP64), owned by whoever declares
- * it. Texts are NUL-terminated: an array of N bytes holds at most N - 1 characters. Integers are in host byte
+ * One host's information. A plain structure of fixed layout (12,192 bytes on LP64), owned by the caller.
+ * Texts are NUL-terminated: an array of N bytes holds at most N - 1 characters. Integers are in host byte
  * order, except those marked "network order", which hold IPv4 addresses as inet_aton(3) makes them. The
  * comment behind a field names the packet identifiers that carry it; a field without a meaning of its own is
  * carried faithfully, and the applications that fill and read the record give it one.
@@ -35,7 +35,8 @@ typedef struct nasinfo {
     char szHostName[36];          /**< 0x11, 0x21: the host's name */
     char szHostIdent[36];         /**< 0x19, 0x29: identifies the host; names its key in the peer key store */
     char szMacAddr[36];           /**< 0x7C: "aa:bb:cc:dd:ee:ff" of the interface that the packet left by */
-    char szLongText[1540];        /**< 0x1A (up to 255 bytes) or 0x2A (in chunks): at most 1535 characters */
+    char szLongText[1540];        /**< 0x1A (up to 255 bytes) or 0x2A (in chunks): at most 1535 characters.
+                                       Longer ones are written, but refused by every reader */
     char szField50[20];           /**< 0x50 */
     char szField51[20];           /**< 0x51 */
     char szField52[260];          /**< 0x52 */
@@ -49,7 +50,7 @@ typedef struct nasinfo {
     char szField5C[4];            /**< 0x5C */
     char szField5D[4];            /**< 0x5D */
     char szField70[68];           /**< 0x70 */
-    char szField73[12];           /**< 0x73: becomes szFieldC0 too when a packet carries no 0xC0 */
+    char szField73[12];           /**< 0x73: becomes szFieldC0 too if a packet leaves that empty */
     char szFieldA2[36];           /**< 0xA2 */
     char szField4A[496];          /**< 0x4A */
     char szField77[8];            /**< 0x77 */
@@ -93,19 +94,19 @@ typedef struct nasinfo {
     char rgszFieldBD[QIVEN_ARRAY_MAX][64]; /**< 0xBD */
     char rgszFieldBE[QIVEN_ARRAY_MAX][64]; /**< 0xBE */
     char rgszFieldBF[QIVEN_ARRAY_MAX][64]; /**< 0xBF */
-    char szFieldC0[32];                    /**< 0xC0: taken from szField73 when absent */
+    char szFieldC0[32];                    /**< 0xC0: taken from szField73 if empty */
     uint32_t ulField90;                    /**< 0x90 */
     char szFieldC1[8];                     /**< 0xC1 */
     uint32_t ulFieldC2;                    /**< 0xC2 */
     uint32_t ulFieldC3;                    /**< 0xC3 */
     char szPubKeyHex[65];                  /**< 0xC4: the sender's public key, 64 lower-case hex digits */
     uint32_t ulProcessID;                  /**< 0xC5: the sender's process identifier */
-    uint32_t ulPeerProcessID;              /**< 0xC6: the process that the packet is for, sealed when not 0 */
+    uint32_t ulPeerProcessID;              /**< 0xC6: the process that the packet is for, sealed if not 0 */
 } nasinfo;
 
 /*
  * Service flags: two independent bitmaps of 128 services in the record, "supported" and "running". Service n
- * is bit (n mod 64) of word (n div 64). What a number stands for is the callers' affair. To send the flags,
+ * is bit (n mod 64) of word (n div 64). The library gives the numbers no meaning. To send the flags,
  * list their fields with QIVENSendPktIDAddServ(). Reentrant; one thread changes a record at a time.
  *
  * pnasInfo null, or a service number of 128 or more: reported on level 1, result -1, nothing changed.

@@ -25,7 +25,13 @@ extern "C" {
 #define QIVEN_PACKET_MAX 8192
 /** A reader accepts at most this many fields in one packet. */
 #define QIVEN_FIELDS_MAX 64
-/** Room for identifiers in a send request; the listing functions refuse to append beyond it. */
+/** Bytes of a long text that a reader accepts, its NUL included. */
+#define QIVEN_LONG_TEXT_SIZE 1536
+/** A sealed box is this much longer than its content. */
+#define QIVEN_SEAL_OVERHEAD 48
+/** Largest plain packet that can be sealed: a header and the overhead less than QIVEN_PACKET_MAX. */
+#define QIVEN_SEALED_PLAIN_MAX 8136
+/** Capacity of the identifier list of a send request; the listing functions refuse to append beyond it. */
 #define QIVEN_SEND_MAX 256
 
 /** Identifiers are greater than PKT_ID_MIN and smaller than PKT_ID_MAX. */
@@ -38,8 +44,35 @@ extern "C" {
 #define QIVENPKT_HOST_ENDIAN 1   /**< reader mode: convert the little-endian wire value to host order */
 #define QIVENPKT_KEEP_ENDIAN 2   /**< integer bytes copied as they are: table value, both modes */
 
-#define PKT_ID_LONG_TEXT 0x2A    /**< long text, first chunk */
-#define PKT_ID_CONTINUATION 0x72 /**< long text, further chunks */
+/** @name Identifiers with a meaning of their own (the table has all of them) */
+/** @{ */
+#define PKT_ID_PKT_TYPE 0x01        /**< ulPktType, must be in every packet */
+#define PKT_ID_HOST_NAME 0x11       /**< szHostName */
+#define PKT_ID_IP 0x12              /**< ulIP */
+#define PKT_ID_HOST_IDENT 0x19      /**< szHostIdent */
+#define PKT_ID_LONG_TEXT 0x2A       /**< szLongText, first chunk */
+#define PKT_ID_MODEL 0x48           /**< ulModel */
+#define PKT_ID_FIELD_49 0x49        /**< ulField49 */
+#define PKT_ID_CONTINUATION 0x72    /**< szLongText, further chunks */
+#define PKT_ID_MAC_ADDR 0x7C        /**< szMacAddr */
+#define PKT_ID_FIELD_A4 0xA4        /**< ulFieldA4, must be in every packet */
+#define PKT_ID_SERV_SUPP0 0xB0      /**< ullServSupp0 */
+#define PKT_ID_SERV_SUPP1 0xB1      /**< ullServSupp1 */
+#define PKT_ID_SERV_RUN0 0xB8       /**< ullServRun0 */
+#define PKT_ID_SERV_RUN1 0xB9       /**< ullServRun1 */
+#define PKT_ID_ARRAY_COUNT 0xBB     /**< ulArrayCount */
+#define PKT_ID_PUB_KEY_HEX 0xC4     /**< szPubKeyHex */
+#define PKT_ID_PROCESS_ID 0xC5      /**< ulProcessID */
+#define PKT_ID_PEER_PROCESS_ID 0xC6 /**< ulPeerProcessID */
+/** @} */
+
+/** Bits of ulBasicMask that every packet must have, and those that a packet of type 3 must have as well. */
+#define QIVEN_BASIC_MASK 0x03
+#define QIVEN_NETSETTING_MASK 0x1C
+
+/** ulFieldA4 in stQIVENBroadCastV11, and in stQIVENBroadCastVQX20. */
+#define QIVEN_FIELD_A4_V11 0x00020000
+#define QIVEN_FIELD_A4_VQX20 0x01020000
 
 /** @name Field types (QIVEN_FIELD_ATTRIB::ulType) */
 /** @{ */
@@ -60,7 +93,7 @@ typedef struct QIVEN_FIELD_ATTRIB {
     uint32_t ulOffset;    /**< of the slot in nasinfo; 0 for FIELD_NONE */
     uint32_t cbField;     /**< width: integer, text with its NUL, or one array element; 0 for FIELD_NONE */
     uint32_t ulEndian;    /**< QIVENPKT_LITTLE_ENDIAN or QIVENPKT_KEEP_ENDIAN; 0 for non-integers */
-    uint32_t ulBasicMask; /**< bit that the reader records when the field is present, or 0 */
+    uint32_t ulBasicMask; /**< bit that the reader records if the field is present, or 0 */
 } QIVEN_FIELD_ATTRIB;
 
 /**
@@ -79,7 +112,7 @@ typedef int (*QIVEN_FIELD_READ)(const QIVEN_LOG *pLog, const unsigned char *szPK
 /**
  * Writes one field (or the fields of one array) from its slot.
  * @param szPKTOutput where the identifier byte goes
- * @param cbPKTOutput bytes of room from there
+ * @param cbPKTOutput bytes of space from there
  * @param PktId the identifier
  * @param pFieldInput the slot in the record
  * @param cbFieldInput the slot's width (of one element, for an array)
@@ -123,16 +156,19 @@ QIVEN_API extern const uint32_t QIVENHeaderSizeEncrypted;
 /** Plain header and one empty field of identifier 0. Readers with the basic-field rule reject it. */
 QIVEN_API extern const unsigned char stQIVENBroadCast[10];
 QIVEN_API extern const uint32_t QIVENBroadCastSize;
-/** Query: ulPktType 1, ulFieldA4 0x00020000. */
+/** Query: ulPktType 1, ulFieldA4 QIVEN_FIELD_A4_V11. */
 QIVEN_API extern const unsigned char stQIVENBroadCastV11[20];
 QIVEN_API extern const uint32_t QIVENBroadCastSizeV11;
-/** Query: ulPktType 1, ulFieldA4 0x01020000. The host search broadcasts this one. */
+/** Query: ulPktType 1, ulFieldA4 QIVEN_FIELD_A4_VQX20. The host search broadcasts this one. */
 QIVEN_API extern const unsigned char stQIVENBroadCastVQX20[20];
 QIVEN_API extern const uint32_t QIVENBroadCastSizeVQX20;
 
 /** The field table, sorted by ascending identifier. */
 QIVEN_API extern const QIVEN_FIELD_ATTRIB grgfieldAttribs[QIVEN_FIELD_COUNT];
-/** The codecs, indexed by field type; FIELD_NONE has none. */
+/**
+ * The codecs, indexed by field type; FIELD_NONE has none. The string writer of this table is
+ * QIVENPacketWriteString() bounded by the slot: a text without a NUL in its cbFieldInput bytes gives -1.
+ */
 QIVEN_API extern const QIVEN_FIELD_PARSER grgfieldParsers[QIVEN_PARSER_COUNT];
 /** The count field of each array, sorted by array identifier. */
 QIVEN_API extern const QIVEN_FIELD_ARRAY_MAP grgFieldArrayCountMap[QIVEN_ARRAY_FIELD_COUNT];
@@ -140,31 +176,32 @@ QIVEN_API extern const QIVEN_FIELD_ARRAY_MAP grgFieldArrayCountMap[QIVEN_ARRAY_F
 /*
  * Field codecs. Each moves one field between a packet buffer and a slot of the record; parameters as for
  * QIVEN_FIELD_READ and QIVEN_FIELD_WRITE. A failed argument check is reported on level 1 with result 0; a
- * value that does not fit is no argument error and has no message. Reentrant.
+ * value that does not fit is not an argument error and has no message. Reentrant.
  */
 
 /**
  * Reads a text into element nIndex (0 for a plain text) of the slot. A text ends early at a NUL inside it.
  * L = 0 leaves the slot unchanged. dstEndian is ignored.
- * @return L + 1; 0 when the value runs past the packet, has no room with its NUL, or on a bad argument
+ * @return L + 1; 0 if the value runs past the packet, does not fit the slot with its NUL, or on a bad
+ * argument
  */
 QIVEN_API int QIVENPacketReadString(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int cbPKTInput,
                                     void *szFieldOutput, unsigned int cbFieldOutput, int dstEndian,
                                     unsigned int nIndex);
-/** QIVENPacketReadString() under a second name. */
+/** The same as QIVENPacketReadString(). */
 QIVEN_API int QIVENPacketReadArray(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int cbPKTInput,
                                    void *szFieldOutput, unsigned int cbFieldOutput, int dstEndian,
                                    unsigned int nIndex);
 /**
  * Reads an integer. L = 0 leaves the slot unchanged.
  * @param cbFieldOutput 4 or 8
- * @return L + 1; 0 when the value runs past the packet, L is not the width, or on a bad argument
+ * @return L + 1; 0 if the value runs past the packet, L is not the width, or on a bad argument
  */
 QIVEN_API int QIVENPacketReadInteger(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int cbPKTInput,
                                      void *puFieldOutput, unsigned int cbFieldOutput, int dstEndian);
 /**
  * Writes a NUL-terminated text of at most 255 characters.
- * @return L + 2; room - (L + 2), a negative number with nothing written, when it does not fit; 0 on a bad
+ * @return L + 2; space - (L + 2), a negative number with nothing written, if it does not fit; 0 on a bad
  *         argument
  */
 QIVEN_API int QIVENPacketWriteString(const QIVEN_LOG *pLog, unsigned char *szPKTOutput, int cbPKTOutput,
@@ -172,8 +209,8 @@ QIVEN_API int QIVENPacketWriteString(const QIVEN_LOG *pLog, unsigned char *szPKT
 /**
  * Writes an integer.
  * @param cbFieldInput 4 or 8
- * @return width + 2; room - (width + 2), a negative number with nothing written, when it does not fit; 0 on a
- *         bad argument, a room of 0 included
+ * @return width + 2; space - (width + 2), a negative number with nothing written, if it does not fit; 0 on a
+ *         bad argument, a space of 0 included
  */
 QIVEN_API int QIVENPacketWriteInteger(const QIVEN_LOG *pLog, unsigned char *szPKTOutput, int cbPKTOutput,
                                       unsigned int PktId, const void *pulFieldInput,
@@ -181,8 +218,8 @@ QIVEN_API int QIVENPacketWriteInteger(const QIVEN_LOG *pLog, unsigned char *szPK
 /**
  * Writes every non-empty element among the first ulArrayCount (at most QIVEN_ARRAY_MAX) as a field of its
  * own.
- * @return bytes written; 0 when there was nothing to write or on a bad argument; -1 when PktId is no array or
- *         an element fills its whole width without a NUL; a negative shortfall when an element does not fit
+ * @return bytes written; 0 if there was nothing to write or on a bad argument; -1 if PktId is not an array or
+ *         an element fills its whole width without a NUL; a negative shortfall if an element does not fit
  *         (elements before it stay in the buffer)
  */
 QIVEN_API int QIVENPacketWriteArray(const QIVEN_LOG *pLog, unsigned char *szPKTOutput, int cbPKTOutput,
@@ -191,14 +228,18 @@ QIVEN_API int QIVENPacketWriteArray(const QIVEN_LOG *pLog, unsigned char *szPKTO
 
 /**
  * Builds one plain packet from a send request: the header, then the listed fields in list order. The packet
- * is built aside and copied out only when it is whole, so a failure leaves buffer and size as they were.
+ * is built in a private buffer and copied out if it is complete, so a failure leaves buffer and size
+ * unchanged.
  * @param pszPKTOutput address of the caller's malloc(3) buffer; enlarged with realloc(3) to exactly the
- * packet's length when it is too small. The caller frees it.
- * @param pcbPKTOutput address of the buffer's capacity in bytes, updated when the buffer is enlarged
+ * packet's length if it is too small. The caller frees it.
+ * @param pcbPKTOutput address of the buffer's capacity in bytes, updated if the buffer is enlarged
  * @param pqivenSend   the request; 0x2A sends szLongText in chunks of 255 bytes, 0x72 is skipped, identifiers
  *                     are written as often as they are listed
- * @return length of the packet, 8 to 8192; 0 on failure: a bad argument, an unknown identifier, an empty
- * array, a text over 255 bytes, more than 8192 bytes, or no memory (each with a level-1 message). Reentrant.
+ * A szLongText of 1536 to 1539 bytes is written under 0x2A unchanged, although every reader refuses it.
+ * @return length of the packet, 8 to 8192; 0 on failure (each with a level-1 message): a bad argument; more
+ *         than QIVEN_SEND_MAX identifiers; an identifier that is unknown or has no slot (0x4B, 0x4C); a text
+ *         over 255 bytes, other than szLongText under 0x2A, or one that has no NUL in its slot; an array with
+ *         nothing to write, or with an element that has no NUL; more than 8192 bytes; no memory. Reentrant.
  */
 QIVEN_API int QIVENPacketWrite(const QIVEN_LOG *pLog, unsigned char **pszPKTOutput, int *pcbPKTOutput,
                                const QIVEN_SEND *pqivenSend);
@@ -209,22 +250,22 @@ QIVEN_API int QIVENPacketWrite(const QIVEN_LOG *pLog, unsigned char **pszPKTOutp
  * @param pValue  the value; must hold at least the field's width, because the larger of cbValue and the width
  *                is copied (so a text arrives with its NUL)
  * @param cbValue length of the value; for a text without its NUL, for an array a whole number of elements
- * @return 0; -1 when an argument is bad, the value is larger than the slot, the field has no slot, or the
+ * @return 0; -1 if an argument is bad, the value is larger than the slot, the field has no slot, or the
  * list is full (record and list unchanged). An identifier that is not in the table is reported on standard
  *         output, everything else on level 1.
  */
 QIVEN_API int QIVENSendPktIDSet(const QIVEN_LOG *pLog, QIVEN_SEND *pqivenSend, unsigned int pktID,
                                 const void *pValue, int cbValue);
 /**
- * Appends identifiers as they come: neither duplicates nor table membership are checked, and only the first
- * is range-checked. End the list with 0 (an unsigned int).
- * @return number appended; -1 on a bad argument or when they do not all fit (nothing appended)
+ * Appends identifiers unchecked: duplicates and unknown identifiers are allowed, and only the first
+ * identifier is range-checked. End the list with 0 (an unsigned int).
+ * @return number appended; -1 on a bad argument or if they do not all fit (nothing appended)
  */
 QIVEN_API int QIVENSendPktIDAdd(const QIVEN_LOG *pLog, QIVEN_SEND *pqivenSend, unsigned int pktID1, ...);
 /**
- * Appends the fields of the service bitmaps: 0xB0 and 0xB1 when blServSupp is 1, then 0xB8 and 0xB9 when
+ * Appends the fields of the service bitmaps: 0xB0 and 0xB1 if blServSupp is 1, then 0xB8 and 0xB9 if
  * blServRun is 1.
- * @return number appended (0, 2 or 4); -1 when a flag is neither 0 nor 1, the request is null, or they do not
+ * @return number appended (0, 2 or 4); -1 if a flag is neither 0 nor 1, the request is null, or they do not
  *         all fit (nothing appended)
  */
 QIVEN_API int QIVENSendPktIDAddServ(const QIVEN_LOG *pLog, QIVEN_SEND *pqivenSend, int blServSupp,
@@ -232,20 +273,21 @@ QIVEN_API int QIVENSendPktIDAddServ(const QIVEN_LOG *pLog, QIVEN_SEND *pqivenSen
 
 /**
  * Reads one received plain packet into a record and decides whether it is acceptable: right header, at most
- * 64 fields, every known value fitting its slot, 0x01 and 0xA4 present, and 0x20, 0x21 and 0x29 too when
+ * 64 fields, every known value fitting its slot, 0x01 and 0xA4 present, and 0x20, 0x21 and 0x29 too if
  * ulPktType is 3. Unknown fields are skipped. Never reads outside the input. Reentrant.
  * @param szPKTInput     the packet
  * @param cbPKTInput     its length
- * @param pnasinfoOutput cleared, then filled; use it only when the result is above 0
- * @return bytes after the header (at least 1) when accepted; 0 when refused. Refusals that foreign packets
- * cause are reported on level 2 or not at all.
+ * @param pnasinfoOutput cleared, then filled; use it only if the result is above 0
+ * @return bytes after the header (at least 1) if accepted; 0 if refused. A refusal is reported on level
+ *         2 or not at all, with two exceptions that a stranger's packet can cause on level 1: a known field
+ *         that ends with its identifier, and a packet of type 3 that lacks one of its fields.
  */
 QIVEN_API int QIVENPacketRead(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int cbPKTInput,
                               nasinfo *pnasinfoOutput);
 
 /**
  * Builds a packet like QIVENPacketWrite() and seals it for one recipient.
- * @param pszPKTOutput    address of the caller's malloc(3) buffer, enlarged when needed
+ * @param pszPKTOutput    address of the caller's malloc(3) buffer, enlarged if needed
  * @param pcbPKTOutput    address of its capacity
  * @param pqivenSend      the request; the plain packet inside may have at most 8136 bytes
  * @param szPublicKeyHex  the recipient's public key: exactly 64 hexadecimal digits
@@ -257,7 +299,7 @@ QIVEN_API int QIVENPacketWriteEncrypted(const QIVEN_LOG *pLog, char **pszPKTOutp
 /**
  * Reads one received packet of either kind: a sealed one is opened with the process key pair first,
  * everything else goes to QIVENPacketRead() unchanged. The secret key is readable for the one opening only.
- * @return as QIVENPacketRead(); 0 when a sealed packet is for somebody else, damaged, longer than 8248 bytes,
+ * @return as QIVENPacketRead(); 0 if a sealed packet is for another process, damaged, longer than 8248 bytes,
  * or this process has no keys (level 2). Uses the process keys: see qiven/keys.h for threads.
  */
 QIVEN_API int QIVENPacketReadEncrypted(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int cbPKTInput,

@@ -12,7 +12,7 @@
 extern "C" {
 #endif
 
-/** UDP port that hosts listen on for queries, and searchers for answers. */
+/** UDP port on which hosts listen for queries, and searchers for answers. */
 #define QIVEN_PORT 9999
 /** Source port of sends that are bound to an interface. */
 #define QIVEN_SOURCE_PORT 1234
@@ -43,9 +43,9 @@ typedef struct QIVEN_RECV {
  * @param szPKTOutput the packet
  * @param cbPKTOutput its length, at least 1
  * @param pqivenConn  destination: szAddr and usPort are read
- * @param pNetIf      must not be null; read only when blBind is set
+ * @param pNetIf      must not be null; read only if blBind is set
  * @param blBind      1: send from the interface's ulIP, port 1234; 0: the system picks both
- * @return cbPKTOutput when the datagram went out; 0 on a bad argument; -1 on any other failure (level 1).
+ * @return cbPKTOutput if the datagram was sent; 0 on a bad argument; -1 on any other failure (level 1).
  *         Reentrant.
  */
 QIVEN_API int QIVENUDPSend(const QIVEN_LOG *pLog, const unsigned char *szPKTOutput, int cbPKTOutput,
@@ -53,14 +53,15 @@ QIVEN_API int QIVENUDPSend(const QIVEN_LOG *pLog, const unsigned char *szPKTOutp
 
 /**
  * Sends a request out of every active interface, each datagram with that interface's hardware address
- * (szMacAddr) and bound to it, then the last datagram once more unbound. The form is chosen per packet:
+ * (szMacAddr) and bound to it, then the last datagram once more unbound. The form of the packet depends on
+ * the record:
  *   - process keys exist and ulPktType is 1: plain, with szPubKeyHex and ulProcessID added;
  *   - process keys exist and ulPeerProcessID is not 0: sealed with the key stored under szHostIdent and
  *     ulPeerProcessID, with ulProcessID added;
  *   - else plain.
- * What is added stays in the caller's record and list. A failed send on one interface is only reported.
+ * The added values stay in the caller's record and list. A failed send on one interface is only reported.
  * @return 0; -1 on a bad argument, no interface, a missing key, a packet that cannot be built, no memory, or
- * when pfnCancel returned 1. One request serves one call at a time; uses the process keys and the key store.
+ * if pfnCancel returned 1. One request serves one call at a time; uses the process keys and the key store.
  */
 QIVEN_API int QIVENUDPClient(const QIVEN_CONN *pqivenConn, QIVEN_SEND *pqivenSend);
 
@@ -75,7 +76,7 @@ QIVEN_API int QIVENUDPClient(const QIVEN_CONN *pqivenConn, QIVEN_SEND *pqivenSen
  * @param pqivenConnSend null, or where to send queries: iTimeout above 0 is the period in seconds, -1 sends
  * one query, other values none
  * @param pqivenSend     the query; needed with pqivenConnSend
- * @return 0 when ended by the limit or by pfnCancel; -1 on a bad argument, a failed set-up, or a query that
+ * @return 0 if ended by the limit or by pfnCancel; -1 on a bad argument, a failed set-up, or a query that
  * could not be sent. The socket is closed on every path.
  */
 QIVEN_API int QIVENUDPServer(const QIVEN_CONN *pqivenConn, const QIVEN_RECV *pqivenRecv,

@@ -1,3 +1,4 @@
+// The last error of each thread.
 #include <cstddef>
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// Creation of files in directories that every user can write.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,7 +9,7 @@
 
 namespace {
 
-// errno of "something else is there", as open() would have put it.
+// The errno for a path that is not a regular file, as open() would set it.
 int ErrorOfType(mode_t mode) {
     if (S_ISLNK(mode)) return ELOOP;
     return S_ISDIR(mode) ? EISDIR : EEXIST;
@@ -21,9 +22,9 @@ int TLIBCFileTouch(const char *szPath) {
         errno = EINVAL;
         return -1;
     }
-    // The file may vanish between the two looks, when another process renames it; not for ever, though.
+    // Another process may rename the file between open() and lstat(): try again, but not without end.
     for (int nTry = 0; nTry < 3; ++nTry) {
-        // /tmp is everybody's: O_EXCL refuses whatever somebody else put there, links in particular.
+        // Every user can write /tmp: O_EXCL refuses what another user has put there, links in particular.
         const int fd = open(szPath, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
         if (fd >= 0) {
             close(fd);

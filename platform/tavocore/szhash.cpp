@@ -1,3 +1,4 @@
+// The string hash.
 #include <exception>
 #include <functional>
 #include <map>
@@ -10,9 +11,9 @@
 #include "szlist.h"
 #include "tavocore.h"
 
-// Keys come from strangers (host names out of packets, names of peers). Nobody can choose keys that make an
-// ordered tree slow, as colliding keys do to a hash table; its pairs never move, so a value handed out stays
-// valid, and there is no table to size beforehand. Looking up by view allocates nothing and cannot fail.
+// An ordered tree, because keys come from strangers (host names from packets, names of peers): no choice of
+// keys makes it slow, as colliding keys make a hash table. Its pairs never move, so the values that it
+// returns stay valid. Looking up by a view allocates nothing and cannot fail.
 struct TLIBC_SZHASH {
     std::map<std::string, std::string, std::less<>> mapPair;
 };
@@ -28,7 +29,7 @@ void TLIBCSzHashFree(TLIBC_SZHASH_HANDLE pHash) {
 int TLIBCSzHashSetValue(TLIBC_SZHASH_HANDLE *ppHash, const char *szKey, const char *szValue) {
     if (ppHash == nullptr || *ppHash == nullptr || szKey == nullptr || szValue == nullptr) return -1;
     try {
-        // Both copies are made before the tree is touched: a caller may pass text that this hash owns.
+        // Both texts are copied before the tree changes: the caller may pass text that this hash owns.
         std::string strKey = szKey;
         std::string strValue = szValue;
         (*ppHash)->mapPair.insert_or_assign(std::move(strKey), std::move(strValue));

@@ -1,3 +1,4 @@
+// The string list.
 #include "szlist.h"
 
 #include <cstddef>

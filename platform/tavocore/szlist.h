@@ -1,3 +1,4 @@
+// The string list as the other files of this library see it.
 #ifndef TAVOCORE_SZLIST_H
 #define TAVOCORE_SZLIST_H
 
@@ -11,7 +12,7 @@
 struct TLIBC_SZLIST {
     std::vector<std::string> rgItem;
 
-    // Takes whole batches, so that memory running out halfway leaves no part of one behind.
+    // Appends all strings, or none if memory runs out.
     void Append(std::vector<std::string> rgMore) {
         rgItem.insert(rgItem.end(), std::make_move_iterator(rgMore.begin()),
                       std::make_move_iterator(rgMore.end()));

@@ -33,19 +33,19 @@ TAVOCORE_API TLIBC_SZHASH_HANDLE TLIBCSzHashAlloc(int nSize);
 TAVOCORE_API void TLIBCSzHashFree(TLIBC_SZHASH_HANDLE pHash);
 /**
  * Inserts a pair, or replaces the value of a key; both strings are copied.
- * @param ppHash address of the handle, which may be replaced when the table grows
+ * @param ppHash address of the handle, which may be replaced if the table grows
  * @return 0; -1 on a null argument or without memory (the hash is unchanged)
  */
 TAVOCORE_API int TLIBCSzHashSetValue(TLIBC_SZHASH_HANDLE *ppHash, const char *szKey, const char *szValue);
-/** @return the value of a key, owned by the hash and valid until the pair changes; null when absent */
+/** @return the value of a key, owned by the hash and valid until the pair changes; null if absent */
 TAVOCORE_API const char *TLIBCSzHashGetValue(TLIBC_SZHASH_HANDLE pHash, const char *szKey);
-/** Removes a pair. @return 1 when removed, 0 when absent or on a null argument */
+/** Removes a pair. @return 1 if removed, 0 if absent or on a null argument */
 TAVOCORE_API int TLIBCSzHashRemoveKey(TLIBC_SZHASH_HANDLE pHash, const char *szKey);
 /** @return number of pairs; 0 for null */
 TAVOCORE_API int TLIBCSzHashPairNum(TLIBC_SZHASH_HANDLE pHash);
 /**
  * Appends a copy of every key, in no particular order, to a list.
- * @param ppList address of the list's handle, which may be replaced when the list grows
+ * @param ppList address of the list's handle, which may be replaced if the list grows
  * @return number of keys appended; -1 on a null argument or without memory (nothing appended)
  */
 TAVOCORE_API int TLIBCSzHashEnumKey(TLIBC_SZHASH_HANDLE pHash, TLIBC_SZLIST_HANDLE *ppList);
@@ -58,7 +58,7 @@ TAVOCORE_API void TLIBCHashRemoveAll(TLIBC_SZHASH_HANDLE pHash);
  * @return the handle, freed with TLIBCSzListFree(); null on a negative size or without memory
  */
 TAVOCORE_API TLIBC_SZLIST_HANDLE TLIBCSzListAlloc(int nSize);
-/** @return the string at an index, owned by the list and valid until it changes; null when there is none */
+/** @return the string at an index, owned by the list and valid until it changes; null if there is none */
 TAVOCORE_API const char *TLIBCSzListGet(TLIBC_SZLIST_HANDLE pList, int nIndex);
 /** Empties a list; null is ignored. */
 TAVOCORE_API void TLIBCSzListRemoveAll(TLIBC_SZLIST_HANDLE pList);
@@ -69,7 +69,7 @@ TAVOCORE_API void TLIBCSzListFree(TLIBC_SZLIST_HANDLE pList);
  * Splits a text and appends the fields to a list. Every separator character splits: empty fields count, a
  * trailing one too, and a text without a separator is one field.
  * @param szSeparators the characters that separate; not empty
- * @param ppList address of the list's handle, which may be replaced when the list grows
+ * @param ppList address of the list's handle, which may be replaced if the list grows
  * @return number of fields; -1 on a bad argument or without memory (nothing appended)
  */
 TAVOCORE_API int TLIBCStrSep(const char *szText, const char *szSeparators, TLIBC_SZLIST_HANDLE *ppList);
@@ -82,14 +82,14 @@ TAVOCORE_API int TLIBCStrTrimSpace(char *szText, int iFlags);
 /**
  * Tests for a host name (RFC 1123): dot-separated labels of 1 to 63 letters, digits and hyphens, no hyphen at
  * either end of a label, at most 253 characters.
- * @return 1 when it is one, else 0 (also for null)
+ * @return 1 if it is one, else 0 (also for null)
  */
 TAVOCORE_API int BlTLIBIsHostname(const char *szText);
 
 /**
- * Makes sure that a regular file exists: creates it empty with mode 0644 (less the umask) when it is
+ * Makes sure that a regular file exists: creates it empty with mode 0644 (less the umask) if it is
  * missing, and leaves an existing one as it is. Never follows a symbolic link in the last place of the path.
- * @return 0; -1 with errno set when it cannot be created, or something else than a regular file is there
+ * @return 0; -1 with errno set if it cannot be created, or if the path is not a regular file
  */
 TAVOCORE_API int TLIBCFileTouch(const char *szPath);
 
@@ -98,14 +98,14 @@ TAVOCORE_API int TLIBCFileTouch(const char *szPath);
  * @param szFile name of the source file, copied; cut to 255 characters, null counts as empty
  */
 TAVOCORE_API void TLIBCErrSetEx(int iCode, const char *szFile, int iLine);
-/** @return the code that this thread recorded last; 0 when none */
+/** @return the code that this thread recorded last; 0 if none */
 TAVOCORE_API int TLIBCErrGet(void);
 /**
  * The error that this thread recorded last.
- * @param pszFile receives the file name ("" when none), owned by the library, valid until the thread's next
+ * @param pszFile receives the file name ("" if none), owned by the library, valid until the thread's next
  * error; may be null
  * @param piLine  receives the line; may be null
- * @return the code; 0 when none
+ * @return the code; 0 if none
  */
 TAVOCORE_API int TLIBCErrGetEx(const char **pszFile, int *piLine);
 

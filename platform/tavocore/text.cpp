@@ -1,3 +1,4 @@
+// Splitting, trimming and checking of texts.
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -12,18 +13,18 @@
 
 namespace {
 
-// The C library's own tests depend on the locale, and these texts do not.
+// isalnum() depends on the locale; host names do not.
 bool IsAlnum(char ch) {
     return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (ch >= '0' && ch <= '9');
 }
 
 bool IsLabel(std::string_view label) {
-    constexpr size_t cbLabelMax = 63;
-    return !label.empty() && label.size() <= cbLabelMax && label.front() != '-' && label.back() != '-' &&
+    constexpr size_t kLabelMax = 63;
+    return !label.empty() && label.size() <= kLabelMax && label.front() != '-' && label.back() != '-' &&
            std::all_of(label.begin(), label.end(), [](char ch) { return IsAlnum(ch) || ch == '-'; });
 }
 
-// Calls fnField with each field until it returns false; says whether all were welcome.
+// Calls fnField with each field until it returns false. True if it never did.
 template <class Function>
 bool ForEachField(std::string_view text, std::string_view separators, Function fnField) {
     for (;;) {
@@ -55,17 +56,17 @@ int TLIBCStrSep(const char *szText, const char *szSeparators, TLIBC_SZLIST_HANDL
 
 int TLIBCStrTrimSpace(char *szText, int /*iFlags*/) {
     if (szText == nullptr) return -1;
-    constexpr std::string_view spaces = " \t\n\v\f\r";
+    constexpr std::string_view kSpaces = " \t\n\v\f\r";
     std::string_view text = szText;
-    text.remove_prefix(std::min(text.find_first_not_of(spaces), text.size()));
-    text = text.substr(0, text.find_last_not_of(spaces) + 1);  // "none" plus 1 is 0
+    text.remove_prefix(std::min(text.find_first_not_of(kSpaces), text.size()));
+    text = text.substr(0, text.find_last_not_of(kSpaces) + 1);  // npos + 1 is 0
     memmove(szText, text.data(), text.size());
     szText[text.size()] = '\0';
     return static_cast<int>(text.size());
 }
 
 int BlTLIBIsHostname(const char *szText) {
-    constexpr size_t cbNameMax = 253;
-    if (szText == nullptr || strnlen(szText, cbNameMax + 1) > cbNameMax) return 0;
+    constexpr size_t kNameMax = 253;
+    if (szText == nullptr || strnlen(szText, kNameMax + 1) > kNameMax) return 0;
     return ForEachField(szText, ".", IsLabel) ? 1 : 0;
 }

@@ -1,3 +1,4 @@
+// The numbered network cards of the machine.
 #include "tavonetsdk.h"
 
 #include <arpa/inet.h>
@@ -15,21 +16,21 @@
 #include <string_view>
 
 static_assert(sizeof(TAVO_NET_CARD) == 72 && offsetof(TAVO_NET_CARD, szAddr) == 30,
-              "callers made for the maker's library read the address there");
+              "programs built for the maker's library read the address there");
 
 namespace {
 
 struct FreeNames {
     void operator()(struct if_nameindex *p) const { if_freenameindex(p); }
 };
-using Names = std::unique_ptr<struct if_nameindex, FreeNames>;
+using InterfaceNames = std::unique_ptr<struct if_nameindex, FreeNames>;
 
-struct Socket {
+struct RequestSocket {
     int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    Socket() = default;
-    Socket(const Socket &) = delete;
-    Socket &operator=(const Socket &) = delete;
-    ~Socket() {
+    RequestSocket() = default;
+    RequestSocket(const RequestSocket &) = delete;
+    RequestSocket &operator=(const RequestSocket &) = delete;
+    ~RequestSocket() {
         if (fd >= 0) close(fd);
     }
 };
@@ -50,17 +51,17 @@ bool GetAddr(int fd, const char *szName, in_addr *pAddr) {
 }
 
 bool CanBroadcast(int fd, const char *szName) {
-    constexpr unsigned uWanted = IFF_UP | IFF_RUNNING | IFF_BROADCAST;
+    constexpr unsigned kWanted = IFF_UP | IFF_RUNNING | IFF_BROADCAST;
     ifreq request = RequestFor(szName);
     if (ioctl(fd, SIOCGIFFLAGS, &request) != 0) return false;
     const auto uFlags = static_cast<unsigned short>(request.ifr_flags);
-    return (uFlags & (uWanted | IFF_LOOPBACK)) == uWanted;
+    return (uFlags & (kWanted | IFF_LOOPBACK)) == kWanted;
 }
 
 bool IsEthName(std::string_view name) {
-    constexpr std::string_view prefix = "eth";
-    return name.size() > prefix.size() && name.substr(0, prefix.size()) == prefix &&
-           name.find_first_not_of("0123456789", prefix.size()) == std::string_view::npos;
+    constexpr std::string_view kPrefix = "eth";
+    return name.size() > kPrefix.size() && name.substr(0, kPrefix.size()) == kPrefix &&
+           name.find_first_not_of("0123456789", kPrefix.size()) == std::string_view::npos;
 }
 
 int Fill(in_addr addr, TAVO_NET_CARD *pCard) {
@@ -71,8 +72,8 @@ int Fill(in_addr addr, TAVO_NET_CARD *pCard) {
 
 int TAVONetGetCard1(int iCard, int /*iFlags*/, TAVO_NET_CARD *pCard) {
     if (iCard < 0 || pCard == nullptr) return -1;
-    const Socket sock;
-    const Names names(if_nameindex());
+    const RequestSocket sock;
+    const InterfaceNames names(if_nameindex());
     if (sock.fd < 0 || names == nullptr) return -1;
 
     char szEth[IFNAMSIZ];

@@ -23,14 +23,14 @@ typedef struct TAVO_NET_CARD {
 } TAVO_NET_CARD;
 
 /**
- * Describes a numbered card. Card N is the interface "ethN" when the machine has interfaces so named; else it
- * is the N-th interface, in the kernel's order, that is up, running, able to broadcast, no loopback, and has
+ * Describes a numbered card. Card N is the interface "ethN" if the machine has interfaces so named; else it
+ * is the N-th interface, in the kernel's order, that is up, running, able to broadcast, not loopback, and has
  * an IPv4 address. Of several addresses the first counts. Reentrant.
  * @param iCard  index of the card, from 0
  * @param iFlags 0; reserved
- * @param pCard  zeroed by the caller, filled when the result is positive
- * @return positive when filled; 0 when there is no such card; negative when "ethN" has no IPv4 address, on a
- * bad argument, and when the kernel cannot be asked
+ * @param pCard  zeroed by the caller, filled if the result is positive
+ * @return positive if filled; 0 if there is no such card; negative if "ethN" has no IPv4 address, on a
+ * bad argument, and if the kernel cannot be asked
  */
 TAVONETSDK_API int TAVONetGetCard1(int iCard, int iFlags, TAVO_NET_CARD *pCard);
 

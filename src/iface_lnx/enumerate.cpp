@@ -1,21 +1,25 @@
+// The order of one enumeration, and the list of interfaces in /proc/net/dev.
+#include "iface_lnx/enumerate.h"
+
 #include <dirent.h>
 
 #include <cstring>
 
-#include "iface/copy_text.h"
-#include "iface_lnx/iface_lnx.h"
-#include "log/message.h"
+#include "base/message.h"
+#include "iface_lnx/config_file.h"
+#include "iface_lnx/kernel.h"
+#include "iface_lnx/sources.h"
+
+namespace qiven::iface_lnx {
 
 namespace {
 
-using qiven::iface_lnx::kRoom;
-
 constexpr int kHeaderLines = 2;
 
-bool CheckTable(const QIVEN_LOG *pLog, qiven::log::Where where, const QIVEN_NETIF *rgNetIf, int numNetIf) {
-    return qiven::log::Check(pLog, where, rgNetIf != nullptr, "((void *)0) != rgNetIf") &&
-           qiven::log::Check(pLog, where, 0 < numNetIf, "0 < numNetIf") &&
-           qiven::log::Check(pLog, where, QIVEN_IFACE_MAX >= numNetIf, "QIVEN_IFACE_MAX >= numNetIf");
+bool CheckTable(const QIVEN_LOG *pLog, base::Where where, const QIVEN_NETIF *rgNetIf, int numNetIf) {
+    return base::Check(pLog, where, rgNetIf != nullptr, "((void *)0) != rgNetIf") &&
+           base::Check(pLog, where, 0 < numNetIf, "0 < numNetIf") &&
+           base::Check(pLog, where, QIVEN_IFACE_MAX >= numNetIf, "QIVEN_IFACE_MAX >= numNetIf");
 }
 
 bool HasIfCfgDirectory() {
@@ -27,7 +31,7 @@ bool HasIfCfgDirectory() {
 
 }  // namespace
 
-int qiven::iface_lnx::ListDevices(const QIVEN_LOG *pLog, FILE *pfDev, QIVEN_NETIF *rgNetIf, int numNetIf) {
+int ListInterfacesOf(const QIVEN_LOG *pLog, FILE *pfDev, QIVEN_NETIF *rgNetIf, int numNetIf) {
     char szLine[512];
     int iLine = 0;
     int n = 0;
@@ -41,32 +45,33 @@ int qiven::iface_lnx::ListDevices(const QIVEN_LOG *pLog, FILE *pfDev, QIVEN_NETI
         if (n == numNetIf) break;
         *szColon = '\0';
         const char *szName = szLine + strspn(szLine, " \t");
-        if (QIVENIfaceGetActive(pLog, szName) == -1) continue;
-        iface::CopyText(rgNetIf[n].szIfName, szName);
+        if (!IsUsable(pLog, szName)) continue;
+        CopyName(rgNetIf[n].szIfName, szName);
         rgNetIf[n].blActive = 1;
         ++n;
     }
     return ferror(pfDev) != 0 ? -1 : n;
 }
 
-int QIVENGetIfListLnx(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf) {
-    if (!CheckTable(pLog, kRoom, rgNetIf, numNetIf)) return -1;
-    const qiven::iface_lnx::File file(fopen("/proc/net/dev", "re"));
-    return file == nullptr ? -1 : qiven::iface_lnx::ListDevices(pLog, file.get(), rgNetIf, numNetIf);
+int ListInterfaces(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf) {
+    if (!CheckTable(pLog, kModule, rgNetIf, numNetIf)) return -1;
+    const File file(fopen("/proc/net/dev", "re"));
+    return file == nullptr ? -1 : ListInterfacesOf(pLog, file.get(), rgNetIf, numNetIf);
 }
 
-int QIVENIfaceInitLnx(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf) {
-    if (!CheckTable(pLog, kRoom, rgNetIf, numNetIf)) return -1;
-    qiven::iface_lnx::ParseResolvConf(pLog);
-    const int n = QIVENGetIfListLnx(pLog, rgNetIf, numNetIf);
+int FillTable(const QIVEN_LOG *pLog, QIVEN_NETIF *rgNetIf, int numNetIf, uint32_t &ulDNS) {
+    if (!CheckTable(pLog, kModule, rgNetIf, numNetIf)) return -1;
+    ParseResolvConf(pLog, ulDNS);
+    const int n = ListInterfaces(pLog, rgNetIf, numNetIf);
     for (int i = 0; i < n; ++i) {
-        if (rgNetIf[i].blActive == 1 && QIVENIfaceGetNetSetting(pLog, &rgNetIf[i]) == -1)
-            rgNetIf[i].blActive = 0;
+        if (rgNetIf[i].blActive == 1 && !ReadAddresses(pLog, rgNetIf[i])) rgNetIf[i].blActive = 0;
     }
-    qiven::iface_lnx::ParseNMKeyfiles(pLog, rgNetIf, n);
+    ParseNMKeyfiles(pLog, rgNetIf, n, ulDNS);
     if (HasIfCfgDirectory())
-        qiven::iface_lnx::ParseIfCfgFiles(pLog, rgNetIf, n);
+        ParseIfCfgFiles(pLog, rgNetIf, n);
     else
-        qiven::iface_lnx::ParseNetworkInterfaces(pLog, rgNetIf, n);
+        ParseNetworkInterfaces(pLog, rgNetIf, n);
     return n;
 }
+
+}  // namespace qiven::iface_lnx

@@ -1,14 +1,14 @@
-#include <strings.h>
-
+// /etc/network/interfaces, the configuration of Debian and its relatives.
 #include <cstring>
 
-#include "iface_lnx/iface_lnx.h"
+#include "iface_lnx/config_file.h"
+#include "iface_lnx/sources.h"
 
 namespace qiven::iface_lnx {
 
 namespace {
 
-constexpr const char *kSeparators = " \t\r\n";
+constexpr char kSeparators[] = " \t\r\n";
 
 bool BeginsWith(const char *szLine, const char *szWord) {
     return strncmp(szLine, szWord, strlen(szWord)) == 0;
@@ -21,7 +21,7 @@ QIVEN_NETIF *FindByName(const char *szName, QIVEN_NETIF *rgNetIf, int n) {
     return nullptr;
 }
 
-// "iface NAME FAMILY METHOD": the interface that the following lines are about, or null.
+// Reads "iface NAME FAMILY METHOD". Returns the record that the following lines are about, or null.
 QIVEN_NETIF *BeginStanza(char *szLine, QIVEN_NETIF *rgNetIf, int n) {
     char *szRest = nullptr;
     strtok_r(szLine, kSeparators, &szRest);
@@ -30,7 +30,7 @@ QIVEN_NETIF *BeginStanza(char *szLine, QIVEN_NETIF *rgNetIf, int n) {
     QIVEN_NETIF *pNetIf = FindByName(szName, rgNetIf, n);
     strtok_r(nullptr, kSeparators, &szRest);
     const char *szMethod = strtok_r(nullptr, kSeparators, &szRest);
-    if (pNetIf != nullptr && szMethod != nullptr && strcasecmp(szMethod, "static") == 0) pNetIf->blStatic = 1;
+    if (pNetIf != nullptr && szMethod != nullptr && IsKeyword(szMethod, "static")) pNetIf->blStatic = 1;
     return pNetIf;
 }
 

@@ -1,3 +1,4 @@
+// The store of the public keys of peers, in a string hash of the platform.
 #include <qiven/keys.h>
 
 #include <tavocore.h>
@@ -8,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 namespace qiven::keys {
 
@@ -15,7 +17,7 @@ namespace {
 
 constexpr time_t kFirstAgeLimit = 86400;
 constexpr time_t kLongUptime = 172800;
-// An age limit at or below this is not pruned by.
+// Pruning stops when the age limit is this short.
 constexpr time_t kShortestAgeLimit = 600;
 constexpr int kListSize = 2048;
 
@@ -24,15 +26,15 @@ constexpr size_t kEntryValueSize = 74;  // 64 key digits, ",", eight stamp digit
 static_assert(QIVEN_PEER_NAME_MAX + 1 + 8 + 1 == kEntryNameSize);
 static_assert(QIVEN_KEY_HEX_SIZE - 1 + 1 + 8 + 1 == kEntryValueSize);
 
-// The store, once the first key was added; it stays for the rest of the process.
+// The store. Created when the first key is added; it exists until the process ends.
 TLIBC_SZHASH_HANDLE g_pStore = nullptr;
 
-struct FreeList {
+struct FreeNameList {
     void operator()(TLIBC_SZLIST_HANDLE pList) const { TLIBCSzListFree(pList); }
 };
-using List = std::unique_ptr<TLIBC_SZLIST, FreeList>;
+using NameList = std::unique_ptr<std::remove_pointer_t<TLIBC_SZLIST_HANDLE>, FreeNameList>;
 
-// Whole seconds since boot: ages must not jump when somebody sets the clock.
+// Whole seconds since boot. The wall clock would make ages jump whenever it is set.
 time_t Now() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -46,13 +48,13 @@ struct EntryName {
     }
 };
 
-// A longer peer name would be cut and could so become the entry name of another peer.
+// A longer peer name would be cut, and its entry name could then be that of another peer.
 bool IsPeer(const char *szPeer, uint32_t ulProcessID) {
     return szPeer != nullptr && ulProcessID != 0 &&
            strnlen(szPeer, QIVEN_PEER_NAME_MAX + 1) <= QIVEN_PEER_NAME_MAX;
 }
 
-// Whether the text fits into an entry and can be told apart again: a comma ends the key text of a value.
+// Whether the text fits into an entry and can be read back: a comma ends the key text of a value.
 bool IsStorable(const char *szPublicKeyHex) {
     return szPublicKeyHex != nullptr && strnlen(szPublicKeyHex, QIVEN_KEY_HEX_SIZE) < QIVEN_KEY_HEX_SIZE &&
            strchr(szPublicKeyHex, ',') == nullptr;
@@ -66,7 +68,7 @@ int writeKeyEntry(const char *szPeer, uint32_t ulProcessID, const char *szPublic
     return 0;
 }
 
-// Removes an entry that was written before the threshold; false when the store is not what it should be.
+// Removes an entry that was written before the threshold. False if the store is damaged.
 bool PruneEntry(const char *szName, long lThreshold) {
     if (szName == nullptr) return false;
     const char *szValue = TLIBCSzHashGetValue(g_pStore, szName);
@@ -81,7 +83,7 @@ bool PrunePass(long lThreshold) {
     TLIBC_SZLIST_HANDLE pNames = TLIBCSzListAlloc(kListSize);
     if (pNames == nullptr) return false;
     const int nNames = TLIBCSzHashEnumKey(g_pStore, &pNames);
-    const List list(pNames);
+    const NameList list(pNames);
     if (nNames < 0) return false;
     for (int i = 0; i < nNames; ++i) {
         if (!PruneEntry(TLIBCSzListGet(list.get(), i), lThreshold)) return false;
@@ -93,9 +95,9 @@ bool IsFull() {
     return TLIBCSzHashPairNum(g_pStore) >= QIVEN_KEYS_MAX;
 }
 
-// Makes room for one more entry: by age, with a limit that is halved until there is room, else by starting
-// afresh.
-bool MakeRoom() {
+// Makes space for one more entry: removes old entries, with an age limit that is halved until there is
+// space, and empties the store if that does not help.
+bool MakeSpace() {
     const time_t now = Now();
     time_t ageLimit = now < kLongUptime ? now / 2 : kFirstAgeLimit;
     while (IsFull() && ageLimit > kShortestAgeLimit) {
@@ -115,7 +117,7 @@ using namespace qiven::keys;
 int QIVENAddKey(const char *szPeer, uint32_t ulProcessID, const char *szPublicKeyHex) {
     if (!IsPeer(szPeer, ulProcessID) || !IsStorable(szPublicKeyHex)) return -1;
     if (g_pStore == nullptr) g_pStore = TLIBCSzHashAlloc(0);
-    if (g_pStore == nullptr || !MakeRoom()) return -1;
+    if (g_pStore == nullptr || !MakeSpace()) return -1;
     return writeKeyEntry(szPeer, ulProcessID, szPublicKeyHex);
 }
 

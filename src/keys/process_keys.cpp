@@ -1,6 +1,10 @@
+// The key pair and the identifier of the process.
 #include <qiven/keys.h>
 
 #include <sodium.h>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -9,30 +13,51 @@ namespace {
 static_assert(QIVEN_KEY_SIZE == crypto_box_PUBLICKEYBYTES);
 static_assert(QIVEN_KEY_SIZE == crypto_box_SECRETKEYBYTES);
 
-// The process's one identity. The keys exist when blInited is set.
-struct ProcessKeys {
+// The identity of the process. The keys exist if blInited is set.
+struct ProcessIdentity {
     unsigned char *pPublicKey = nullptr;  // malloc
-    unsigned char *pSecretKey = nullptr;  // sodium_malloc, inaccessible but while acquired
+    unsigned char *pSecretKey = nullptr;  // sodium_malloc, inaccessible except while acquired
+    bool blProtected = false;             // its protection was changed at least once
     uint32_t ulProcessID = 0;
     bool blInited = false;
 };
 
-ProcessKeys g_keys;
+ProcessIdentity g_keys;
 
-// Frees both keys; sodium_free wipes the secret one. It dies of a page that it cannot open, though: such a
-// page is left where it is, as nobody else can read it either.
-void FreeKeys() {
-    free(g_keys.pPublicKey);
-    if (g_keys.pSecretKey != nullptr && sodium_mprotect_readwrite(g_keys.pSecretKey) == 0)
-        sodium_free(g_keys.pSecretKey);
-    g_keys.pPublicKey = nullptr;
-    g_keys.pSecretKey = nullptr;
+// Wipes a secret key whose memory the kernel does not make writable. Guarded memory is a page of its own that
+// ends with the key; its content can be discarded under any protection once the page is not locked.
+void WipeInPlace() {
+    if (!g_keys.blProtected) {  // still writable, as it was allocated
+        sodium_memzero(g_keys.pSecretKey, crypto_box_SECRETKEYBYTES);
+        return;
+    }
+    const auto cbPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void *pPage = g_keys.pSecretKey + crypto_box_SECRETKEYBYTES - cbPage;
+    munlock(pPage, cbPage);
+    madvise(pPage, cbPage, MADV_DONTNEED);
 }
 
-// Tries again: a kernel that is short of memory for once shall not leave the key readable for ever.
+// Wipes and frees both keys. sodium_free() aborts if it cannot unprotect the memory; such memory is wiped in
+// place and leaked.
+void FreeKeys() {
+    free(g_keys.pPublicKey);
+    if (g_keys.pSecretKey != nullptr) {
+        if (sodium_mprotect_readwrite(g_keys.pSecretKey) == 0)
+            sodium_free(g_keys.pSecretKey);
+        else
+            WipeInPlace();
+    }
+    g_keys.pPublicKey = nullptr;
+    g_keys.pSecretKey = nullptr;
+    g_keys.blProtected = false;
+}
+
+// Tries twice: a kernel that is short of memory for a moment must not leave the key readable.
 bool HideSecretKey() {
-    if (sodium_mprotect_noaccess(g_keys.pSecretKey) == 0) return true;
-    return sodium_mprotect_noaccess(g_keys.pSecretKey) == 0;
+    for (int nTry = 0; nTry < 2; ++nTry) {
+        if (sodium_mprotect_noaccess(g_keys.pSecretKey) == 0) return g_keys.blProtected = true;
+    }
+    return false;
 }
 
 // The key store takes 0 for "no process", so it is drawn again.
@@ -84,6 +109,7 @@ const unsigned char *QIVENProcessPublicKeyGet(void) {
 
 const unsigned char *QIVENProcessSecretKeyAcquire(void) {
     if (!g_keys.blInited || sodium_mprotect_readonly(g_keys.pSecretKey) != 0) return nullptr;
+    g_keys.blProtected = true;
     return g_keys.pSecretKey;
 }
 

@@ -1,3 +1,4 @@
+// The logger: formats a message and passes it to the output function of its level.
 #include <qiven/log.h>
 
 #include <syslog.h>
@@ -23,7 +24,7 @@ int QIVENLogFuncSet(QIVEN_LOG *pLog, int iLevel, QIVEN_LOG_FUNC pfnLog) {
 
 QIVEN_LOG_FUNC QIVENLogFuncGet(const QIVEN_LOG *pLog, int iLevel) {
     if (pLog == nullptr || !IsLevel(iLevel)) return nullptr;
-    // cppcheck-suppress CastIntegerToAddressAtReturn ; takes the element for what its functions return
+    // cppcheck-suppress CastIntegerToAddressAtReturn ; mistakes the function pointer for its result
     return pLog->rgpfnLog[iLevel];
 }
 
@@ -41,7 +42,7 @@ int QIVENLog(const QIVEN_LOG *pLog, int iLevel, const char *szFormat, ...) {
     char szMessage[QIVEN_LOG_MESSAGE_SIZE];
     va_list args;
     va_start(args, szFormat);
-    // A format that cannot be converted leaves the buffer's content open; what goes out is then empty.
+    // If the format cannot be converted, the content of the buffer is undefined: an empty message is put out.
     if (vsnprintf(szMessage, sizeof szMessage, szFormat, args) < 0) szMessage[0] = '\0';
     va_end(args);
 
@@ -51,20 +52,19 @@ int QIVENLog(const QIVEN_LOG *pLog, int iLevel, const char *szFormat, ...) {
 }
 
 int QIVENLogDefSyslogErr(const char *szMessage) {
+    if (szMessage == nullptr) return -1;
     syslog(LOG_ERR, "%s", szMessage);
     return 0;
 }
 
 int QIVENLogDefSyslogDebug(const char *szMessage) {
+    if (szMessage == nullptr) return -1;
     syslog(LOG_DEBUG, "%s", szMessage);
     return 0;
 }
 
 int QIVENLogDefConsole(const char *szMessage) {
+    if (szMessage == nullptr) return -1;
     printf("%s", szMessage);
-    return 0;
-}
-
-int QIVENSocketInit(void) {
     return 0;
 }

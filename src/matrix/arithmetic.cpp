@@ -1,5 +1,5 @@
-// Dense matrices of doubles. The record declares one element and is followed by the others, so elements are
-// reached through a pointer to the first one, never by indexing the member.
+// Arithmetic on dense matrices of doubles. The record declares one element and the others follow it, so
+// elements are reached through a pointer to the first one, never by indexing the member.
 #include <math.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -8,18 +8,13 @@
 #include <algorithm>
 #include <functional>
 #include <limits>
-#include <memory>
 
-#include "matrix/owned.h"
+#include "base/heap.h"
+#include "matrix/owned_matrix.h"
 
 namespace {
 
-struct FreeBlock {
-    void operator()(void *pBlock) const { free(pBlock); }
-};
-using OwnedRow = std::unique_ptr<double, FreeBlock>;
-
-// A count below 1, which no matrix of ours has, is no elements rather than a huge number.
+// A count below 1, which no allocated matrix has, stands for no elements, not for a huge number.
 size_t Count(int32_t n) {
     return n < 1 ? 0 : static_cast<size_t>(n);
 }
@@ -39,16 +34,16 @@ int ElementWise(const MATRIX *A, const MATRIX *B, MATRIX *C, Operation operation
     return 0;
 }
 
-// The smallest pivot that counts. The limit proper is the 0.0001 of extended precision, exclusive, which lies
-// between this double and the next smaller one. No double is strictly in between, so for every double "above
-// that limit" and "at least this" are the same, also where long double is no wider than double.
-constexpr double dSmallestPivot = 0.0001;
+// The smallest pivot that is accepted. The limit itself is 0.0001 in extended precision, exclusive. It lies
+// between this double and the next smaller one, so for every double "above the limit" is the same as "at
+// least this", also on machines where long double is not wider than double.
+constexpr double kSmallestPivot = 0.0001;
 static_assert(std::numeric_limits<long double>::digits <= std::numeric_limits<double>::digits ||
-              (0.0001L < static_cast<long double>(dSmallestPivot) &&
+              (0.0001L < static_cast<long double>(kSmallestPivot) &&
                0.0001L > static_cast<long double>(0x1.a36e2eb1c432cp-14)));
-static_assert(dSmallestPivot == 0x1.a36e2eb1c432dp-14);
+static_assert(kSmallestPivot == 0x1.a36e2eb1c432dp-14);
 
-// Room for the elimination: n rows of 2n columns, and one row to exchange two others through.
+// Memory of the elimination: n rows of 2n columns, and one row for exchanging two others.
 struct Elimination {
     size_t n;
     double *pdWork;
@@ -68,7 +63,7 @@ void FillWithIdentity(const Elimination &work, const MATRIX *A) {
     }
 }
 
-// The row, from k on, whose element in column k is largest; the earliest of several.
+// The row, from k on, with the largest absolute value in column k; the first of several.
 size_t FindPivot(const Elimination &work, size_t k) {
     size_t iPivot = k;
     for (size_t i = k + 1; i < work.n; i++) {
@@ -77,7 +72,7 @@ size_t FindPivot(const Elimination &work, size_t k) {
     return iPivot;
 }
 
-// Columns to the left of k hold zeros in both rows.
+// Exchanges the columns from k on: those to the left of k hold zeros in both rows.
 void ExchangeRows(const Elimination &work, size_t i, size_t k) {
     const size_t nTail = work.Width() - k;
     double *pdI = work.Row(i) + k;
@@ -87,8 +82,8 @@ void ExchangeRows(const Elimination &work, size_t i, size_t k) {
     std::copy_n(work.pdScratch, nTail, pdK);
 }
 
-// Makes the pivot 1 and the rest of its column 0. Multiplying by the reciprocal instead of dividing is part
-// of the contract: peers get the same bits.
+// Makes the pivot 1 and the rest of its column 0. It multiplies by the reciprocal and does not divide,
+// because all peers must get the same bits.
 void EliminateColumn(const Elimination &work, size_t k) {
     double *pdPivot = work.Row(k);
     const double dReciprocal = 1.0 / pdPivot[k];
@@ -108,8 +103,8 @@ void EliminateColumn(const Elimination &work, size_t k) {
 bool Eliminate(const Elimination &work) {
     for (size_t k = 0; k < work.n; k++) {
         const size_t iPivot = FindPivot(work, k);
-        // Written so that a pivot that is not a number fails too.
-        if (!(fabs(work.Row(iPivot)[k]) >= dSmallestPivot)) return false;
+        // Negated, so that a pivot that is not a number fails too.
+        if (!(fabs(work.Row(iPivot)[k]) >= kSmallestPivot)) return false;
         if (iPivot != k) ExchangeRows(work, iPivot, k);
         EliminateColumn(work, k);
     }
@@ -180,11 +175,11 @@ int MatrixMultiply(const MATRIX *A, const MATRIX *B, MATRIX *C) {
 int MatrixInversion(const MATRIX *A, MATRIX *B) {
     if (A == nullptr || B == nullptr) return -1;
     if (A->rows != A->cols || !SameSize(A, B)) return -2;
-    if (A->rows > INT32_MAX / 2) return -3;
-    const qiven::matrix::Owned pWork(MatrixAlloc(A->rows, 2 * A->rows));
+    if (A->rows < 1 || A->rows > INT32_MAX / 2) return -3;
+    const qiven::matrix::OwnedMatrix pWork(MatrixAlloc(A->rows, 2 * A->rows));
     if (!pWork) return -3;
     const size_t n = Count(A->rows);
-    const OwnedRow pScratch(static_cast<double *>(calloc(2 * n, sizeof(double))));
+    const qiven::base::HeapBlock<double> pScratch(static_cast<double *>(calloc(2 * n, sizeof(double))));
     if (!pScratch) return -3;
 
     const Elimination work{n, pWork->elem, pScratch.get()};

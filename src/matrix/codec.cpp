@@ -1,17 +1,18 @@
-// The text codec: blocks of eight bytes times the key matrix, each product as two digits of six bits.
+// The text codec: blocks of eight bytes are multiplied by the key matrix, and each product becomes two digits
+// of six bits.
 #include <limits.h>
 #include <stdint.h>
 #include <string.h>
 
-#include "matrix/owned.h"
+#include "matrix/owned_matrix.h"
 
 namespace {
 
-constexpr int nBlock = 8;
-constexpr size_t cbTextMax = 32760;  // the largest multiple of a block that 15 bits hold
+constexpr int kBlockSize = 8;       // the key has as many rows and columns
+constexpr size_t kTextMax = 32760;  // the largest multiple of a block that 15 bits hold
 
-// The low 16 bits of a value truncated toward zero. Foreign text or a key of the deployment's own can make
-// any product; what no 64-bit integer holds, a value that is not a number included, becomes 0.
+// The low 16 bits of a value truncated toward zero. Hostile text, or a key of the program's own, can result
+// in any product; a value that does not fit a 64-bit integer, or is not a number, becomes 0.
 int16_t Truncate(long double ldValue) {
     constexpr long double ldLimit = 0x1p63L;
     if (!(ldValue > -ldLimit && ldValue < ldLimit)) return 0;
@@ -28,7 +29,8 @@ int Digit(char cEncoded) {
     return uc < sizeof mapc2d ? mapc2d[uc] : -1;
 }
 
-// Twelve bits, the low six first, the highest being the sign.
+// Reads elements of twelve bits, the low six first; the highest bit is the sign. False for a character
+// outside the alphabet.
 bool FillFromDigits(double *pdElem, const char *szEncoded, size_t nElem) {
     for (size_t i = 0; i < nElem; i++) {
         const int iLow = Digit(szEncoded[2 * i]);
@@ -44,23 +46,23 @@ bool FillFromDigits(double *pdElem, const char *szEncoded, size_t nElem) {
 
 int MatrixEncode(const char *szText, char *szOutput) {
     if (szText == nullptr || szOutput == nullptr) return -1;
-    const size_t cbText = strnlen(szText, cbTextMax + 1);
-    if (cbText > cbTextMax) return -1;
-    const int nRows = (static_cast<int>(cbText) + nBlock - 1) / nBlock;
-    const int nElem = nRows * nBlock;
+    const size_t cbText = strnlen(szText, kTextMax + 1);
+    if (cbText > kTextMax) return -1;
+    const int nRows = (static_cast<int>(cbText) + kBlockSize - 1) / kBlockSize;
+    const int nElem = nRows * kBlockSize;
     if (nElem == 0) {
         *szOutput = '\0';
         return 0;
     }
-    const qiven::matrix::Owned pText(MatrixAlloc(nRows, nBlock));
-    const qiven::matrix::Owned pProduct(MatrixAlloc(nRows, nBlock));
+    const qiven::matrix::OwnedMatrix pText(MatrixAlloc(nRows, kBlockSize));
+    const qiven::matrix::OwnedMatrix pProduct(MatrixAlloc(nRows, kBlockSize));
     if (!pText || !pProduct) return -1;
 
     double *pdText = pText->elem;
     for (size_t i = 0; i < static_cast<size_t>(nElem); i++) {
         pdText[i] = i < cbText ? static_cast<unsigned char>(szText[i]) : 0;
     }
-    // Fails only for a key that is missing or not 8 by 8; the product would be uninitialised memory then.
+    // Fails if the key is missing or not 8 by 8. The product is uninitialised memory then.
     if (MatrixMultiply(pText.get(), pmtr64, pProduct.get()) != 0) return -1;
     const double *pdProduct = pProduct->elem;
     for (int i = 0; i < nElem; i++) {
@@ -80,17 +82,17 @@ int MatrixDecode(const char *szEncoded, char *szOutput) {
         return 0;
     }
     const size_t nElem = cbEncoded / 2;
-    if (cbEncoded > INT_MAX || nElem % nBlock != 0) return -1;
-    const int nRows = static_cast<int>(nElem / nBlock);
-    const qiven::matrix::Owned pDigits(MatrixAlloc(nRows, nBlock));
-    const qiven::matrix::Owned pProduct(MatrixAlloc(nRows, nBlock));
+    if (cbEncoded > INT_MAX || nElem % kBlockSize != 0) return -1;
+    const int nRows = static_cast<int>(nElem / kBlockSize);
+    const qiven::matrix::OwnedMatrix pDigits(MatrixAlloc(nRows, kBlockSize));
+    const qiven::matrix::OwnedMatrix pProduct(MatrixAlloc(nRows, kBlockSize));
     if (!pDigits || !pProduct) return -1;
 
     if (!FillFromDigits(pDigits->elem, szEncoded, nElem)) return -1;
     if (MatrixMultiply(pDigits.get(), pmti64, pProduct.get()) != 0) return -1;
     const double *pdProduct = pProduct->elem;
     for (size_t i = 0; i < nElem; i++) {
-        // An inverse that is not exact may come back a little short of the byte.
+        // With an inverse that is not exact, the product can be a little smaller than the byte.
         szOutput[i] = static_cast<char>(Truncate(static_cast<long double>(pdProduct[i]) + 0.01L));
     }
     szOutput[nElem] = '\0';

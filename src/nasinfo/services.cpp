@@ -1,12 +1,13 @@
+// The service bitmaps of the host record.
 #include <qiven/nasinfo.h>
 
-#include "log/message.h"
+#include "base/message.h"
 
 namespace {
 
-using qiven::log::Where;
+using qiven::base::Where;
 
-constexpr const char *kRoom = "nasinfo";
+constexpr char kModule[] = "nasinfo";
 
 // The two words of one bitmap, services 0 to 63 first.
 using Bitmap = uint64_t nasinfo::*const[2];
@@ -14,12 +15,12 @@ constexpr Bitmap kSupported{&nasinfo::ullServSupp0, &nasinfo::ullServSupp1};
 constexpr Bitmap kRunning{&nasinfo::ullServRun0, &nasinfo::ullServRun1};
 
 bool CheckRecord(const QIVEN_LOG *pLog, Where where, const nasinfo *pnasInfo) {
-    return qiven::log::Check(pLog, where, pnasInfo != nullptr, "((void *)0) != pnasInfo");
+    return qiven::base::Check(pLog, where, pnasInfo != nullptr, "((void *)0) != pnasInfo");
 }
 
 bool CheckFlag(const QIVEN_LOG *pLog, Where where, const nasinfo *pnasInfo, unsigned int id) {
     return CheckRecord(pLog, where, pnasInfo) &&
-           qiven::log::Check(pLog, where, QIVEN_SERVICE_MAX > id, "QIVEN_SERVICE_MAX > id");
+           qiven::base::Check(pLog, where, QIVEN_SERVICE_MAX > id, "QIVEN_SERVICE_MAX > id");
 }
 
 int Clear(const QIVEN_LOG *pLog, Where where, nasinfo *pnasInfo, const Bitmap &bitmap) {
@@ -43,25 +44,25 @@ int Get(const QIVEN_LOG *pLog, Where where, const nasinfo *pnasInfo, unsigned in
 }  // namespace
 
 int QIVENNasinfoServSuppClear(const QIVEN_LOG *pLog, nasinfo *pnasInfo) {
-    return Clear(pLog, kRoom, pnasInfo, kSupported);
+    return Clear(pLog, kModule, pnasInfo, kSupported);
 }
 
 int QIVENNasinfoServSuppSet(const QIVEN_LOG *pLog, nasinfo *pnasInfo, unsigned int id) {
-    return Set(pLog, kRoom, pnasInfo, id, kSupported);
+    return Set(pLog, kModule, pnasInfo, id, kSupported);
 }
 
 int QIVENNasinfoServSuppGet(const QIVEN_LOG *pLog, const nasinfo *pnasInfo, unsigned int id) {
-    return Get(pLog, kRoom, pnasInfo, id, kSupported);
+    return Get(pLog, kModule, pnasInfo, id, kSupported);
 }
 
 int QIVENNasinfoServRunClear(const QIVEN_LOG *pLog, nasinfo *pnasInfo) {
-    return Clear(pLog, kRoom, pnasInfo, kRunning);
+    return Clear(pLog, kModule, pnasInfo, kRunning);
 }
 
 int QIVENNasinfoServRunSet(const QIVEN_LOG *pLog, nasinfo *pnasInfo, unsigned int id) {
-    return Set(pLog, kRoom, pnasInfo, id, kRunning);
+    return Set(pLog, kModule, pnasInfo, id, kRunning);
 }
 
 int QIVENNasinfoServRunGet(const QIVEN_LOG *pLog, const nasinfo *pnasInfo, unsigned int id) {
-    return Get(pLog, kRoom, pnasInfo, id, kRunning);
+    return Get(pLog, kModule, pnasInfo, id, kRunning);
 }

@@ -1,16 +1,18 @@
-// The only way to packet bytes: a cursor that every step checks against what is left, so that it cannot pass
-// its end.
+// Cursors over packet bytes. All reading and writing of a packet goes through a cursor, and every step checks
+// how many bytes are left, so that a cursor cannot pass the end.
 #pragma once
 
 #include <cstddef>
-#include <cstring>
 #include <span>
 
-#include "packet/text.h"
+#include "packet/block_text.h"
 
 namespace qiven::packet {
 
 using Bytes = std::span<const unsigned char>;
+
+// The longest value that a length byte can announce.
+inline constexpr size_t kValueMax = 255;
 
 // Reads a packet from front to back.
 struct ReadCursor {
@@ -36,7 +38,7 @@ struct ReadCursor {
         return true;
     }
 
-    // Takes a length byte and the value it announces; takes nothing when the value runs past the end.
+    // Takes a length byte and the value that it announces. Takes nothing if the value runs past the end.
     bool TakeValue(Bytes &rgbValue) {
         if (AtEnd() || *pAt >= Left()) return false;
         rgbValue = {pAt + 1, *pAt};
@@ -44,8 +46,8 @@ struct ReadCursor {
         return true;
     }
 
-    // Takes a value that has the given length, and leaves one that has not. A constant length matters: the
-    // next field can then be looked at before this one's length byte has arrived.
+    // Takes a value of the given length. Takes nothing if the value has another length or runs past the end.
+    // With a constant length, the processor can look at the next field before this length byte has arrived.
     bool TakeValueOf(size_t cb, const unsigned char *&pValue) {
         if (Left() <= cb || *pAt != cb) return false;
         pValue = pAt + 1;
@@ -65,12 +67,13 @@ struct WriteCursor {
 
     bool Put(Bytes rgb) {
         if (rgb.size() > Left()) return false;
-        CopyBytes<false>(pAt, rgb.data(), rgb.size());
+        CopyExactly<false>(pAt, rgb.data(), rgb.size());
         pAt += rgb.size();
         return true;
     }
 
-    // Puts identifier and length, and returns where the value goes; null when they do not all fit.
+    // Puts identifier and length, and returns the place of the value. Puts nothing and returns null if the
+    // whole field does not fit.
     unsigned char *BeginField(unsigned int ulPktId, size_t cbValue) {
         if (cbValue + 2 > Left()) return nullptr;
         unsigned char *pField = pAt;
@@ -80,36 +83,17 @@ struct WriteCursor {
         return pField + 2;
     }
 
-    // Puts identifier, length and value; puts nothing when they do not all fit.
+    // Puts identifier and length in front of a value that is in its place already, two bytes on.
+    void EndField(unsigned int ulPktId, size_t cbValue) {
+        pAt[0] = static_cast<unsigned char>(ulPktId);
+        pAt[1] = static_cast<unsigned char>(cbValue);
+        pAt += cbValue + 2;
+    }
+
+    // Puts identifier, length and value. Puts nothing if they do not fit.
     bool PutField(unsigned int ulPktId, Bytes rgbValue) {
         unsigned char *pValue = BeginField(ulPktId, rgbValue.size());
-        return pValue != nullptr && CopyBytes<false>(pValue, rgbValue.data(), rgbValue.size());
-    }
-
-    // Puts the text of a slot of cbSlot bytes, which may be looked at with what follows it in the record;
-    // puts nothing when it is no text of a field or does not fit. Behind it, the room holds anything
-    // afterwards. Always inlined, so that the writer's cursor needs no address and stays in registers.
-    [[gnu::always_inline]] bool PutSlot(unsigned int ulPktId, Bytes rgbSlotOn, size_t cbSlot) {
-        constexpr size_t kTextMax = 255;
-        const unsigned char *pSlot = rgbSlotOn.data();
-        const size_t cbBlocks = WholeBlocks(cbSlot);
-        if (cbBlocks > rgbSlotOn.size() || cbBlocks + 2 > Left()) {
-            const size_t cbText = strnlen(reinterpret_cast<const char *>(pSlot), cbSlot);
-            return cbText < cbSlot && cbText <= kTextMax && PutField(ulPktId, {pSlot, cbText});
-        }
-        const size_t cbText = CopySlot(pAt + 2, pSlot, cbSlot);
-        if (cbText >= cbSlot || cbText > kTextMax) return false;
-        pAt[0] = static_cast<unsigned char>(ulPktId);
-        pAt[1] = static_cast<unsigned char>(cbText);
-        pAt += cbText + 2;
-        return true;
-    }
-
-    // Steps over bytes that somebody else has put at the front of the room.
-    bool Skip(size_t cb) {
-        if (cb > Left()) return false;
-        pAt += cb;
-        return true;
+        return pValue != nullptr && CopyExactly<false>(pValue, rgbValue.data(), rgbValue.size());
     }
 };
 

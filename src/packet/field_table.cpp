@@ -1,24 +1,25 @@
+// The field table, and what is derived from it at compile time.
 #include "packet/field_table.h"
 
 #include <qiven/packet.h>
 
 #include <cstddef>
 
-// Offset and width of a slot come from the record itself, so that they cannot drift from it.
+// Offset and width of a slot are taken from the record, so that they always agree with it.
 #define NUMBER(field) offsetof(nasinfo, field), sizeof(nasinfo::field)
 #define TEXT(field) offsetof(nasinfo, field), sizeof(nasinfo::field)
 #define TEXTS(field) offsetof(nasinfo, field), sizeof(nasinfo::field[0])
 
 constexpr QIVEN_FIELD_ATTRIB grgfieldAttribs[QIVEN_FIELD_COUNT] = {
-    {0x01, FIELD_INTEGER, NUMBER(ulPktType), QIVENPKT_LITTLE_ENDIAN, 0x01},
+    {PKT_ID_PKT_TYPE, FIELD_INTEGER, NUMBER(ulPktType), QIVENPKT_LITTLE_ENDIAN, 0x01},
     {0x10, FIELD_INTEGER, NUMBER(ulField10), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0x11, FIELD_STRING, TEXT(szHostName), 0, 0},
-    {0x12, FIELD_INTEGER, NUMBER(ulIP), QIVENPKT_KEEP_ENDIAN, 0},
+    {PKT_ID_HOST_NAME, FIELD_STRING, TEXT(szHostName), 0, 0},
+    {PKT_ID_IP, FIELD_INTEGER, NUMBER(ulIP), QIVENPKT_KEEP_ENDIAN, 0},
     {0x13, FIELD_INTEGER, NUMBER(ulAddr13), QIVENPKT_KEEP_ENDIAN, 0},
     {0x14, FIELD_INTEGER, NUMBER(ulAddr14), QIVENPKT_KEEP_ENDIAN, 0},
     {0x15, FIELD_INTEGER, NUMBER(ulAddr15), QIVENPKT_KEEP_ENDIAN, 0},
     {0x18, FIELD_INTEGER, NUMBER(ulField18), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0x19, FIELD_STRING, TEXT(szHostIdent), 0, 0},
+    {PKT_ID_HOST_IDENT, FIELD_STRING, TEXT(szHostIdent), 0, 0},
     {0x1A, FIELD_STRING, TEXT(szLongText), 0, 0},
     {0x1E, FIELD_INTEGER, NUMBER(ulAddr1E), QIVENPKT_KEEP_ENDIAN, 0},
     {0x1F, FIELD_INTEGER, NUMBER(ulField1F), QIVENPKT_LITTLE_ENDIAN, 0},
@@ -29,9 +30,9 @@ constexpr QIVEN_FIELD_ATTRIB grgfieldAttribs[QIVEN_FIELD_COUNT] = {
     {0x24, FIELD_INTEGER, NUMBER(ulAddr14), QIVENPKT_KEEP_ENDIAN, 0},
     {0x25, FIELD_INTEGER, NUMBER(ulAddr15), QIVENPKT_KEEP_ENDIAN, 0},
     {0x29, FIELD_STRING, TEXT(szHostIdent), 0, 0x10},
-    {0x2A, FIELD_STRING, TEXT(szLongText), 0, 0},
-    {0x48, FIELD_INTEGER, NUMBER(ulModel), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0x49, FIELD_INTEGER, NUMBER(ulField49), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_LONG_TEXT, FIELD_STRING, TEXT(szLongText), 0, 0},
+    {PKT_ID_MODEL, FIELD_INTEGER, NUMBER(ulModel), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_FIELD_49, FIELD_INTEGER, NUMBER(ulField49), QIVENPKT_LITTLE_ENDIAN, 0},
     {0x4A, FIELD_STRING, TEXT(szField4A), 0, 0},
     {0x4B, FIELD_NONE, 0, 0, 0, 0},
     {0x4C, FIELD_NONE, 0, 0, 0, 0},
@@ -53,7 +54,7 @@ constexpr QIVEN_FIELD_ATTRIB grgfieldAttribs[QIVEN_FIELD_COUNT] = {
     {0x60, FIELD_INTEGER, NUMBER(ulField60), QIVENPKT_LITTLE_ENDIAN, 0},
     {0x70, FIELD_STRING, TEXT(szField70), 0, 0},
     {0x71, FIELD_INTEGER, NUMBER(ulField71), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0x72, FIELD_NONE, 0, 0, 0, 0},
+    {PKT_ID_CONTINUATION, FIELD_NONE, 0, 0, 0, 0},
     {0x73, FIELD_STRING, TEXT(szField73), 0, 0},
     {0x75, FIELD_INTEGER, NUMBER(ulField75), QIVENPKT_LITTLE_ENDIAN, 0},
     {0x76, FIELD_INTEGER, NUMBER(ulField76), QIVENPKT_LITTLE_ENDIAN, 0},
@@ -61,7 +62,7 @@ constexpr QIVEN_FIELD_ATTRIB grgfieldAttribs[QIVEN_FIELD_COUNT] = {
     {0x78, FIELD_STRING, TEXT(szField78), 0, 0},
     {0x79, FIELD_INTEGER, NUMBER(ulField79), QIVENPKT_LITTLE_ENDIAN, 0},
     {0x7B, FIELD_INTEGER, NUMBER(ulField7B), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0x7C, FIELD_STRING, TEXT(szMacAddr), 0, 0},
+    {PKT_ID_MAC_ADDR, FIELD_STRING, TEXT(szMacAddr), 0, 0},
     {0x7D, FIELD_INTEGER, NUMBER(ulField7D), QIVENPKT_LITTLE_ENDIAN, 0},
     {0x7E, FIELD_STRING, TEXT(szField7E), 0, 0},
     {0x7F, FIELD_STRING, TEXT(szField7F), 0, 0},
@@ -70,15 +71,15 @@ constexpr QIVEN_FIELD_ATTRIB grgfieldAttribs[QIVEN_FIELD_COUNT] = {
     {0xA0, FIELD_INTEGER, NUMBER(ulFieldA0), QIVENPKT_LITTLE_ENDIAN, 0},
     {0xA2, FIELD_STRING, TEXT(szFieldA2), 0, 0},
     {0xA3, FIELD_INTEGER, NUMBER(ulFieldA3), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0xA4, FIELD_INTEGER, NUMBER(ulFieldA4), QIVENPKT_LITTLE_ENDIAN, 0x02},
+    {PKT_ID_FIELD_A4, FIELD_INTEGER, NUMBER(ulFieldA4), QIVENPKT_LITTLE_ENDIAN, 0x02},
     {0xA6, FIELD_INTEGER, NUMBER(ulFieldA6), QIVENPKT_LITTLE_ENDIAN, 0},
     {0xA7, FIELD_INTEGER, NUMBER(ulFieldA7), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0xB0, FIELD_INTEGER, NUMBER(ullServSupp0), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0xB1, FIELD_INTEGER, NUMBER(ullServSupp1), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0xB8, FIELD_INTEGER, NUMBER(ullServRun0), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0xB9, FIELD_INTEGER, NUMBER(ullServRun1), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_SERV_SUPP0, FIELD_INTEGER, NUMBER(ullServSupp0), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_SERV_SUPP1, FIELD_INTEGER, NUMBER(ullServSupp1), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_SERV_RUN0, FIELD_INTEGER, NUMBER(ullServRun0), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_SERV_RUN1, FIELD_INTEGER, NUMBER(ullServRun1), QIVENPKT_LITTLE_ENDIAN, 0},
     {0xBA, FIELD_INTEGER, NUMBER(ulFieldBA), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0xBB, FIELD_INTEGER, NUMBER(ulArrayCount), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_ARRAY_COUNT, FIELD_INTEGER, NUMBER(ulArrayCount), QIVENPKT_LITTLE_ENDIAN, 0},
     {0xBC, FIELD_ARRAY, TEXTS(rgszFieldBC), 0, 0},
     {0xBD, FIELD_ARRAY, TEXTS(rgszFieldBD), 0, 0},
     {0xBE, FIELD_ARRAY, TEXTS(rgszFieldBE), 0, 0},
@@ -87,9 +88,9 @@ constexpr QIVEN_FIELD_ATTRIB grgfieldAttribs[QIVEN_FIELD_COUNT] = {
     {0xC1, FIELD_STRING, TEXT(szFieldC1), 0, 0},
     {0xC2, FIELD_INTEGER, NUMBER(ulFieldC2), QIVENPKT_LITTLE_ENDIAN, 0},
     {0xC3, FIELD_INTEGER, NUMBER(ulFieldC3), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0xC4, FIELD_STRING, TEXT(szPubKeyHex), 0, 0},
-    {0xC5, FIELD_INTEGER, NUMBER(ulProcessID), QIVENPKT_LITTLE_ENDIAN, 0},
-    {0xC6, FIELD_INTEGER, NUMBER(ulPeerProcessID), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_PUB_KEY_HEX, FIELD_STRING, TEXT(szPubKeyHex), 0, 0},
+    {PKT_ID_PROCESS_ID, FIELD_INTEGER, NUMBER(ulProcessID), QIVENPKT_LITTLE_ENDIAN, 0},
+    {PKT_ID_PEER_PROCESS_ID, FIELD_INTEGER, NUMBER(ulPeerProcessID), QIVENPKT_LITTLE_ENDIAN, 0},
 };
 
 #undef NUMBER
@@ -97,28 +98,11 @@ constexpr QIVEN_FIELD_ATTRIB grgfieldAttribs[QIVEN_FIELD_COUNT] = {
 #undef TEXTS
 
 constexpr QIVEN_FIELD_ARRAY_MAP grgFieldArrayCountMap[QIVEN_ARRAY_FIELD_COUNT] = {
-    {0xBC, 0xBB},
-    {0xBD, 0xBB},
-    {0xBE, 0xBB},
-    {0xBF, 0xBB},
+    {0xBC, PKT_ID_ARRAY_COUNT},
+    {0xBD, PKT_ID_ARRAY_COUNT},
+    {0xBE, PKT_ID_ARRAY_COUNT},
+    {0xBF, PKT_ID_ARRAY_COUNT},
 };
-
-const unsigned char stQIVENHeader[8] = {0x12, 0x34, 0x56, 0x78, 'T', 'A', 'V', 'O'};
-const uint32_t QIVENHeaderSize = sizeof stQIVENHeader;
-
-const unsigned char stQIVENHeaderEncrypted[8] = {0x12, 0x34, 0x55, 0x66, 'T', 'A', 'V', 'O'};
-const uint32_t QIVENHeaderSizeEncrypted = sizeof stQIVENHeaderEncrypted;
-
-const unsigned char stQIVENBroadCast[10] = {0x12, 0x34, 0x56, 0x78, 'T', 'A', 'V', 'O', 0x00, 0x00};
-const uint32_t QIVENBroadCastSize = sizeof stQIVENBroadCast;
-
-const unsigned char stQIVENBroadCastV11[20] = {0x12, 0x34, 0x56, 0x78, 'T',  'A',  'V',  'O',  0x01, 0x04,
-                                               0x01, 0x00, 0x00, 0x00, 0xA4, 0x04, 0x00, 0x00, 0x02, 0x00};
-const uint32_t QIVENBroadCastSizeV11 = sizeof stQIVENBroadCastV11;
-
-const unsigned char stQIVENBroadCastVQX20[20] = {0x12, 0x34, 0x56, 0x78, 'T',  'A',  'V',  'O',  0x01, 0x04,
-                                                 0x01, 0x00, 0x00, 0x00, 0xA4, 0x04, 0x00, 0x00, 0x02, 0x01};
-const uint32_t QIVENBroadCastSizeVQX20 = sizeof stQIVENBroadCastVQX20;
 
 namespace qiven::packet {
 
@@ -156,7 +140,7 @@ constexpr std::array<FieldEntry, PKT_ID_MAX> MakeEntries() {
     return rgEntries;
 }
 
-// The array writer takes the element count from the record without looking its field up again.
+// The array writers take the element count from ulArrayCount without a look-up.
 constexpr bool CountsAreArrayCount() {
     constexpr auto rgEntries = MakeEntries();
     for (const auto &map : grgFieldArrayCountMap) {
@@ -166,12 +150,20 @@ constexpr bool CountsAreArrayCount() {
     return true;
 }
 
+constexpr bool MasksAreThoseOfTheTable() {
+    uint32_t ulMask = 0;
+    for (const auto &attrib : grgfieldAttribs)
+        ulMask |= attrib.ulBasicMask;
+    return ulMask == (QIVEN_BASIC_MASK | QIVEN_NETSETTING_MASK);
+}
+
 static_assert(IsSorted());
+static_assert(MasksAreThoseOfTheTable());
 static_assert(sizeof(nasinfo) <= UINT16_MAX);
 static_assert(CountsAreArrayCount());
 
 }  // namespace
 
-constexpr std::array<FieldEntry, PKT_ID_MAX> rgFieldEntries = MakeEntries();
+constexpr std::array<FieldEntry, PKT_ID_MAX> kFieldEntries = MakeEntries();
 
 }  // namespace qiven::packet

@@ -1,4 +1,4 @@
-// Look-up of packet fields by identifier.
+// Packet fields by identifier, and their slots in the record.
 #pragma once
 
 #include <qiven/packet.h>
@@ -8,35 +8,35 @@
 
 namespace qiven::packet {
 
-// Room name in messages.
-inline constexpr char kRoom[] = "packet";
+// The module name in messages.
+inline constexpr char kModule[] = "packet";
 
 inline constexpr uint8_t kNoField = 0xFF;
 
-// What a reader notes about the fields of a packet: the bits of ulBasicMask, and one for the field that
-// another one's default comes from.
-inline constexpr uint8_t kBasicMarks = 0x1F;
+// What a reader records about the fields of a packet: the bits of ulBasicMask, and one bit for each field
+// that needs work after it is read.
+inline constexpr uint8_t kBasicMarks = QIVEN_BASIC_MASK | QIVEN_NETSETTING_MASK;
 inline constexpr uint8_t kMarkLongText = 0x40;
 inline constexpr uint8_t kMarkField73 = 0x80;
 
-// What the inner loops of reader and writer need to know of a field, in one load.
+// What the inner loops of reader and writer need to know about a field, in 8 bytes.
 struct FieldEntry {
     uint16_t cbOffset;
     uint16_t cbField;
-    uint8_t bType;    // FIELD_NONE also for an identifier that the table does not have
+    uint8_t bType;    // FIELD_NONE also for identifiers that are not in the table
     uint8_t bEndian;  // QIVENPKT_HOST_ENDIAN or QIVENPKT_KEEP_ENDIAN
     uint8_t bMarks;
     uint8_t bIndex;  // in grgfieldAttribs, or kNoField
 };
 
-// Every identifier's entry. Derived from grgfieldAttribs when the library is built; it answers what a search
-// of the sorted table would, in one step.
-extern const std::array<FieldEntry, PKT_ID_MAX> rgFieldEntries;
+// The entry of every identifier, derived from grgfieldAttribs at compile time. It replaces the binary search
+// of the sorted table.
+extern const std::array<FieldEntry, PKT_ID_MAX> kFieldEntries;
 
-// The table entry of an identifier, or null when the table has none.
+// The table entry of an identifier; null if it has none.
 inline const QIVEN_FIELD_ATTRIB *FindField(uint32_t ulPktId) {
-    if (ulPktId >= PKT_ID_MAX || rgFieldEntries[ulPktId].bIndex == kNoField) return nullptr;
-    return &grgfieldAttribs[rgFieldEntries[ulPktId].bIndex];
+    if (ulPktId >= PKT_ID_MAX || kFieldEntries[ulPktId].bIndex == kNoField) return nullptr;
+    return &grgfieldAttribs[kFieldEntries[ulPktId].bIndex];
 }
 
 // Number of bytes that a field's slot has in the record.
@@ -44,7 +44,7 @@ inline constexpr uint32_t SlotSize(const QIVEN_FIELD_ATTRIB &attrib) {
     return attrib.ulType == FIELD_ARRAY ? attrib.cbField * QIVEN_ARRAY_MAX : attrib.cbField;
 }
 
-// A field's slot in a record.
+// The slot at an offset of the record.
 inline unsigned char *Slot(nasinfo &record, uint32_t ulOffset) {
     return reinterpret_cast<unsigned char *>(&record) + ulOffset;
 }

@@ -1,30 +1,25 @@
+// The packet reader.
 #include <qiven/packet.h>
 
 #include <endian.h>
 
 #include <cstring>
 
-#include "log/message.h"
+#include "base/message.h"
 #include "packet/cursor.h"
-#include "packet/field_codecs.h"
 #include "packet/field_table.h"
+#include "packet/values.h"
 
-using qiven::log::Check;
-using qiven::log::Debug;
-using qiven::log::Error;
+using qiven::base::Check;
+using qiven::base::Debug;
+using qiven::base::Error;
 
 namespace qiven::packet {
 
 namespace {
 
-constexpr unsigned char kPktTypeId = 0x01;
-constexpr uint32_t kBasicMask = 0x03;
-constexpr uint32_t kNetSettingMask = 0x1C;
-// Bytes of szLongText that continuation chunks may fill, NUL included.
-constexpr size_t kLongTextCapacity = 1536;
-
-// What one packet has shown so far.
-struct Walk {
+// The state of reading one packet.
+struct ReadState {
     const QIVEN_LOG *pLog;
     nasinfo &record;
     ReadCursor cursor;
@@ -33,8 +28,8 @@ struct Walk {
     uint32_t ulArrayRun = 0;  // identifier of the array being filled, 0 for none
     uint32_t nElement = 0;    // its current element
     size_t cbLongText = 0;
-    // The packet type's bytes, or null for 0. Asking the record, which has only just been cleared, would wait
-    // until the clearing has reached the cache.
+    // The bytes of the packet type, or null for 0. Reading it from the record, which has just been cleared,
+    // would wait until the clearing has reached the cache.
     const unsigned char *pPktType = nullptr;
 
     uint32_t Present() const { return ulMarks & kBasicMarks; }
@@ -45,44 +40,33 @@ struct Walk {
     }
 };
 
-// Always inlined, so that the walk needs no address and stays in registers: this loop is the library's
-// hottest.
-[[gnu::always_inline]] inline bool TakeKnownValue(Walk &walk, Bytes &rgbValue) {
-    if (!Check(walk.pLog, kRoom, !walk.cursor.AtEnd(), "0 < cbPKTInput")) return false;
+// Always inlined, so that the state needs no address and stays in registers: this loop takes most of the time
+// of a decode.
+[[gnu::always_inline]] inline bool TakeKnownValue(ReadState &walk, Bytes &rgbValue) {
+    if (!Check(walk.pLog, kModule, !walk.cursor.AtEnd(), "0 < cbPKTInput")) return false;
     return walk.cursor.TakeValue(rgbValue);
 }
 
-// Moves on to the element that the next field of an array belongs to; false after the last one.
-bool NextElement(Walk &walk, uint32_t ulPktId) {
+// Advances to the element that the next field of an array belongs to. False after the last one.
+bool NextElement(ReadState &walk, uint32_t ulPktId) {
     if (walk.ulArrayRun == ulPktId) return ++walk.nElement < QIVEN_ARRAY_MAX;
     walk.ulArrayRun = ulPktId;
     walk.nElement = 0;
     return true;
 }
 
-// Reads an integer that has the length it should have; leaves everything else to the caller.
-template <class Integer>
-bool TakeInteger(ReadCursor &cursor, unsigned char *pSlot, int iEndian) {
-    const unsigned char *pValue;
-    return cursor.TakeValueOf(sizeof(Integer), pValue) &&
-           StoreInteger({pValue, sizeof(Integer)}, pSlot, sizeof(Integer), iEndian);
-}
-
-bool ReadInteger(Walk &walk, const FieldEntry &field, unsigned char bPktId, unsigned char *pSlot) {
+bool ReadInteger(ReadState &walk, const FieldEntry &field, unsigned char bPktId, unsigned char *pSlot) {
     walk.ulArrayRun = 0;
-    const bool blTaken = field.cbField == sizeof(uint32_t)
-                             ? TakeInteger<uint32_t>(walk.cursor, pSlot, field.bEndian)
-                             : TakeInteger<uint64_t>(walk.cursor, pSlot, field.bEndian);
-    if (!blTaken) {
-        // Either empty, or not to be accepted.
+    if (!TakeInteger(walk.cursor, pSlot, field.cbField, field.bEndian)) {
+        // Only an empty value is accepted besides one of the right length.
         Bytes rgbValue;
         return TakeKnownValue(walk, rgbValue) && rgbValue.empty();
     }
-    if (bPktId == kPktTypeId) walk.pPktType = walk.cursor.pAt - sizeof(uint32_t);
+    if (bPktId == PKT_ID_PKT_TYPE) walk.pPktType = walk.cursor.pAt - sizeof(uint32_t);
     return true;
 }
 
-bool ReadKnown(Walk &walk, const FieldEntry &field, unsigned char bPktId) {
+bool ReadKnown(ReadState &walk, const FieldEntry &field, unsigned char bPktId) {
     walk.ulMarks |= field.bMarks;
     unsigned char *pSlot = Slot(walk.record, field.cbOffset);
     if (field.bType == FIELD_INTEGER) return ReadInteger(walk, field, bPktId, pSlot);
@@ -99,44 +83,44 @@ bool ReadKnown(Walk &walk, const FieldEntry &field, unsigned char bPktId) {
     return true;
 }
 
-bool ReadContinuation(Walk &walk) {
+bool ReadContinuation(ReadState &walk) {
     Bytes rgbValue;
     if (!TakeKnownValue(walk, rgbValue)) return false;
     size_t cbText = 0;
-    const size_t cbRoom = kLongTextCapacity - walk.cbLongText;
-    if (!StoreText(rgbValue, walk.record.szLongText + walk.cbLongText, cbRoom, cbText)) return false;
+    const size_t cbSpace = QIVEN_LONG_TEXT_SIZE - walk.cbLongText;
+    if (!StoreText(rgbValue, walk.record.szLongText + walk.cbLongText, cbSpace, cbText)) return false;
     walk.cbLongText += cbText;
     return true;
 }
 
-bool SkipUnknown(Walk &walk, unsigned char bPktId) {
-    if (bPktId != 0xA0 && bPktId != 0xA1) {
+bool SkipUnknown(ReadState &walk, unsigned char bPktId) {
+    if (bPktId != 0xA1) {  // senders are known to use 0xA1: it is skipped without a message
         const size_t cbOffset = walk.cbFields - walk.cursor.Left() - 1;
-        Debug(walk.pLog, kRoom, "unknown id: [0x%02X] at offset (%lld)\n", bPktId,
+        Debug(walk.pLog, kModule, "unknown id: [0x%02X] at offset (%lld)\n", bPktId,
               static_cast<long long>(cbOffset));
     }
-    // A value that runs past the end is not skipped: what follows its length byte is read as fields.
+    // A value that runs past the end is not skipped: the bytes behind its length are read as fields.
     Bytes rgbValue;
     unsigned char bLength;
     return walk.cursor.TakeValue(rgbValue) || walk.cursor.TakeByte(bLength);
 }
 
-bool ReadField(Walk &walk) {
+bool ReadField(ReadState &walk) {
     unsigned char bPktId;
     if (!walk.cursor.TakeByte(bPktId)) return false;
-    const FieldEntry &field = rgFieldEntries[bPktId];
+    const FieldEntry &field = kFieldEntries[bPktId];
     if (field.bType != FIELD_NONE) return ReadKnown(walk, field, bPktId);
     if (bPktId == PKT_ID_CONTINUATION) return ReadContinuation(walk);
     return SkipUnknown(walk, bPktId);
 }
 
-bool IsAcceptable(const Walk &walk) {
-    if ((walk.Present() & kBasicMask) != kBasicMask) {
-        Debug(walk.pLog, kRoom, "Basic is not satifsfied\n");
+bool IsAcceptable(const ReadState &walk) {
+    if ((walk.Present() & QIVEN_BASIC_MASK) != QIVEN_BASIC_MASK) {
+        Debug(walk.pLog, kModule, "Basic is not satifsfied\n");
         return false;
     }
-    if ((walk.Present() & kNetSettingMask) != kNetSettingMask && walk.IsNetSetting()) {
-        Error(walk.pLog, kRoom, "not enough fields for netsetting 0x%X\n", walk.Present());
+    if ((walk.Present() & QIVEN_NETSETTING_MASK) != QIVEN_NETSETTING_MASK && walk.IsNetSetting()) {
+        Error(walk.pLog, kModule, "not enough fields for netsetting 0x%X\n", walk.Present());
         return false;
     }
     return true;
@@ -150,9 +134,9 @@ using namespace qiven::packet;
 
 int QIVENPacketRead(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int cbPKTInput,
                     nasinfo *pnasinfoOutput) {
-    if (!Check(pLog, kRoom, nullptr != szPKTInput, "((void *)0) != szPKTInput")) return 0;
-    if (!Check(pLog, kRoom, 0 <= cbPKTInput, "0 <= cbPKTInput")) return 0;
-    if (!Check(pLog, kRoom, nullptr != pnasinfoOutput, "NULL != pnasinfoOutput")) return 0;
+    if (!Check(pLog, kModule, nullptr != szPKTInput, "((void *)0) != szPKTInput")) return 0;
+    if (!Check(pLog, kModule, 0 <= cbPKTInput, "0 <= cbPKTInput")) return 0;
+    if (!Check(pLog, kModule, nullptr != pnasinfoOutput, "NULL != pnasinfoOutput")) return 0;
 
     memset(pnasinfoOutput, 0, sizeof *pnasinfoOutput);
     ReadCursor cursor({szPKTInput, static_cast<size_t>(cbPKTInput)});
@@ -160,11 +144,11 @@ int QIVENPacketRead(const QIVEN_LOG *pLog, const unsigned char *szPKTInput, int 
     if (!cursor.Take(sizeof stQIVENHeader, rgbHeader) || cursor.AtEnd()) return 0;
     if (memcmp(rgbHeader.data(), stQIVENHeader, sizeof stQIVENHeader) != 0) return 0;
 
-    Walk walk{pLog, *pnasinfoOutput, cursor, cursor.Left()};
+    ReadState walk{pLog, *pnasinfoOutput, cursor, cursor.Left()};
     for (int nFields = 0; !walk.cursor.AtEnd(); ++nFields) {
         if (!ReadField(walk)) return 0;
         if (nFields == QIVEN_FIELDS_MAX) {
-            Debug(pLog, kRoom, "Maybe some virus try to hack me\n");
+            Debug(pLog, kModule, "Maybe some virus try to hack me\n");
             return 0;
         }
     }

@@ -1,4 +1,4 @@
-// Socket addresses from connection records.
+// Socket addresses and options.
 #pragma once
 
 #include <qiven/udp.h>
@@ -10,8 +10,8 @@
 
 namespace qiven::udp {
 
-// Room name in messages.
-inline constexpr char kRoom[] = "udp";
+// The module name in messages.
+inline constexpr char kModule[] = "udp";
 
 inline sockaddr_in MakeAddress(uint32_t ulIP, uint16_t usPort) {
     sockaddr_in address{};
@@ -21,7 +21,7 @@ inline sockaddr_in MakeAddress(uint32_t ulIP, uint16_t usPort) {
     return address;
 }
 
-// Address and port of a connection record; false when its text is no dotted address.
+// Converts address and port of a connection record; false if its text is not a dotted address.
 inline bool ToAddress(const QIVEN_CONN &conn, sockaddr_in &address) {
     in_addr ip{};
     if (memchr(conn.szAddr, '\0', sizeof conn.szAddr) == nullptr || inet_aton(conn.szAddr, &ip) == 0)
@@ -30,6 +30,7 @@ inline bool ToAddress(const QIVEN_CONN &conn, sockaddr_in &address) {
     return true;
 }
 
+// The type that the socket calls take.
 inline const sockaddr *Generic(const sockaddr_in &address) {
     return reinterpret_cast<const sockaddr *>(&address);
 }

@@ -1,3 +1,4 @@
+// The client: sends a request out of every active interface.
 #include <qiven/keys.h>
 #include <qiven/udp.h>
 
@@ -6,29 +7,25 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "log/message.h"
+#include "base/message.h"
 #include "udp/address.h"
 
-using qiven::log::Check;
-using qiven::log::Error;
+using qiven::base::Check;
+using qiven::base::Error;
 using namespace qiven::udp;
 
 namespace {
 
-constexpr unsigned int kMacAddrId = 0x7C;
-constexpr unsigned int kPubKeyHexId = 0xC4;
-constexpr unsigned int kProcessID = 0xC5;
-
-// The one output buffer of a call; the packet writers may replace it with a larger one.
-struct Packet {
+// The output buffer of a call, for all interfaces. The packet writers may replace it with a larger one.
+struct OutputPacket {
     int cbCapacity = QIVEN_PACKET_MAX;
     unsigned char *szBuffer = static_cast<unsigned char *>(calloc(1, QIVEN_PACKET_MAX));
     int cbLength = 0;
 
-    Packet() = default;
-    ~Packet() { free(szBuffer); }
-    Packet(const Packet &) = delete;
-    Packet &operator=(const Packet &) = delete;
+    OutputPacket() = default;
+    ~OutputPacket() { free(szBuffer); }
+    OutputPacket(const OutputPacket &) = delete;
+    OutputPacket &operator=(const OutputPacket &) = delete;
 
     void WritePlain(const QIVEN_LOG *pLog, const QIVEN_SEND &send) {
         cbLength = QIVENPacketWrite(pLog, &szBuffer, &cbCapacity, &send);
@@ -44,32 +41,32 @@ void SetMacAddr(const QIVEN_LOG *pLog, QIVEN_SEND &send, const unsigned char (&r
     char szMac[sizeof nasinfo::szMacAddr] = {};
     const int cbMac = snprintf(szMac, sizeof szMac, "%02x:%02x:%02x:%02x:%02x:%02x", rgMac[0], rgMac[1],
                                rgMac[2], rgMac[3], rgMac[4], rgMac[5]);
-    QIVENSendPktIDSet(pLog, &send, kMacAddrId, szMac, cbMac);
+    QIVENSendPktIDSet(pLog, &send, PKT_ID_MAC_ADDR, szMac, cbMac);
 }
 
 void SetProcessID(const QIVEN_LOG *pLog, QIVEN_SEND &send) {
     const uint32_t ulProcessID = QIVENProcessGetID();
-    QIVENSendPktIDSet(pLog, &send, kProcessID, &ulProcessID, sizeof ulProcessID);
+    QIVENSendPktIDSet(pLog, &send, PKT_ID_PROCESS_ID, &ulProcessID, sizeof ulProcessID);
 }
 
 bool AddOwnKey(const QIVEN_LOG *pLog, QIVEN_SEND &send) {
     const unsigned char *pPublicKey = QIVENProcessPublicKeyGet();
     if (pPublicKey == nullptr) {
-        Error(pLog, kRoom, "failed to add enc elements.\n");
+        Error(pLog, kModule, "failed to add enc elements.\n");
         return false;
     }
     char szKeyHex[QIVEN_KEY_HEX_SIZE];
     sodium_bin2hex(szKeyHex, sizeof szKeyHex, pPublicKey, QIVEN_KEY_SIZE);
-    QIVENSendPktIDSet(pLog, &send, kPubKeyHexId, szKeyHex, QIVEN_KEY_HEX_SIZE - 1);
+    QIVENSendPktIDSet(pLog, &send, PKT_ID_PUB_KEY_HEX, szKeyHex, QIVEN_KEY_HEX_SIZE - 1);
     SetProcessID(pLog, send);
     return true;
 }
 
-bool BuildSealed(const QIVEN_LOG *pLog, QIVEN_SEND &send, Packet &packet) {
+bool BuildSealed(const QIVEN_LOG *pLog, QIVEN_SEND &send, OutputPacket &packet) {
     const nasinfo &record = *send.pnasInfo;
     char szKeyHex[QIVEN_KEY_HEX_SIZE];
     if (QIVENGetKey(record.szHostIdent, record.ulPeerProcessID, szKeyHex) != 0) {
-        Error(pLog, kRoom, "fail to find key for %s+%08x.\n", record.szHostIdent, record.ulPeerProcessID);
+        Error(pLog, kModule, "fail to find key for %s+%08x.\n", record.szHostIdent, record.ulPeerProcessID);
         return false;
     }
     SetProcessID(pLog, send);
@@ -77,8 +74,9 @@ bool BuildSealed(const QIVEN_LOG *pLog, QIVEN_SEND &send, Packet &packet) {
     return true;
 }
 
-// Builds the packet in the form that the record calls for; false when there is none.
-bool Build(const QIVEN_LOG *pLog, QIVEN_SEND &send, Packet &packet) {
+// Builds the packet: plain, plain with the key of this process, or sealed, depending on the record. False if
+// it cannot be built.
+bool Build(const QIVEN_LOG *pLog, QIVEN_SEND &send, OutputPacket &packet) {
     const bool blKeys = QIVENProcessKeyInited() != 0;
     const bool blQuery = send.pnasInfo->ulPktType == QIVEN_PKT_QUERY;
     if (blKeys && !blQuery && send.pnasInfo->ulPeerProcessID != 0) {
@@ -87,15 +85,17 @@ bool Build(const QIVEN_LOG *pLog, QIVEN_SEND &send, Packet &packet) {
         if (blKeys && blQuery && !AddOwnKey(pLog, send)) return false;
         packet.WritePlain(pLog, send);
     }
-    if (packet.cbLength == 0) Error(pLog, kRoom, "fail to create output-packet content.\n");
+    if (packet.cbLength == 0) Error(pLog, kModule, "fail to create output-packet content.\n");
     return packet.cbLength != 0;
 }
 
-bool SendByInterface(const QIVEN_CONN &conn, QIVEN_SEND &send, const QIVEN_NETIF &netIf, Packet &packet) {
+// False if the packet cannot be built. A failed send is only reported.
+bool SendByInterface(const QIVEN_CONN &conn, QIVEN_SEND &send, const QIVEN_NETIF &netIf,
+                     OutputPacket &packet) {
     SetMacAddr(conn.pLog, send, netIf.rgMac);
     if (!Build(conn.pLog, send, packet)) return false;
     if (QIVENUDPSend(conn.pLog, packet.szBuffer, packet.cbLength, &conn, &netIf, 1) != packet.cbLength) {
-        Error(conn.pLog, kRoom, "UDPSend error. interface: %s\n", netIf.szIfName);
+        Error(conn.pLog, kModule, "UDPSend error. interface: %s\n", netIf.szIfName);
     }
     return true;
 }
@@ -105,27 +105,27 @@ bool SendByInterface(const QIVEN_CONN &conn, QIVEN_SEND &send, const QIVEN_NETIF
 int QIVENUDPClient(const QIVEN_CONN *pqivenConn, QIVEN_SEND *pqivenSend) {
     if (pqivenConn == nullptr) return -1;
     const QIVEN_LOG *pLog = pqivenConn->pLog;
-    if (!Check(pLog, kRoom, nullptr != pqivenSend, "NULL != pqivenSend")) return -1;
-    if (!Check(pLog, kRoom, nullptr != pqivenSend->pnasInfo, "((void *)0) != pqivenSend->pnasInfo"))
+    if (!Check(pLog, kModule, nullptr != pqivenSend, "NULL != pqivenSend")) return -1;
+    if (!Check(pLog, kModule, nullptr != pqivenSend->pnasInfo, "((void *)0) != pqivenSend->pnasInfo"))
         return -1;
-    if (!Check(pLog, kRoom, 0 < pqivenSend->nPktID, "0 < pqivenSend->nPktID")) return -1;
+    if (!Check(pLog, kModule, 0 < pqivenSend->nPktID, "0 < pqivenSend->nPktID")) return -1;
 
-    Packet packet;
+    OutputPacket packet;
     if (packet.szBuffer == nullptr) return -1;
     QIVEN_NETIF rgNetIf[QIVEN_IFACE_MAX] = {};
     const int nNetIf = QIVENIfaceInit(pLog, rgNetIf, QIVEN_IFACE_MAX);
     if (nNetIf < 1) {
-        Error(pLog, kRoom, "get physical interface error or no interface\n");
+        Error(pLog, kModule, "get physical interface error or no interface\n");
         return -1;
     }
-    Error(pLog, kRoom, "QIVENIfaceInit number of interafce: %d\n", nNetIf);
+    Error(pLog, kModule, "QIVENIfaceInit number of interafce: %d\n", nNetIf);
 
     for (int i = 0; i < nNetIf; ++i) {
         if (pqivenConn->pfnCancel != nullptr && pqivenConn->pfnCancel() == 1) return -1;
         if (rgNetIf[i].blActive == 0) continue;
         if (!SendByInterface(*pqivenConn, *pqivenSend, rgNetIf[i], packet)) return -1;
     }
-    // The record is not read when the send is not bound.
+    // An unbound send does not read the interface record.
     QIVENUDPSend(pLog, packet.szBuffer, packet.cbLength, pqivenConn, &rgNetIf[0], 0);
     return 0;
 }

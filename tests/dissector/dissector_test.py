@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Wireshark's dissector says what "qiven decode" says, of captured and of malformed packets.
+"""Wireshark's dissector agrees with "qiven decode" on captured and malformed packets.
 
-Usage: unshare -rn dissector_test.py QIVEN QIVEN.LUA FUZZ/CORPUS
+Usage: script/in-namespaces dissector_test.py QIVEN QIVEN.LUA FUZZ/CORPUS
 """
 import glob
 import json
@@ -15,14 +15,14 @@ import time
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)) + "/../qiven")
-import segment
-from decode_test import pcap, udp
-from segment import answer, packet
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import segment  # noqa: E402
+from captures import pcap, udp  # noqa: E402
+from segment import answer, packet  # noqa: E402
 
 QIVEN, LUA, CORPORA = sys.argv[1:4]
 SEALED, BASIC = bytes.fromhex("12345566") + b"TAVO", [(1, 2), (0xA4, 0)]
-# What was found worth trying of the reader.
+# The corpora of the fuzz targets packet and decode_walk.
 CORPUS = [open(path, "rb").read() for path in sorted(glob.glob(CORPORA + "/packet/*") + glob.glob(CORPORA + "/decode_walk/*"))]
 
 
@@ -39,7 +39,7 @@ def shown(node, name):
 
 
 def value_of(node, of):
-    """What Wireshark shows for a field that qiven decode shows as "of", in the types of the latter."""
+    """The value that Wireshark shows for the field "of" of qiven decode, converted to the types of qiven decode."""
     value = shown(node, of["name"]) or shown(node, of["name"] + ".text")
     return int(value, 0) if value and of["type"] == "integer" else value or None
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Shells and the manual, against the help of the command. Usage: completion_test.py QIVEN COMPLETIONS MANUAL"""
+"""Compares shell completions and the manual with the help of the command. Usage: completion_test.py QIVEN COMPLETIONS MANUAL"""
 import glob
 import os
 import pty
@@ -11,7 +11,7 @@ import unittest
 
 QIVEN, COMPLETIONS, MANUAL = sys.argv[1:]
 COMMANDS = ["find", "answer", "interfaces", "decode", "doctor"]
-# What stands on the command line, and what must be offered (of a long list in zsh: what must be among it).
+# Command line => completions (in zsh, a subset of a long list).
 CASES = {
     "qiven d": {"decode", "doctor"},
     "qiven find --format ": {"table", "plain", "json", "ndjson", "csv"},
@@ -42,7 +42,7 @@ def fish(line):
 
 
 class Zsh:
-    """An interactive shell on a terminal that is large enough for every list."""
+    """An interactive shell on a terminal that is large enough for all lists."""
     def __init__(self):
         pid, self.fd = pty.fork()
         if pid == 0:
@@ -51,7 +51,7 @@ class Zsh:
                   f"fpath=({COMPLETIONS}/zsh $fpath); compinit -u -D; print REA''DY\n", {"READY"})
 
     def type(self, text, expected, before=""):
-        """The words that are printed, read until what is expected is among them."""
+        """Types text and returns the printed words; reads until they include the expected ones."""
         os.write(self.fd, text.encode())
         seen, words = b"", set()
         while not expected <= words and select.select([self.fd], [], [], 10)[0]:
@@ -61,7 +61,7 @@ class Zsh:
         return words
 
     def __call__(self, line, expected):
-        # A list has only the last element or folder of what is typed.
+        # zsh lists only the last element or directory of the typed word.
         words = self.type(line + "\t", expected, re.search(r"[^ ]*[,/]|$", line)[0])
         self.type("\x15print NE''XT\n", {"NEXT"})
         return words & expected
@@ -78,14 +78,21 @@ class Completion(unittest.TestCase):
                     self.assertEqual(shell(line, expected) if shell is zsh else shell(line), expected)
         self.assertEqual(bash("qiven decode --format = j"), {"json"})
 
+    def test_the_name_of_an_interface_is_no_command(self):
+        words = subprocess.run(["unshare", *([] if os.geteuid() == 0 else ["-r"]), "-nm", "bash", "-c", f"""
+            mount -t sysfs sysfs /sys; ip link add 'a$(id)' type veth peer name 'a;b'; source {COMPLETIONS}/bash/qiven
+            COMP_CWORD=3 COMP_WORDS=(qiven find --interface lo,a); _qiven; printf '%s\n' "${{COMPREPLY[@]}}" """],
+                               check=True, capture_output=True, text=True).stdout.split()
+        self.assertEqual(set(words), {r"lo,a\$\(id\)", r"lo,a\;b"})
+
     def test_manual_has_every_option_and_no_fault(self):
         for command in COMMANDS:
             page = re.sub(".\b", "", output("mandoc", "-Tascii", f"{MANUAL}/man1/qiven-{command}.1"))
             self.assertEqual({o for o in options_of(command) if not re.search(rf"^ +(\S+, )?{o}\b", page, re.M)}, set())
         pages = [page for page in glob.glob(f"{MANUAL}/man?/*") if not os.path.islink(page)]
-        self.assertEqual(len(pages), len(COMMANDS) + 12)
+        self.assertEqual(len(pages), len(COMMANDS) + 13)
         lint = subprocess.run(["mandoc", "-Tlint", "-Wwarning", *pages], capture_output=True, text=True).stdout
-        # scdoc starts a paragraph where a section starts one already.
+        # scdoc starts a paragraph directly after a section heading, which mandoc reports.
         self.assertEqual([line for line in lint.splitlines() if "skipping paragraph macro: PP" not in line], [])
 
 

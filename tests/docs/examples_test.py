@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs every example of the README and of the manual: each "$ command" of a console block or of an EXAMPLES section.
 
-Usage: unshare -rnm examples_test.py SOURCE BUILD. Lines behind a command are what it prints, to the character.
+Usage: script/in-namespaces examples_test.py SOURCE BUILD. Lines behind a command are what it prints, to the character.
 """
 import glob
 import os
@@ -13,8 +13,8 @@ import tempfile
 import unittest
 
 SOURCE, BUILD = sys.argv[1:]
-sys.path.insert(0, SOURCE + "/tests/qiven")
-import decode_test  # noqa: E402
+sys.path.insert(0, SOURCE + "/tests/support")
+import captures  # noqa: E402
 import segment  # noqa: E402
 
 NOT_RUN = {
@@ -22,13 +22,13 @@ NOT_RUN = {
     "script/test": "runs this test",
     "cmake --preset release && cmake --build --preset release": "is how this test was built",
 }
-# They go on until they are interrupted.
+# Commands that run until they are interrupted.
 ENDLESS = re.compile(r"qiven find .*--watch|qiven answer (?!.*--check-config)")
 QUERY = segment.packet([(0x01, 1), (0xA4, 0x01020000)])
 
 
 def examples(path):
-    """(command, what it shall print, or None) of each example."""
+    """Yields (command, expected output or None) for each example."""
     with open(path, encoding="utf-8") as page:
         text = page.read()
     if path.endswith(".md"):
@@ -42,7 +42,7 @@ def examples(path):
 
 
 def furnish(folder):
-    """The folder that the examples start from: the source tree, what is built, and the files that they name."""
+    """Fills the directory in which the examples run: source tree, build, and the files that they use."""
     for entry in os.listdir(SOURCE):
         if entry != "build":
             os.symlink(f"{SOURCE}/{entry}", f"{folder}/{entry}")
@@ -50,8 +50,8 @@ def furnish(folder):
     os.symlink(BUILD, folder + "/build/release")
     os.symlink(SOURCE + "/examples/search.c", folder + "/search.c")
     with open(folder + "/capture.pcapng", "wb") as file:
-        file.write(decode_test.pcap(101, decode_test.udp(QUERY)))
-    # Installed: the command, the headers and libraries, a configuration.
+        file.write(captures.pcap(101, captures.udp(QUERY)))
+    # As if installed: the command, headers, libraries, and a configuration.
     os.environ.update(PATH=f"{BUILD}/bin:{os.environ['PATH']}", CPATH=SOURCE + "/include",
                       LIBRARY_PATH=BUILD + "/lib", LD_LIBRARY_PATH=BUILD + "/lib")
     subprocess.run(f"cp -r /etc {folder}/etc 2>/dev/null; mkdir -p {folder}/etc/qiven && mount --bind {folder}/etc /etc"
@@ -76,7 +76,7 @@ class Examples(unittest.TestCase):
         segment.set_up("eth0")
         segment.run("ip route add 255.255.255.255 dev eth0")
         hosts = [segment.answer(name, x48=101 + i, x49=240) for i, name in enumerate((b"attic", b"cellar", b"garage"))]
-        # An empty /tmp, but for the source tree when it is there.
+        # An empty /tmp, except for the source tree if it is below /tmp.
         subprocess.run(f"mount --bind {SOURCE} /mnt && mount -t tmpfs tmpfs /tmp && mkdir -p {SOURCE}"
                        f" && mount --bind /mnt {SOURCE}", shell=True, check=True)
         ran, spared = 0, set()

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The bytes and the field table of docs/wire-format.md, against the library and qiven decode.
+"""Compares the bytes and the field table of docs/wire-format.md with the library and qiven decode.
 
 Usage: wire_format_test.py QIVEN LIBQIVEN DOCUMENT
 """
@@ -15,9 +15,12 @@ lib = ctypes.CDLL(LIBRARY)
 sodium = ctypes.CDLL("libsodium.so.23")
 with open(DOCUMENT, encoding="utf-8") as document:
     TEXT = document.read()
+with open(DOCUMENT.replace("docs/wire-format.md", "include/qiven/packet.h"), encoding="ascii") as header:
+    CONSTANTS = {name: int(value, 0) for name, value in re.findall(r"^#define (\w+) (0x\w+|\d+)\b", header.read(), re.M)}
 with open(DOCUMENT.replace("docs/wire-format.md", "src/packet/field_table.cpp"), encoding="ascii") as source:
-    NAMES = dict(re.findall(r"\{0x(\w\w), FIELD_\w+, \w+\((\w+)\)", source.read()))
-# A packet in the document: a block of lines of bytes, each with a remark behind two blanks.
+    NAMES = {CONSTANTS.get(ident) or int(ident, 16): name
+             for ident, name in re.findall(r"\{(\w+), FIELD_\w+, \w+\((\w+)\)", source.read())}
+# Packets in the document: blocks of lines with bytes, followed by two blanks and a remark.
 PACKETS = [bytes.fromhex("".join(line.split("  ")[0] for line in block.splitlines()))
            for block in re.findall(r"^```text\n(12 34 .*?)^```$", TEXT, re.S | re.M)]
 
@@ -30,7 +33,7 @@ class Send(ctypes.Structure):
     _fields_ = [("record", ctypes.c_void_p), ("count", ctypes.c_int32), ("ids", ctypes.c_uint32 * 256)]
 
 
-FIELDS = {attrib.ident: attrib for attrib in (Attrib * 80).in_dll(lib, "grgfieldAttribs")}
+FIELDS = {attrib.ident: attrib for attrib in (Attrib * CONSTANTS["QIVEN_FIELD_COUNT"]).in_dll(lib, "grgfieldAttribs")}
 
 
 def row_of(field):
@@ -45,13 +48,13 @@ def row_of(field):
 def table():
     rows = {}
     for ident, field in FIELDS.items():
-        name = NAMES.get(f"{ident:02X}")
+        name = NAMES.get(ident)
         rows.setdefault(row_of(field), []).append(f"{ident:02X}" + (f" `{name}`" if name else ""))
     return [f"| {value} | {', '.join(names)} |" for value, names in rows.items()]
 
 
 def write(packet):
-    """The packet, taken apart by the command and made again by the library."""
+    """Decodes the packet with the command and encodes it again with the library."""
     decoded = json.loads(subprocess.run([QIVEN, "decode", "--format", "json", packet.hex()], capture_output=True).stdout)
     record = ctypes.create_string_buffer(12192)
     send = Send(ctypes.addressof(record))

@@ -1,5 +1,5 @@
-// Which kernel flags make a device usable. The kernel's answers are made up: not every kernel can make a
-// bonding slave or a point-to-point device.
+// Which kernel flags make an interface usable. The answers of the kernel are simulated, because not every
+// kernel can create a bonding slave or a point-to-point interface.
 #include <qiven/iface.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ int g_fdFlags = 0;
 
 }  // namespace
 
-// Visible, because the linker ties the references of shared libraries to it, too.
+// Visible, so that the linker also binds the references of shared libraries to it.
 extern "C" QIVEN_API int __wrap_ioctl(int fd, unsigned long ulRequest, ...);
 extern "C" int __wrap_ioctl(int fd, unsigned long ulRequest, ...) {
     va_list args;

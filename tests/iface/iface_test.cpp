@@ -1,4 +1,4 @@
-// The interfaces of a machine made for the purpose, as the kernel tells them, and their dump.
+// The interfaces of a simulated machine, as reported by the kernel, and their dump.
 #include <qiven/iface.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -49,7 +49,7 @@ TEST_F(Iface, RecordsCarryWhatTheKernelTells) {
     EXPECT_EQ(Lines{kNoResolvConf}, m_log.Take());
 }
 
-// The kernel lets a change of the carrier show a little later.
+// A change of the carrier becomes visible a little later.
 bool Becomes(const char *szIf, int iActive) {
     for (int i = 0; i < 500 && QIVENIfaceGetActive(nullptr, szIf) != iActive; ++i)
         usleep(10'000);
@@ -67,7 +67,7 @@ TEST_F(Iface, DevicesThatCannotSendAreNotListed) {
     EXPECT_EQ(BytesOf(before), BytesOf(m_table));
     EXPECT_EQ(Lines{kNoResolvConf}, m_log.Take());
 
-    sandbox::Run("ip link set off up");  // now there is somebody at the other end
+    sandbox::Run("ip link set off up");  // now the peer has a carrier
     EXPECT_TRUE(Becomes("nocarrier", 0));
     EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "lo"));
     EXPECT_EQ(Lines{}, m_log.Take());
@@ -78,7 +78,7 @@ TEST_F(Iface, DevicesThatCannotSendAreNotListed) {
 TEST_F(Iface, TapDevicesAreNotListed) {
     sandbox::AddEthernet("t0", "02:00:00:00:00:03", "10.0.0.1/24");
     ASSERT_TRUE(Becomes("t0", 0));
-    // Not every machine lets an ordinary user make a tap device; the kernel marks one like this.
+    // An ordinary user cannot create a tap interface on every machine; this is how the kernel marks one.
     sandbox::PrivateDir("/sys");
     sandbox::WriteFile("/sys/class/net/t0/tun_flags", "0x1002\n");
     EXPECT_EQ(-1, QIVENIfaceGetActive(m_log.Record(), "t0"));
@@ -138,7 +138,7 @@ TEST_F(Iface, TheDeviceListIsTakenAsItComes) {
         {std::string(kHeader) + "no colon\n\n \t e0:1 2:3", {record}},
         {std::string(kHeader) + ":\n e0 : 1\n: e0: 1\n" + std::string(9999, ':') + "\n", {}},
         {crowd, Lines(QIVEN_IFACE_MAX, record)},
-        // One read takes 511 characters: what follows is the next line.
+        // One read takes 511 characters: the rest counts as the next line.
         {kHeader + std::string(511, 'x') + "e0: 1\n", {record}},
         {kHeader + std::string(510, 'x') + "e0: 1\n", {}},
         {kHeader + longName + ": 1\n",

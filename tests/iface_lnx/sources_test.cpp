@@ -1,4 +1,4 @@
-// The configuration sources of a made-up /etc, and which of them wins.
+// The configuration sources of a simulated /etc, and their precedence.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,10 +8,19 @@
 #include <filesystem>
 #include <map>
 
-#include "iface_lnx/iface_lnx.h"
+#include "iface_lnx/config_file.h"
+#include "iface_lnx/sources.h"
 #include "support/log_capture.h"
 #include "support/netif_text.h"
 #include "support/sandbox.h"
+
+// The comparison function of the C library as in a Turkish locale.
+extern "C" int __real_strcasecmp(const char *szFirst, const char *szSecond);
+extern "C" int __wrap_strcasecmp(const char *szFirst, const char *szSecond);
+extern "C" int __wrap_strcasecmp(const char *szFirst, const char *szSecond) {
+    return strpbrk(szFirst, "Ii") == nullptr ? __real_strcasecmp(szFirst, szSecond)
+                                             : strcmp(szFirst, szSecond);
+}
 
 namespace {
 
@@ -23,7 +32,7 @@ const std::string kIfCfg = "/etc/sysconfig/network-scripts/";
 const std::string kInterfaces = "/etc/network/interfaces";
 
 std::string Data(const std::string &name) {
-    return sandbox::ReadFile(QIVEN_TEST_DATA "/etc/" + name);
+    return sandbox::ReadFile(QIVEN_TEST_DATA "/" + name);
 }
 
 class Sources : public testing::Test {
@@ -34,7 +43,7 @@ class Sources : public testing::Test {
         sandbox::AddEthernet("eth1", "02:00:00:00:00:02");
         sandbox::PrivateDir("/etc");
     }
-    // What the files say of eth0. Both interfaces must have been listed.
+    // The configuration of eth0 from the files. Both interfaces must be listed.
     std::string Eth0() {
         QIVEN_NETIF rgNetIf[QIVEN_IFACE_MAX]{};
         if (QIVENIfaceInit(m_log.Record(), rgNetIf, QIVEN_IFACE_MAX) != 2) return "not two interfaces";
@@ -80,6 +89,8 @@ TEST_F(Sources, LaterOnesWinFieldByField) {
         {{{kInterfaces, server}, {kKeyfiles + "a", classic}}, "1 192.168.1.1 10.0.0.53 10.0.0.53"},
         {{{kInterfaces, Data("interfaces/desktop")}, {kKeyfiles + "a", classic}}, fromKeyfile},
         {{{kInterfaces, server}, {kIfCfg + "README", ""}}, nothing},
+        {{{kIfCfg + "ifcfg-eth0", "BOOTPROTO=STATIC\nGATEWAY=192.168.1.2\n"}}, fromIfCfg},
+        {{{kInterfaces, "iface eth0 inet STATIC\ngateway 192.168.1.2\n"}}, fromIfCfg},
     };
     for (const auto &[files, expected] : cases) {
         std::string names;
@@ -125,12 +136,12 @@ TEST_F(Sources, KeyfilesAreAppliedInTheOrderOfTheDirectory) {
     EXPECT_EQ("0 10.0.0." + last + " 10.0.1." + last + " 10.0.1." + first, Eth0());
 }
 
-// Enumerates with every configuration file in turn being something else; waiting for somebody to write into
-// a FIFO would hang whoever calls.
+// Enumerates with each configuration file in turn replaced by another type of file. Waiting for a writer of a
+// FIFO would block the caller.
 TEST_F(Sources, WhatIsNoFileNeitherHangsNorHurts) {
     const std::string nothing = "0 0.0.0.0 0.0.0.0 255.255.255.255";
     const std::string paths[] = {kResolvConf, kKeyfiles + "a", kIfCfg + "ifcfg-eth0", kInterfaces};
-    const char *const kinds[] = {"mkfifo", "mkdir", "ln -s loop", "ln -s /dev/null", "touch"};
+    const char *const kinds[] = {"mkfifo", "mkdir", "ln -s loop", "ln -s /dev/zero", "touch"};
     for (const std::string &path : paths) {
         for (const char *kind : kinds) {
             sandbox::PrivateDir("/etc");
@@ -139,7 +150,7 @@ TEST_F(Sources, WhatIsNoFileNeitherHangsNorHurts) {
             EXPECT_EQ(nothing, Eth0()) << kind << ' ' << path;
         }
     }
-    // A directory's place taken by a file.
+    // A file instead of a directory.
     for (const std::string &dir : {kKeyfiles, kIfCfg}) {
         sandbox::PrivateDir("/etc");
         sandbox::WriteFile(dir.substr(0, dir.size() - 1), Data("keyfiles/classic"));
@@ -150,7 +161,7 @@ TEST_F(Sources, WhatIsNoFileNeitherHangsNorHurts) {
 TEST_F(Sources, OneBadKeyfileDoesNotSpoilTheOthers) {
     sandbox::WriteFile(kKeyfiles + "good", Data("keyfiles/classic"));
     sandbox::Run("cd " + kKeyfiles +
-                 " && mkfifo fifo && mkdir dir && ln -s loop loop && ln -s /dev/null null");
+                 " && mkfifo fifo && mkdir dir && ln -s loop loop && ln -s /dev/zero zero");
     const int fdFifo = open((kKeyfiles + "fifo").c_str(), O_RDWR | O_CLOEXEC);
     const std::string fromFifo = "mac-address=02:00:00:00:00:02\nmethod=manual\n";
     ASSERT_EQ(static_cast<ssize_t>(fromFifo.size()), write(fdFifo, fromFifo.data(), fromFifo.size()));
@@ -165,9 +176,10 @@ TEST_F(Sources, OneBadKeyfileDoesNotSpoilTheOthers) {
               Messages());
 
     QIVEN_NETIF rgNetIf[1]{};
-    EXPECT_EQ(0, qiven::iface_lnx::ParseNMKeyfiles(nullptr, rgNetIf, 1));
+    uint32_t ulDNS = INADDR_NONE;
+    EXPECT_EQ(0, qiven::iface_lnx::ParseNMKeyfiles(nullptr, rgNetIf, 1, ulDNS));
     sandbox::PrivateDir("/etc");
-    EXPECT_EQ(-1, qiven::iface_lnx::ParseNMKeyfiles(m_log.Record(), rgNetIf, 1));
+    EXPECT_EQ(-1, qiven::iface_lnx::ParseNMKeyfiles(m_log.Record(), rgNetIf, 1, ulDNS));
     EXPECT_EQ(Lines{}, Messages());
 }
 

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Counts the library's own instructions for one decode and one encode, and fails when there are clearly more than before.
+"""Counts the instructions of the library for one decode and one encode, and fails if they exceed the recorded figures.
 
-    check.py PROGRAM LIBRARY FIGURES     --renew as a fourth argument writes the figures anew
+    check.py PROGRAM LIBRARY FIGURES     --renew as a fourth argument updates the figures
 
-What the C library executes is left out: it picks its functions by the processor.
+Instructions of the C library are not counted: it selects its functions by processor.
 """
 import pathlib
 import re
@@ -32,7 +32,7 @@ def count(program, library, packet, function):
                         '--compress-pos=no', f'--toggle-collect={function}', program, path / 'packet'],
                        check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
         lines = (path / 'out').read_text().splitlines()
-    # What was inlined counts where it was inlined: by object, whatever source file it is from.
+    # Inlined code counts for the object into which it is inlined, independent of its source file.
     n, within = 0, False
     for before, line in zip([''] + lines, lines):
         if line.startswith('ob='):

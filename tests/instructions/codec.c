@@ -1,4 +1,4 @@
-/* Decodes and encodes the packet of a file once, for a count of the instructions that it takes. */
+/* Decodes and encodes the packet of a file once, so that the instructions can be counted. */
 #include <qiven/packet.h>
 
 #include <stdio.h>

@@ -1,4 +1,4 @@
-// The peer key store. The test sets the clock, sees the hash behind the store, and makes its calls fail.
+// The peer key store. The test sets the clock, reads the hash of the store, and makes its calls fail.
 #include <qiven/keys.h>
 #include <tavocore.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@ static time_t g_now = 1000;
 static std::string g_fails;
 static TLIBC_SZHASH_HANDLE g_pStore = nullptr;
 
-// NOLINTBEGIN(bugprone-macro-parentheses): types and argument lists are no expressions.
+// NOLINTBEGIN(bugprone-macro-parentheses): types and argument lists are not expressions.
 #define WRAP(type, name, parameters, arguments, failure, before)     \
     extern "C" type __real_##name parameters;                        \
     extern "C" type __wrap_##name parameters;                        \
@@ -89,7 +89,7 @@ TEST(PeerKeys, BadArgumentsChangeNothing) {
     char sz[QIVEN_KEY_HEX_SIZE];
     ASSERT_EQ(0, QIVENAddKey(szLongest, 0x12, kKey.c_str()));
     EXPECT_EQ(kKey, Get(longest, 0x12));
-    // Cut to the room of an entry name, this peer would read as the one above.
+    // Truncated to the length of an entry name, this peer would equal the one above.
     const std::string tooLong = longest + "+00000012";
     for (const int iResult :
          {QIVENAddKey(tooLong.c_str(), 1, kKey.c_str()), QIVENAddKey(nullptr, 1, kKey.c_str()),

@@ -1,4 +1,4 @@
-// The process key pair. Calls of libsodium that nothing else makes fail can be made to.
+// The process key pair. Wrappers make those calls of libsodium fail that fail in no other way.
 #include <qiven/keys.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,17 +11,25 @@
 static std::string g_fails;
 
 // A wrapper of each call: it fails when g_fails names it.
-// NOLINTBEGIN(bugprone-macro-parentheses): types and argument lists are no expressions.
-#define FAILING(type, name, parameters, arguments, failure)          \
-    extern "C" type __real_##name parameters;                        \
-    extern "C" type __wrap_##name parameters;                        \
-    extern "C" type __wrap_##name parameters {                       \
-        return g_fails == #name ? failure : __real_##name arguments; \
+// NOLINTBEGIN(bugprone-macro-parentheses): types and argument lists are not expressions.
+#define FAILING(type, name, parameters, arguments, failure)                                  \
+    extern "C" type __real_##name parameters;                                                \
+    extern "C" type __wrap_##name parameters;                                                \
+    extern "C" type __wrap_##name parameters {                                               \
+        return g_fails.find(#name) != std::string::npos ? failure : __real_##name arguments; \
     }
 FAILING(int, sodium_init, (), (), -1)
 FAILING(int, crypto_box_keypair, (unsigned char *pPublic, unsigned char *pSecret), (pPublic, pSecret), -1)
 FAILING(int, sodium_mprotect_noaccess, (void *p), (p), -1)
+FAILING(int, sodium_mprotect_readwrite, (void *p), (p), -1)
 // NOLINTEND(bugprone-macro-parentheses)
+
+static void *g_pSecret;
+extern "C" void *__real_sodium_malloc(size_t cb);
+extern "C" void *__wrap_sodium_malloc(size_t cb);
+extern "C" void *__wrap_sodium_malloc(size_t cb) {
+    return g_pSecret = __real_sodium_malloc(cb);
+}
 
 namespace {
 
@@ -76,8 +84,8 @@ TEST_F(ProcessKeys, FailuresLeaveNoKeys) {
     EXPECT_EQ(-1, QIVENProcessSecretKeyRelease());
 }
 
-// Whether reading or writing kills a child process; everything else that could stop it would show as its
-// exit.
+// Whether reading or writing kills a child process with a signal; any other
+// failure appears as an exit status.
 bool Kills(const unsigned char *p, bool blWrite) {
     const pid_t pid = fork();
     if (pid == 0) {
@@ -102,6 +110,20 @@ TEST_F(ProcessKeys, TheSecretKeyIsReadableWhileAcquiredOnly) {
     EXPECT_EQ(0, QIVENProcessSecretKeyRelease());
     EXPECT_TRUE(Kills(pSecret, false));
     EXPECT_TRUE(Kills(pSecret, true));
+}
+
+// If the kernel refuses to change the protection, the page is leaked, but the key in it is wiped.
+TEST_F(ProcessKeys, CleanupWipesMemoryThatItCannotFree) {
+    for (const char *szState : {"writable", "readable", "hidden"}) {
+        g_fails = *szState == 'w' ? "sodium_mprotect_noaccess" : "";
+        ASSERT_EQ(0, QIVENProcessKeyInit());
+        if (*szState == 'r') QIVENProcessSecretKeyAcquire();
+        g_fails = "sodium_mprotect_noaccess sodium_mprotect_readwrite";
+        EXPECT_EQ(0, QIVENProcessKeyCleanup());
+        ASSERT_EQ(0, sodium_mprotect_readonly(g_pSecret));
+        const auto *pSecret = static_cast<const unsigned char *>(g_pSecret);
+        EXPECT_EQ(1, sodium_is_zero(pSecret, QIVEN_KEY_SIZE)) << szState;
+    }
 }
 
 }  // namespace

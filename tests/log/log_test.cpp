@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "log/message.h"
+#include "base/message.h"
 #include "support/bytes_of.h"
 
 namespace {
@@ -59,7 +59,7 @@ TEST_F(Logger, LocksAroundTheOutputAndReturnsItsResult) {
     EXPECT_EQ(Calls{"lock 1"}, g_calls);
 
     g_calls.clear();
-    EXPECT_EQ(0, QIVENLog(&m_log, QIVEN_LOG_DEBUG, "off"));  // not even the lock
+    EXPECT_EQ(0, QIVENLog(&m_log, QIVEN_LOG_DEBUG, "off"));  // does not even take the lock
     EXPECT_EQ(-1, QIVENLog(&m_log, QIVEN_LOG_DEBUG, nullptr));
     EXPECT_EQ(-1, QIVENLog(nullptr, QIVEN_LOG_ERR, "x"));
     EXPECT_TRUE(g_calls.empty());
@@ -75,20 +75,20 @@ TEST_F(Logger, CutsAt8191Characters) {
         QIVENLog(&m_log, QIVEN_LOG_DEBUG, "%s", std::string(cb, 'x').c_str());
         EXPECT_EQ((Calls{std::string(std::min<size_t>(cb, 8191), 'x')}), g_calls);
     }
-    // The helper of the other rooms cuts at the same place, prefix included.
+    // The helper of the other modules truncates at the same length, including the prefix.
     g_calls.clear();
-    qiven::log::Error(&m_log, {"room", 7}, "%s", std::string(9000, 'y').c_str());
-    EXPECT_EQ((Calls{"room:7 " + std::string(8191 - 7, 'y')}), g_calls);
+    qiven::base::Error(&m_log, {"module", 7}, "%s", std::string(9000, 'y').c_str());
+    EXPECT_EQ((Calls{"module:7 " + std::string(8191 - 9, 'y')}), g_calls);
 }
 
 TEST_F(Logger, CheckReportsTheConditionWithTheCallersLine) {
     m_log = {nullptr, {nullptr, Out, nullptr}};
-    EXPECT_TRUE(qiven::log::Check(&m_log, "room", true, "1 < 2"));
+    EXPECT_TRUE(qiven::base::Check(&m_log, "module", true, "1 < 2"));
     EXPECT_TRUE(g_calls.empty());
     const int iLine = __LINE__ + 1;
-    EXPECT_FALSE(qiven::log::Check(&m_log, "room", false, "%n < 2"));
-    EXPECT_EQ((Calls{"room:" + std::to_string(iLine) + " Invaild Argument (%n < 2)=[0]\n"}), g_calls);
-    EXPECT_FALSE(qiven::log::Check(nullptr, "room", false, "x"));
+    EXPECT_FALSE(qiven::base::Check(&m_log, "module", false, "%n < 2"));
+    EXPECT_EQ((Calls{"module:" + std::to_string(iLine) + " Invaild Argument (%n < 2)=[0]\n"}), g_calls);
+    EXPECT_FALSE(qiven::base::Check(nullptr, "module", false, "x"));
 }
 
 TEST_F(Logger, ConsoleWritesTheTextAsItIs) {

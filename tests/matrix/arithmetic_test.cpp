@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr double dMark = -77.25;  // what a result holds that nobody may write to
+constexpr double dMark = -77.25;  // marks results that must not change
 constexpr double dInf = std::numeric_limits<double>::infinity();
 constexpr double dNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -18,7 +18,7 @@ using V = std::vector<double>;
 
 TEST(MatrixRecord, HoldsTheElementsAndRefusesCountsThatCannotBe) {
     EXPECT_EQ(520U, sizeof(MATRIX64));
-    EXPECT_EQ(15U, Values(Filled(3, 5, 1.0)).size());  // a block too small is found by the sanitizer
+    EXPECT_EQ(15U, Values(Filled(3, 5, 1.0)).size());  // the sanitizer detects a block that is too small
     for (const auto &[iRows, iCols] :
          {std::pair{0, 5}, {5, 0}, {-3, -3}, {INT_MAX, INT_MAX}, {1 << 30, 1 << 30}})
         EXPECT_EQ(nullptr, MatrixAlloc(iRows, iCols)) << iRows << " " << iCols;
@@ -59,7 +59,7 @@ TEST(MatrixTransposed, MirrorsTheElements) {
     EXPECT_EQ(-1, MatrixTranspose(&none, &none));
 }
 
-// Null is looked for before dimensions.
+// Null is checked before the dimensions.
 TEST(MatrixArguments, OperationsRefuseWhatDoesNotFit) {
     using Three = int (*)(const MATRIX *, const MATRIX *, MATRIX *);
     const std::pair<Three, std::array<int, 6>> rgCases[] = {
@@ -132,7 +132,7 @@ TEST(MatrixInverse, WithoutRoomForTwiceTheColumnsIsOutOfMemory) {
 // The reference: determinants by expansion along the rows, in integers.
 using Integers = std::vector<std::vector<long>>;
 
-// Of the rows from one on, without the columns that rows before took.
+// For the rows from a given one on, without the columns used by earlier rows.
 // NOLINTNEXTLINE(misc-no-recursion): depth is the size of the matrix.
 long Determinant(const Integers &m, size_t iRow = 0, unsigned taken = 0) {
     if (iRow == m.size()) return 1;

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Outputs get exactly the room they are promised to need, so that the sanitizer sees a byte too many.
+// Outputs have exactly the documented size, so that the sanitizer detects a byte too many.
 std::string Encode(const std::string &text, int iExpected) {
     const size_t cb = 2 * ((text.size() + 7) / 8 * 8);
     const std::unique_ptr<char[]> szOutput(new char[cb + 1]);
@@ -36,7 +36,7 @@ void RoundTrip(const std::string &text) {
     ASSERT_EQ(text, Decode(encoded));
 }
 
-// Tests may have the codec use other matrices.
+// Makes the codec use other matrices.
 struct MatrixCodec : testing::Test {
     ~MatrixCodec() override {
         pmtr64 = reinterpret_cast<MATRIX *>(&mtrx64);
@@ -87,7 +87,8 @@ TEST_F(MatrixCodec, DecodesTheAlphabetOnly) {
     }
 }
 
-// Two digits per product, the low one first, twelve bits with a sign: seen with a key that is transparent.
+// Two digits per product, the low one first, twelve bits with a sign; shown
+// with a diagonal matrix as the key.
 TEST_F(MatrixCodec, WritesTwelveBitsLowDigitFirst) {
     const std::tuple<double, unsigned char, unsigned> rgCases[] = {
         {-1, 1, 0xFFF},   {8, 255, 2040},    {-8, 255, 0x808},   {0.5, 3, 1},  // 1.5 goes toward zero
@@ -104,7 +105,7 @@ TEST_F(MatrixCodec, WritesTwelveBitsLowDigitFirst) {
 
 // An element of value v, seen through an inverse that multiplies by a factor.
 TEST_F(MatrixCodec, DecodesTowardZeroAfterAddingAHundredth) {
-    // The double 99.99 is a little less than that. Only a sum rounded to double would make it 100.
+    // The double 99.99 is slightly smaller than 99.99. Only a sum rounded to double would give 100.
     const int iHairline = std::numeric_limits<long double>::digits > 53 ? 99 : 100;
     const std::tuple<int, int, double> rgCases[] = {
         {100, 100, 0.99991}, {100, iHairline, 0.9999}, {100, 99, 0.99985}, {-1, 0, 1},        {-2, 0xFF, 1},

@@ -10,10 +10,10 @@
 
 using Rows = std::vector<std::vector<double>>;
 
-struct FreeMatrix {
+struct FreeDense {
     void operator()(MATRIX *pMatrix) const { MatrixFree(pMatrix); }
 };
-using Dense = std::unique_ptr<MATRIX, FreeMatrix>;
+using Dense = std::unique_ptr<MATRIX, FreeDense>;
 
 // Through a pointer, since the record declares one element only.
 inline double *Elements(MATRIX *pMatrix) {

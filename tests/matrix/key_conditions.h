@@ -1,4 +1,4 @@
-// What key data of the codec has to fulfil, checked from the numbers alone.
+// The conditions for key data of the codec, checked from the numbers alone.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,8 +27,8 @@ inline void CheckKey(std::span<const double> key, std::span<const double> invers
         ASSERT_LE(5, nInRow);
         ASSERT_LE(5, nInColumn);
     }
-    // Every product of eight bytes with a column fits twelve bits: the extremes are where each byte is 0 or
-    // 255.
+    // Every product of eight bytes with a column fits twelve bits: the extremes
+    // are where each byte is 0 or 255.
     for (size_t j = 0; j < 8; j++) {
         double dLow = 0;
         double dHigh = 0;

@@ -1,4 +1,4 @@
-// Runs the generator as its user does.
+// Runs the generator as a user would.
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -28,7 +28,7 @@ Outcome Keygen(const std::string &arguments) {
 }
 // NOLINTEND(cert-env33-c)
 
-// The numbers between the opening brace behind a name and the closing one.
+// The numbers in the braces after a name.
 template <class Number>
 std::vector<Number> Numbers(const std::string &source, const std::string &opening) {
     std::vector<Number> numbers;

@@ -10,7 +10,7 @@
 
 namespace {
 
-struct Bitmap {
+struct BitmapCalls {
     const char *szName;
     int (*pfnClear)(const QIVEN_LOG *, nasinfo *);
     int (*pfnSet)(const QIVEN_LOG *, nasinfo *, unsigned int);
@@ -18,22 +18,22 @@ struct Bitmap {
     uint64_t nasinfo::*low;
     uint64_t nasinfo::*high;
 };
-void PrintTo(const Bitmap &map, std::ostream *pOut) {
+void PrintTo(const BitmapCalls &map, std::ostream *pOut) {
     *pOut << map.szName;  // instead of bytes that differ in every run
 }
 
-class ServiceFlags : public testing::TestWithParam<Bitmap> {};
+class ServiceFlags : public testing::TestWithParam<BitmapCalls> {};
 
 INSTANTIATE_TEST_SUITE_P(
     Both, ServiceFlags,
-    testing::Values(Bitmap{"Supp", QIVENNasinfoServSuppClear, QIVENNasinfoServSuppSet,
-                           QIVENNasinfoServSuppGet, &nasinfo::ullServSupp0, &nasinfo::ullServSupp1},
-                    Bitmap{"Run", QIVENNasinfoServRunClear, QIVENNasinfoServRunSet, QIVENNasinfoServRunGet,
-                           &nasinfo::ullServRun0, &nasinfo::ullServRun1}),
+    testing::Values(BitmapCalls{"Supp", QIVENNasinfoServSuppClear, QIVENNasinfoServSuppSet,
+                                QIVENNasinfoServSuppGet, &nasinfo::ullServSupp0, &nasinfo::ullServSupp1},
+                    BitmapCalls{"Run", QIVENNasinfoServRunClear, QIVENNasinfoServRunSet,
+                                QIVENNasinfoServRunGet, &nasinfo::ullServRun0, &nasinfo::ullServRun1}),
     [](const auto &param) { return param.param.szName; });
 
 TEST_P(ServiceFlags, EachNumberIsOneBitOfItsOwn) {
-    const Bitmap &map = GetParam();
+    const BitmapCalls &map = GetParam();
     for (unsigned int id = 0; id < QIVEN_SERVICE_MAX; ++id) {
         nasinfo info{};
         nasinfo expected{};
@@ -47,7 +47,7 @@ TEST_P(ServiceFlags, EachNumberIsOneBitOfItsOwn) {
 }
 
 TEST_P(ServiceFlags, SettingAddsAndClearingEmptiesThisBitmapOnly) {
-    const Bitmap &map = GetParam();
+    const BitmapCalls &map = GetParam();
     nasinfo info;
     memset(&info, 0xFF, sizeof info);
     nasinfo expected = info;

@@ -9,7 +9,7 @@ namespace {
 using Lines = std::vector<std::string>;
 using namespace std::string_literals;
 
-// What the readers do beyond this is shown with whole packets.
+// Other tests check the remaining behaviour of the readers with whole packets.
 TEST(FieldCodecs, ReadersTakeOneField) {
     const unsigned char rgb[] = {4, 'n', 'a', 's', '1'};
     const struct {
@@ -20,7 +20,7 @@ TEST(FieldCodecs, ReadersTakeOneField) {
     } cases[] = {
         {FIELD_STRING, 5, 8, 0, 5, "nas1"},    {FIELD_ARRAY, 5, 8, 1, 5, "........nas1"},
         {FIELD_STRING, 4, 8, 0, 0, "......"},  // cut
-        {FIELD_STRING, 5, 4, 0, 0, "......"},  // no room for the NUL
+        {FIELD_STRING, 5, 4, 0, 0, "......"},  // no space for the NUL
         {FIELD_INTEGER, 5, 4, 0, 5, "nas1.."}, {FIELD_INTEGER, 4, 4, 0, 0, "......"},
     };
     for (const auto &c : cases) {

@@ -1,4 +1,4 @@
-// Every packet of some kinds, not a choice of them: the library's reader and the slow one agree on all.
+// All packets of some kinds: the library's reader and the slow reader agree on each.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,11 +25,11 @@ TEST(PacketTable, IsTheOneOfTheWireFormat) {
         EXPECT_EQ(blKeep ? QIVENPKT_KEEP_ENDIAN : 0, static_cast<int>(attrib.ulEndian)) << std::hex << id;
         EXPECT_EQ(SlowBasicMask(field.id), attrib.ulBasicMask) << std::hex << id;
     }
-    EXPECT_EQ(77U, n);
+    EXPECT_EQ(std::size(kSlowFields), n);
 }
 
 struct EveryPacket : testing::Test {
-    // One place before an inaccessible page for all of them.
+    // One buffer for all packets, directly before an inaccessible page.
     static constexpr size_t kRoom = 512;
     const AtPageEnd m_page{std::string(kRoom, '\0')};
     size_t m_nAccepted = 0;
@@ -52,7 +52,7 @@ TEST_F(EveryPacket, OfOneFieldCutAnywhere) {
         for (size_t cb = 0; cb <= std::min<size_t>(16, field.size()); ++cb)
             Compare(kPlainHeader + field.substr(0, cb));
     }
-    EXPECT_GT(m_nAccepted, 178U * 256);  // what is unknown may have any length
+    EXPECT_GT(m_nAccepted, 178U * 256);  // unknown fields may have any length
 }
 
 // In every order and number: complete, repeated, empty, for packets that need them and those that do not.

@@ -43,7 +43,7 @@ struct PacketWriter : testing::Test {
         }
         return all.substr(0, static_cast<size_t>(cb));
     }
-    // Lists fields for a plain packet of an exact length: full ones and two that share the rest.
+    // Lists fields for a plain packet of an exact length: full fields, and two that share the rest.
     void ListExactly(size_t cbPacket) {
         std::vector<unsigned int> ids((cbPacket - 8) / 257 - 1, 0x52);
         const size_t cbLeft = cbPacket - 8 - 257 * ids.size();

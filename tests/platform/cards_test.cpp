@@ -1,4 +1,4 @@
-// Which interface is which card.
+// The mapping of numbered cards to interfaces.
 #include <tavonetsdk.h>
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-// Card by card, "address" or "no card" or "error".
+// For each card "address", "no card" or "error".
 std::vector<std::string> Cards(int nCards) {
     std::vector<std::string> cards;
     for (int i = 0; i < nCards; ++i) {
@@ -34,7 +34,7 @@ TEST(Cards, NumbersAreThoseOfTheNames) {
 
 TEST(Cards, WithoutSuchNamesUsableOnesAreCounted) {
     sandbox::Enter();
-    EXPECT_EQ((std::vector<std::string>{"no card", "no card"}), Cards(2));  // the loopback device is none
+    EXPECT_EQ((std::vector<std::string>{"no card", "no card"}), Cards(2));  // loopback is not a card
     sandbox::AddEthernet("wan", "02:00:00:00:00:01", "10.0.0.1/24");
     sandbox::AddEthernet("bare", "02:00:00:00:00:02");
     sandbox::AddEthernet("ethernet", "02:00:00:00:00:03", "10.0.0.3/24");

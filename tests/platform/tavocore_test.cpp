@@ -18,7 +18,7 @@
 
 namespace {
 
-// Long enough that no string keeps it inside itself.
+// Too long for the small-string optimisation.
 const std::string g_strLong(100, 'L');
 
 // Runs a call with its 1st, 2nd, ... allocation failing, until it needs no more; returns how many failed.

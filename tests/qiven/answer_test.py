@@ -1,134 +1,26 @@
 #!/usr/bin/env python3
-"""qiven answer on two segments of its own, asked by raw sockets.
+"""qiven answer on two segments, queried through raw sockets.
 
-Usage: answer_test.py QIVEN EXAMPLE [TEST...]. Runs itself again in new namespaces, as root or as an ordinary user.
+Usage: answer_test.py QIVEN EXAMPLE [TEST...]
 """
 
-import ctypes
 import os
-import re
 import signal
 import socket
 import struct
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
-QIVEN, EXAMPLE = sys.argv[1:3]
-if os.environ.get("ANSWER_TEST_INSIDE") != "1":
-    os.environ.update(ANSWER_TEST_INSIDE="1", PATH=os.environ["PATH"] + ":/usr/sbin:/sbin",
-                      ASAN_OPTIONS="quarantine_size_mb=1")
-    user = [] if os.geteuid() == 0 else ["--map-root-user"]
-    os.execvp("unshare", ["unshare", *user, "--net", "--mount", sys.executable, *sys.argv])
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "support"))
+import segment  # noqa: E402
+from answering import PLAIN, QUERY, SEALED, Answering, Searcher, enter_namespaces, fields, query, run  # noqa: E402
 
-PLAIN, SEALED = b"\x12\x34\x56\x78TAVO", b"\x12\x34\x55\x66TAVO"
-QUERY = PLAIN + b"\x01\x04\x01\0\0\0\xa4\x04\0\0\x02\x01"
-SO_BINDTODEVICE = 25
-sodium = ctypes.CDLL("libsodium.so.23")
+Answering.program, EXAMPLE = sys.argv[1:3]
 
 
-def run(command):
-    subprocess.run(command, shell=True, check=True)
-
-
-def fields(packet):
-    assert packet.startswith(PLAIN), packet
-    result, at = {}, 8
-    while at < len(packet):
-        end = at + 2 + packet[at + 1]
-        result[packet[at]] = packet[at + 2:end]
-        at = end
-    return result
-
-
-class Asker:
-    """A key pair and a process identifier."""
-
-    def __init__(self):
-        self.public, self.secret = ctypes.create_string_buffer(32), ctypes.create_string_buffer(32)
-        sodium.crypto_box_keypair(self.public, self.secret)
-        self.id = os.urandom(3) + b"\x01"
-        self.query = QUERY + b"\xc4\x40" + self.public.raw.hex().encode() + b"\xc5\x04" + self.id
-
-    def open(self, packet):
-        box = packet[8:]
-        plain = ctypes.create_string_buffer(len(box) - 48)
-        done = sodium.crypto_box_seal_open(plain, box, ctypes.c_ulonglong(len(box)), self.public, self.secret)
-        return fields(plain.raw) if done == 0 else None
-
-
-class Answer(unittest.TestCase):
-    """The test is on one end of two cables (s1, s2), the host on the other (eth1, eth2)."""
-
-    def setUp(self):
-        self.dir = tempfile.TemporaryDirectory()
-        self.addCleanup(self.dir.cleanup)
-        self.config = self.write("name = 'nas1'\nmodel = 7\nident = 'id1'\nfield_bc = ['x', 'y']\n")
-        self.net = subprocess.Popen(["unshare", "--net", "sh", "-c", "echo; exec cat"], stdin=subprocess.PIPE,
-                                    stdout=subprocess.PIPE)
-        self.addCleanup(self.end, self.net)
-        self.net.stdout.readline()
-        for n in (1, 2):
-            self.plug(n, f"10.9.{n}.1")
-        self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.notify.bind(self.dir.name + "/notify")
-        self.notify.settimeout(5)
-        self.addCleanup(self.notify.close)
-
-    def write(self, text, name="answer.toml"):
-        path = os.path.join(self.dir.name, name)
-        with open(path, "w", encoding="utf-8") as file:
-            file.write(text)
-        return path
-
-    def end(self, process):
-        if process.poll() is None:
-            process.kill()
-        process.communicate()
-
-    def inside(self, command):
-        return ["nsenter", "-t", str(self.net.pid), "-n", *command]
-
-    def plug(self, n, address):
-        run(f"ip link add s{n} type veth peer name eth{n} netns {self.net.pid}; ip link set s{n} up;"
-            f"ip address add 10.9.{n}.9/24 brd + dev s{n}")
-        self.addCleanup(subprocess.run, f"ip link del s{n}", shell=True, stderr=subprocess.DEVNULL)
-        run(" ".join(self.inside(["sh", "-c", f"'ip link set eth{n} up; ip a add {address}/24 brd + dev eth{n}'"])))
-        segment = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.addCleanup(segment.close)
-        for option in (socket.SO_REUSEADDR, socket.SO_BROADCAST):
-            segment.setsockopt(socket.SOL_SOCKET, option, 1)
-        segment.setsockopt(socket.SOL_SOCKET, SO_BINDTODEVICE, f"s{n}".encode())
-        segment.bind(("0.0.0.0", 9999))
-        setattr(self, f"s{n}", segment)
-
-    def start(self, *options):
-        self.log = open(self.dir.name + "/log", "w+", encoding="utf-8")
-        self.addCleanup(self.log.close)
-        env = dict(os.environ, NOTIFY_SOCKET=self.dir.name + "/notify")
-        self.host = subprocess.Popen(self.inside([QIVEN, "answer", "--config", self.config, *options]), env=env,
-                                     stderr=self.log)
-        self.addCleanup(self.end, self.host)
-        self.assertIn(b"READY=1", self.notify.recv(4096))
-
-    def ask(self, segment, packet=QUERY):
-        segment.sendto(packet, ("255.255.255.255", 9999))
-
-    def hear(self, segment, seconds=0.6):
-        """Everything from the host in so many seconds: (packet, sender). Own queries come back and are left out."""
-        heard, end = [], time.monotonic() + seconds
-        while (left := end - time.monotonic()) > 0:
-            segment.settimeout(left)
-            try:
-                packet, sender = segment.recvfrom(9000)
-            except TimeoutError:
-                break
-            if not sender[0].endswith(".9"):
-                heard.append((packet, sender))
-        return heard
-
+class Answer(Answering):
     def test_each_segment_gets_its_own_address(self):
         self.start()
         self.ask(self.s1)
@@ -142,24 +34,44 @@ class Answer(unittest.TestCase):
             self.assertEqual([got[i] for i in (0x11, 0x19, 0x48, 0x49, 0xBB, 0xBC, 0x01)],
                              [b"nas1", b"id1", *(struct.pack("<I", v) for v in (7, 240, 2)), b"y", b"\2\0\0\0"])
 
-    def test_sealed_for_its_asker_and_silent_otherwise(self):
+    def test_sealed_for_its_searcher_and_silent_otherwise(self):
         self.start()
-        asker = Asker()
+        searcher = Searcher()
         for _ in range(3):  # copies of one query
-            self.ask(self.s1, asker.query)
+            self.ask(self.s1, searcher.query)
         [(packet, _)] = self.hear(self.s1)
         self.assertTrue(packet.startswith(SEALED))
-        self.assertIsNone(Asker().open(packet))
-        got = asker.open(packet)
-        self.assertEqual((got[0x11], got[0xC6]), (b"nas1", asker.id))
+        self.assertIsNone(Searcher().open(packet))
+        got = searcher.open(packet)
+        self.assertEqual((got[0x11], got[0xC6]), (b"nas1", searcher.id))
         answer = PLAIN + b"\x01\x04\x02\0\0\0\xa4\x04\0\0\x02\x01"
         for silent in (answer, answer.replace(b"\4\2", b"\4\6"), packet, QUERY + b"\xc5\x04" + got[0xC5], b"junk",
-                       asker.query.replace(asker.public.raw.hex().encode(), b"0" * 64)):  # a key that seals nothing
+                       searcher.query.replace(searcher.public.raw.hex().encode(), b"0" * 64)):  # cannot be sealed for
             self.ask(self.s1, silent)
             self.assertEqual(self.hear(self.s1, 0.3), [], silent)
-        # What is no key asks for a plain answer.
-        self.ask(self.s1, asker.query.replace(asker.public.raw.hex().encode(), b"x" * 64))
+        # A stranger that copies the identifier of a searcher does not use up its answer.
+        other = Searcher()
+        for _ in range(5):
+            self.ask(self.s1, query(os.urandom(32), other.id))
+        self.ask(self.s1, other.query)
+        self.assertTrue(any(other.open(packet) for packet, _ in self.hear(self.s1)))
+        # An invalid key gets a plain answer.
+        self.ask(self.s1, searcher.query.replace(searcher.public.raw.hex().encode(), b"x" * 64))
         self.assertEqual([p[:8] for p, _ in self.hear(self.s1)], [PLAIN])
+
+    def test_command_line_goes_before_the_file(self):
+        self.start("--plain", "--name", "cli", "--ident", "from-cli", "--model", "9", "--second", "250")
+        for text in (None, "name = 'file'\nmodel = 8\nident = 'id2'\nfield_49 = 241\nfield_50 = 'read again'\n"):
+            if text is not None:
+                self.write(text)
+                self.reload()
+                time.sleep(0.2)
+            self.ask(self.s1, Searcher().query)
+            [(packet, _)] = self.hear(self.s1)
+            got = fields(packet)
+            self.assertEqual([got[i] for i in (0x11, 0x19, 0x48, 0x49)],
+                             [b"cli", b"from-cli", *(struct.pack("<I", v) for v in (9, 250))])
+        self.assertEqual(got[0x50], b"read again")
 
     def test_close_queries_share_an_answer(self):
         self.start()
@@ -167,25 +79,20 @@ class Answer(unittest.TestCase):
             self.ask(self.s1)
         self.assertEqual(len(self.hear(self.s1, 0.15)), 1)
         [(packet, _)] = self.hear(self.s1)
-        self.assertLess(len(packet), 120)  # what one forged query is worth
-
-    def memory(self):
-        with open(f"/proc/{self.host.pid}/status", encoding="ascii") as status:
-            return int(re.search(r"VmRSS:\s+(\d+)", status.read())[1])
+        self.assertLess(len(packet), 120)  # the answer to one forged query
 
     def test_flood(self):
         self.start("--verbose")
         self.s2.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
-        self.ask(self.s1, Asker().query)
+        self.ask(self.s1, Searcher().query)
         self.hear(self.s2)
         before, began = self.memory(), time.monotonic()
         for i in range(25000):
             forged = os.urandom(36)
-            key = b"\xc4\x40" + forged[:32].hex().encode() + b"\xc5\x04" + forged[32:]
-            for packet in (QUERY, QUERY + key, forged, SEALED + forged * 3):
+            for packet in (QUERY, query(forged[:32], forged[32:]), query(bytes(32), forged[32:]), SEALED + forged * 3):
                 self.ask(self.s1, packet)
         heard = self.hear(self.s2, 0.01)
-        genuine = Asker()
+        genuine = Searcher()
         self.ask(self.s1, genuine.query)
         served = self.hear(self.s2, 1)
         self.assertTrue(any(packet.startswith(PLAIN) or genuine.open(packet) for packet, _ in served))
@@ -206,7 +113,7 @@ class Answer(unittest.TestCase):
         run("ip link del s2")
         time.sleep(1.1)
         self.plug(1, "10.9.1.77")
-        for _ in range(10):  # a busy machine takes its time to carry frames to a new card
+        for _ in range(10):  # a busy machine delays frames to a new interface
             self.ask(self.s1)
             if heard := self.hear(self.s1):
                 break
@@ -222,33 +129,76 @@ class Answer(unittest.TestCase):
                   " a packet carries 64 fields at most")]
         for text, message in table:
             path = self.write(text, "bad.toml")
-            done = subprocess.run([QIVEN, "answer", "--check-config", "--config", path], capture_output=True,
+            done = subprocess.run([self.program, "answer", "--check-config", "--config", path], capture_output=True,
                                   text=True, check=False)
             self.assertEqual((done.returncode, f"{path}:{message}" in done.stderr), (4, True), (text, done.stderr))
-        subprocess.run([QIVEN, "answer", "--check-config", "--config", EXAMPLE], check=True)
+        subprocess.run([self.program, "answer", "--check-config", "--config", EXAMPLE], check=True)
+
+    def reload(self):
+        self.host.send_signal(signal.SIGHUP)
+        self.assertRegex(self.notify.recv(4096), rb"^RELOADING=1\nMONOTONIC_USEC=\d+$")
+        return self.notify.recv(4096)
+
+    def test_files_that_are_no_configuration(self):
+        """A running program keeps what it has, says why, does not wait, and does not grow."""
+        self.start()
+        before, path = self.memory(), self.config
+        deep = ".".join("a" * 140_000) + " = 1"
+        table = [(lambda: os.symlink(path, path), "cannot be opened: Too many levels"),
+                 (lambda: os.symlink(sys.executable + "/x", path), "cannot be opened: Not a directory"),
+                 (lambda: None, "cannot be opened: No such file"), (lambda: os.mkdir(path), "is a directory"),
+                 (lambda: os.mkfifo(path), "is not a regular file"),
+                 (lambda: os.symlink("/dev/zero", path), "is not a regular file"),
+                 (lambda: os.truncate(self.write(""), 1 << 40), "is larger than"),
+                 (lambda: self.write("x = [" + "1," * 500_000 + "]"), "is larger than"),
+                 (lambda: self.write("x = [" + "1," * 32_000 + "]"), ":1: x: is not a key"),
+                 (lambda: self.write("\n".join(f"x{i}=1" for i in range(7000))), ": 6980 more faults"),
+                 (lambda: self.write("x = " + "[" * 60_000), ":1: "),
+                 (lambda: self.write(deep[:60_000]), ":1: tables are nested too deep"),
+                 (lambda: self.write("\n[" + deep[:60_000]), ":2: tables are nested too deep")]
+        # What looks like the end, or the inside, of a text or comment.
+        for hidden in ('t={a="""x"""",', "a='\\'\n",
+                       'a="\\""\n', "a=\'\'\'\'\'\'\'\'\n", 'a="""\\""""""\n', 'a="""\n"#"""#"""\n',
+                       "''=1#'\n", '""=1\nb="#"\n'):
+            table.append((lambda text=hidden: self.write(text + deep[:60_000]), "tables are nested too deep"))
+        for make, message in table:
+            if os.path.isdir(path):
+                os.rmdir(path)
+            elif os.path.lexists(path):
+                os.unlink(path)
+            make()
+            self.assertIn(b"kept the old one", self.reload())
+            done = subprocess.run([self.program, "answer", "--config", path], capture_output=True, text=True,
+                                  timeout=10, check=False)
+            self.assertEqual((done.returncode, message in done.stderr), (4, True), (message, done.stderr[:500]))
+            with open(self.dir.name + "/log", encoding="utf-8") as log:
+                self.assertIn(message, log.read())
+        if not segment.is_sanitized(self.program):
+            self.assertLess(self.memory() - before, 4096)
+        self.ask(self.s1)
+        self.assertEqual([fields(packet)[0x11] for packet, _ in self.hear(self.s1)], [b"nas1"])
 
     def test_signals(self):
         self.start()
         for text, name in (("name = 'nas2'\nmodel = 8", b"nas2"), ("name = 1", b"nas2")):
             self.write(text)
-            self.host.send_signal(signal.SIGHUP)
-            self.assertRegex(self.notify.recv(4096), rb"^RELOADING=1\nMONOTONIC_USEC=\d+$")
-            self.assertRegex(self.notify.recv(4096), rb"^READY=1\n")
+            self.reload()
             time.sleep(0.2)
             self.ask(self.s1)
             self.assertEqual([fields(packet)[0x11] for packet, _ in self.hear(self.s1, 0.3)], [name])
         self.log.seek(0)
-        self.assertIn("answer.toml:1: name: must be", self.log.read())
+        said = self.log.read()
+        self.assertIn('answering as "nas1" on eth1 10.9.1.1, eth2 10.9.2.1, UDP port 9999\n', said)
+        self.assertIn("answer.toml:1: name: must be", said)
         self.host.send_signal(signal.SIGTERM)
         self.assertEqual(self.host.wait(0.5), 0)
         self.assertEqual(self.notify.recv(4096), b"STOPPING=1")
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as holder:  # shares the port with nobody
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as holder:  # does not share the port
             self.s1.close(), self.s2.close(), holder.bind(("0.0.0.0", 9999))
-            done = subprocess.run([QIVEN, "answer", "--model", "1"], capture_output=True, text=True, check=False)
+            done = subprocess.run([self.program, "answer", "--model", "1"], capture_output=True, text=True, check=False)
         self.assertEqual((done.returncode, "Address already in use" in done.stderr), (3, True), done.stderr)
 
 
 if __name__ == "__main__":
-    run("ip link set lo up")
-    assert sodium.sodium_init() >= 0
+    enter_namespaces()
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]], verbosity=2)

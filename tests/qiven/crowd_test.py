@@ -1,5 +1,6 @@
-"""A segment full of hosts: none is missed, in any of many runs, and the command ends by itself soon after."""
+"""A segment with many hosts: none is missed in repeated runs, and the command exits soon after the last answer."""
 import json
+import os
 import random
 import statistics
 import subprocess
@@ -7,16 +8,17 @@ import sys
 import time
 import unittest
 
-import segment
-from segment import Hosts, answer
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import segment  # noqa: E402
+from segment import Hosts, answer  # noqa: E402
 
 QIVEN = sys.argv.pop(1)
 
 
 def find(count):
-    """(names in the order of their rows, seconds to the last row, seconds to the end)"""
+    """Returns (names in row order, seconds until the last row, seconds until the exit)."""
     hosts = [answer(b"host%d" % i, f"10.9.{i // 250}.{i % 250 + 1}", x48=i) for i in range(1, count + 1)]
-    with Hosts(lambda number, query: random.sample(hosts, count)):  # hosts answer in no fixed order
+    with Hosts(lambda number, query: random.sample(hosts, count)):  # random order of answers
         start = time.monotonic()
         with subprocess.Popen([QIVEN, "find", "--format", "ndjson"], stdout=subprocess.PIPE) as process:
             rows = [(json.loads(line)["name"], time.monotonic() - start) for line in process.stdout]

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""qiven doctor names staged faults, each in a network namespace of its own. Argument: the command."""
+"""qiven doctor detects simulated faults, each in its own network namespace. Argument: the command."""
 import json
 import os
 import subprocess
@@ -36,6 +36,10 @@ FAULTS = {
     "input rule": (CARD + "; iptables -A INPUT -p udp --dport 9999 -j DROP", None, 1, "firewall", ["way in", "9999", "INPUT"]),
     "older iptables": (CARD + "; iptables-legacy -A INPUT -p udp -m multiport --dports 1,9999 -j DROP", None, 1, "firewall",
                        ["iptables chain INPUT", "--dports 1,9999"]),
+    "a log prefix, and a chain that nobody jumps to": (
+        CARD + "; iptables -N UNUSED; iptables -A UNUSED -p udp --dport 9999 -j DROP; iptables -N USED; "
+        "iptables -A INPUT -p udp --dport 9999 -j LOG --log-prefix DROP; iptables -A INPUT -p udp -j USED; "
+        "iptables -A USED -p udp --dport 9000:9999 -j DROP", None, 1, "firewall", ["9000", " USED", "way in", "9999"]),
     "input policy": (CARD + "; " + NFT % ("input", "drop") + "nft add rule inet guard c tcp dport 22 accept", None, 1, "firewall",
                      ["policy", "chain inet guard c"]),
     "junk": (CARD, ("host", SEND % "6a756e6b"), 1, "arrivals", ["do not decode", "10.9.0.2", "too short"]),

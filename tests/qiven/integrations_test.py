@@ -1,4 +1,4 @@
-"""The examples that feed other programs. Usage: unshare -rn integrations_test.py QIVEN EXAMPLES"""
+"""Examples for other programs. Usage: script/in-namespaces integrations_test.py QIVEN EXAMPLES"""
 import json
 import os
 import re
@@ -7,14 +7,19 @@ import sys
 import tempfile
 import unittest
 
-import segment
-from segment import Hosts, answer
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import segment  # noqa: E402
+from segment import Hosts, answer  # noqa: E402
 
 QIVEN, EXAMPLES = sys.argv.pop(1), sys.argv.pop(1)
 EVIL = b"{{ lookup('pipe', 'id') }}"
 CROWD = [answer(b"attic", "10.9.0.2", x48=7, x7c=b"02:00:00:00:00:02"), answer(b"attic", "10.9.0.3", ident=b"twin", x48=7),
          answer(EVIL, "10.9.0.4", ident=EVIL + b"\xff", x48=9, x7c=EVIL), answer(b"qiven", "10.9.0.5", x48=9),
          answer(b"10.9.0.7", "10.9.0.6"), answer(b"-bad", "10.9.0.7"), answer(b"nowhere", "0.0.0.0")]
+# Names and addresses of Ansible's own machine, of groups, or of another host in the inventory.
+POSING = [answer(name, f"10.9.1.{count}", ident=b"posing%d" % count) for count, name in enumerate(
+    [b"localhost", b"127.0.0.1", b"LocalHost.localdomain", b"all", b"ungrouped", b"host-10.9.0.5", b"10.9.0.2"], 1)] + [
+    answer(b"posing", address, ident=address.encode()) for address in ("127.0.0.1", "127.9.9.9", "224.0.0.1", "255.255.255.254")]
 
 
 def run(name, *arguments, packets=(), qiven=QIVEN, options=""):
@@ -25,11 +30,11 @@ def run(name, *arguments, packets=(), qiven=QIVEN, options=""):
 
 class Ansible(unittest.TestCase):
     def test_inventory(self):
-        listed = json.loads(run("ansible-inventory", "--list", packets=CROWD).stdout)
+        listed = json.loads(run("ansible-inventory", "--list", packets=POSING + CROWD).stdout)
         variables = listed.pop("_meta")["hostvars"]
         self.assertEqual({name: of["ansible_host"] for name, of in variables.items()}, {
-            "attic": "10.9.0.2", "10.9.0.3": "10.9.0.3", "10.9.0.4": "10.9.0.4", "host-10.9.0.5": "10.9.0.5",
-            "10.9.0.7": "10.9.0.6", "host-10.9.0.7": "10.9.0.7"})
+            **{f"10.9.1.{count}": f"10.9.1.{count}" for count in range(1, 8)}, "attic": "10.9.0.2",
+            **{f"10.9.0.{count}": f"10.9.0.{count}" for count in range(3, 8)}})
         self.assertEqual(listed["qiven"]["hosts"], list(variables))
         self.assertEqual(listed["qiven_model_7"], {"hosts": ["attic", "10.9.0.3"]})
         self.assertEqual(variables["attic"], {"ansible_host": "10.9.0.2", "qiven_model": 7, "qiven_ident": "id-attic",

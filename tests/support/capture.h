@@ -1,4 +1,4 @@
-// Sees the UDP datagrams that are on a wire.
+// Captures the UDP datagrams on an interface.
 #pragma once
 
 #include <arpa/inet.h>
@@ -25,7 +25,7 @@ struct Datagram {
 
 class Capture {
   public:
-    // Without a name, what leaves by or arrives at any device is seen.
+    // Without a name, captures the traffic of all interfaces.
     explicit Capture(const std::string &device = "")
         : m_fd(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ALL))) {
         sockaddr_ll address{};
@@ -39,7 +39,7 @@ class Capture {
     Capture(const Capture &) = delete;
     Capture &operator=(const Capture &) = delete;
 
-    // What was seen since the last call, when nothing more comes for a moment.
+    // The datagrams since the last call; waits until none arrives for a moment.
     std::vector<Datagram> Take() const {
         constexpr int kMoment = 50;
         std::vector<Datagram> taken;

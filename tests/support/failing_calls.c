@@ -1,6 +1,9 @@
-/* The definitions of a program, or of a preloaded library, go before those of the C library. Preloaded, the
-   environment says what fails: QIVEN_FAIL="CALL N ERRNO", and QIVEN_FAILED names the file that is made then.
-   That counts from the setlocale() of main(): what runs before cannot report anything. */
+/* The definitions of a program or of a preloaded library take precedence over those of the C library. If this
+   file is preloaded, it takes effect at the setlocale() of main(), because earlier code cannot report errors.
+   There the process becomes a server: for each message "CALL N ERRNO" on the descriptor that QIVEN_FAIL names
+   it forks, and the child continues as the program, in which that call fails. The server replies with the
+   process identifier of the child and, after its exit, with "STATUS LEFT": the wait status, and the number
+   of calls that were left before the one to fail. */
 #define _GNU_SOURCE
 #include "support/failing_calls.h"
 
@@ -17,25 +20,25 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #define EXPORTED __attribute__((visibility("default")))
 
 static char g_szCall[32];
-static int g_nUntil, g_iErrno;
-static const char *g_szReport;
+static int g_nOwnUntil, *g_pnUntil = &g_nOwnUntil, g_iErrno;
 static long g_nHeld, g_nUptime;
 static int g_nSuspended;
 
-static int Fails(const char *szCall) {
-    if (g_nUntil == 0 || g_nSuspended > 0 || strcmp(szCall, g_szCall) != 0 || --g_nUntil > 0) return 0;
-    if (g_szReport != NULL) syscall(SYS_close, syscall(SYS_open, g_szReport, O_WRONLY | O_CREAT, 0600));
+/* Memory is wanted before AddressSanitizer is ready for what it would look at in here. */
+__attribute__((no_sanitize("address", "undefined"))) static int Fails(const char *szCall) {
+    if (*g_pnUntil == 0 || g_nSuspended > 0 || strcmp(szCall, g_szCall) != 0 || --*g_pnUntil > 0) return 0;
     errno = g_iErrno;
     return 1;
 }
@@ -43,12 +46,12 @@ static int Fails(const char *szCall) {
 void FailingCallsArm(const char *szCall, int n, int iErrno) {
     snprintf(g_szCall, sizeof g_szCall, "%s", szCall);
     g_iErrno = iErrno;
-    g_nUntil = n;
+    *g_pnUntil = n;
 }
 
 int FailingCallsDisarm(void) {
-    const int blFailed = g_nUntil == 0;
-    g_nUntil = 0;
+    const int blFailed = *g_pnUntil == 0;
+    *g_pnUntil = 0;
     return blFailed;
 }
 
@@ -68,10 +71,30 @@ long FailingCallsHeld(void) {
     return g_nHeld;
 }
 
-static void ArmFromEnvironment(void) {
-    const char *szFail = getenv("QIVEN_FAIL");
-    g_szReport = getenv("QIVEN_FAILED");
-    if (szFail != NULL && sscanf(szFail, "%31s %d %d", g_szCall, &g_nUntil, &g_iErrno) != 3) abort();
+static void Serve(void) {
+    const char *szDescriptor = getenv("QIVEN_FAIL");
+    if (szDescriptor == NULL) return;
+    const int fd = atoi(szDescriptor);
+    /* Do not affect programs that this one starts. */
+    unsetenv("QIVEN_FAIL");
+    unsetenv("LD_PRELOAD");
+    g_pnUntil = mmap(NULL, sizeof *g_pnUntil, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    char szOrder[64] = "", szCall[sizeof g_szCall];
+    while (read(fd, szOrder, sizeof szOrder - 1) > 0) {
+        int n = 0, iErrno = 0, iStatus = 0;
+        if (sscanf(szOrder, "%31s %d %d", szCall, &n, &iErrno) != 3) abort();
+        memset(szOrder, 0, sizeof szOrder);
+        const pid_t pid = fork();
+        if (pid == 0) {
+            close(fd);
+            FailingCallsArm(szCall, n, iErrno);
+            return;
+        }
+        dprintf(fd, "%d", pid);
+        waitpid(pid, &iStatus, 0);
+        dprintf(fd, "%d %d", iStatus, *g_pnUntil);
+    }
+    _exit(0);
 }
 
 #define DEFINE(before, result, name, failed, params, args)                 \
@@ -89,6 +112,16 @@ CALL(ssize_t, sendto, -1, (int a, const void *b, size_t c, int d, __CONST_SOCKAD
      (a, b, c, d, e, f))
 CALL(ssize_t, recvfrom, -1, (int a, void *b, size_t c, int d, __SOCKADDR_ARG e, socklen_t *f),
      (a, b, c, d, e, f))
+CALL(ssize_t, sendmsg, -1, (int a, const struct msghdr *b, int c), (a, b, c))
+CALL(int, recvmmsg, -1, (int a, struct mmsghdr *b, unsigned c, int d, struct timespec *e), (a, b, c, d, e))
+CALL(ssize_t, send, -1, (int a, const void *b, size_t c, int d), (a, b, c, d))
+CALL(ssize_t, recv, -1, (int a, void *b, size_t c, int d), (a, b, c, d))
+CALL(int, getsockopt, -1, (int a, int b, int c, void *d, socklen_t *e), (a, b, c, d, e))
+CALL(int, epoll_create1, -1, (int a), (a))
+CALL(int, epoll_ctl, -1, (int a, int b, int c, struct epoll_event *d), (a, b, c, d))
+CALL(int, epoll_wait, -1, (int a, struct epoll_event *b, int c, int d), (a, b, c, d))
+CALL(int, timerfd_create, -1, (int a, int b), (a, b))
+CALL(int, timerfd_settime, -1, (int a, int b, const struct itimerspec *c, struct itimerspec *d), (a, b, c, d))
 CALL(int, poll, -1, (struct pollfd * a, nfds_t b, int c), (a, b, c))
 CALL(int, access, -1, (const char *a, int b), (a, b))
 CALL(int, stat, -1, (const char *a, struct stat *b), (a, b))
@@ -98,6 +131,8 @@ CALL(ssize_t, write, -1, (int a, const void *b, size_t c), (a, b, c))
 CALL(int, rename, -1, (const char *a, const char *b), (a, b))
 CALL(int, unlink, -1, (const char *a), (a))
 CALL(FILE *, fopen, NULL, (const char *a, const char *b), (a, b))
+CALL(FILE *, fopen64, NULL, (const char *a, const char *b), (a, b))
+CALL(ssize_t, read, -1, (int a, void *b, size_t c), (a, b, c))
 CALL(FILE *, popen, NULL, (const char *a, const char *b), (a, b))
 CALL(FILE *, fdopen, NULL, (int a, const char *b), (a, b))
 CALL(DIR *, opendir, NULL, (const char *a), (a))
@@ -115,11 +150,11 @@ DEFINE(if (ShowsUptime(a, b)) return 0, int, clock_gettime, -1, (clockid_t a, st
 CALL(ssize_t, getrandom, -1, (void *a, size_t b, unsigned c), (a, b, c))
 CALL(int, mprotect, -1, (void *a, size_t b, int c), (a, b, c))
 CALL(int, mlock, -1, (const void *a, size_t b), (a, b))
-DEFINE(ArmFromEnvironment(), char *, setlocale, NULL, (int a, const char *b), (a, b))
-/* These have done their work also when they report an error. */
-DEFINE(if (strcmp(g_szCall, "close") == 0 && g_nUntil == 1) pfnReal(a), int, close, -1, (int a), (a))
-/* A stream that failed says so. */
-#define FAILED_STREAM(pf) pf->_flags |= strcmp(g_szCall, __func__) == 0 && g_nUntil == 1 ? 0x20 : 0
+DEFINE(Serve(), char *, setlocale, NULL, (int a, const char *b), (a, b))
+/* These calls take effect even if they report an error. */
+DEFINE(if (strcmp(g_szCall, "close") == 0 && *g_pnUntil == 1) pfnReal(a), int, close, -1, (int a), (a))
+/* A failed stream must report it. */
+#define FAILED_STREAM(pf) pf->_flags |= strcmp(g_szCall, __func__) == 0 && *g_pnUntil == 1 ? 0x20 : 0
 DEFINE(FAILED_STREAM(c), char *, fgets, NULL, (char *a, int b, FILE *c), (a, b, c))
 DEFINE(FAILED_STREAM(d), size_t, fread, 0, (void *a, size_t b, size_t c, FILE *d), (a, b, c, d))
 DEFINE(FAILED_STREAM(d), ssize_t, getdelim, -1, (char **a, size_t *b, int c, FILE *d), (a, b, c, d))
@@ -147,7 +182,7 @@ EXPORTED void *mmap(void *a, size_t b, int c, int d, int e, off_t f) {
 }
 DEFINE(Count(-1), int, munmap, -1, (void *a, size_t b), (a, b))
 
-/* Memory is wanted before anything can be looked up; a sanitizer has an allocator of its own. */
+/* Memory is needed before symbols can be looked up; a sanitizer has its own allocator. */
 #define ALLOCATOR(result, name, params, args, blNew)                                          \
     extern result __libc_##name params;                                                       \
     extern __attribute__((weak)) result __interceptor_##name params;                          \

@@ -1,20 +1,20 @@
-/* Functions of the C library that fail when a test wants it, whoever in the process calls them: link
-   failing_calls.c into the program, or preload it. */
+/* Makes functions of the C library fail for all callers in the process: link failing_calls.c into the
+   program, or preload it. */
 #pragma once
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* From now on the n-th call fails, once, with this errno. "memory" is every way to allocate. */
+/* Makes the n-th call from now on fail, once, with this errno. "memory" means all allocation functions. */
 void FailingCallsArm(const char *szCall, int n, int iErrno);
-/* Lets everything succeed again; says whether the failure has happened. */
+/* Lets all calls succeed again; returns whether the failure has happened. */
 int FailingCallsDisarm(void);
-/* 1 and -1 around what is the test's own business. */
+/* Call with 1 before and with -1 after code of the test itself. */
 void FailingCallsSuspend(int nMore);
-/* What CLOCK_MONOTONIC shows from now on, unless it is to fail: the machine's uptime must not matter. */
+/* Sets the value of CLOCK_MONOTONIC, so that the uptime of the machine does not matter. */
 void FailingCallsUptime(long nSeconds);
-/* Blocks and mappings that were made and not yet given back. */
+/* Number of blocks and mappings that have not been freed. */
 long FailingCallsHeld(void);
 
 #ifdef __cplusplus

@@ -1,5 +1,5 @@
-// The program's operator new serves the shared libraries, too: with it, a sanitizer's own does not get
-// between them and failing_calls.c.
+// The program's operator new also serves the shared libraries, so that their allocations go through
+// failing_calls.c and not through the operator new of a sanitizer.
 #include <cstdlib>
 #include <new>
 

@@ -60,16 +60,9 @@ int __wrap_poll(pollfd *rgPoll, nfds_t nPoll, int iTimeout) {
 
 ssize_t __real_recvfrom(int fd, void *p, size_t cb, int iFlags, sockaddr *pFrom, socklen_t *pcbFrom);
 ssize_t __wrap_recvfrom(int fd, void *p, size_t cb, int iFlags, sockaddr *pFrom, socklen_t *pcbFrom) {
-    // A read that waits by itself.
-    if (interpose::clock.blVirtual && (iFlags & MSG_DONTWAIT) == 0) {
-        const interpose::Aside aside;
-        timeval wait{};
-        socklen_t cbWait = sizeof wait;
-        getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, &cbWait);
-        pollfd readable{fd, POLLIN, 0};
-        const int nReady = __wrap_poll(&readable, 1, static_cast<int>(wait.tv_sec) * 1000);
-        if (nReady == 0) errno = EAGAIN;
-        if (nReady <= 0) return -1;
+    if (interpose::clock.iReadError != 0) {
+        errno = interpose::clock.iReadError;
+        return -1;
     }
     const ssize_t cbRead = __real_recvfrom(fd, p, cb, iFlags, pFrom, pcbFrom);
     if (cbRead >= 0) interpose::clock.now += interpose::clock.nSecondsPerDatagram;
@@ -82,7 +75,7 @@ void __wrap_syslog(int iPriority, const char *szFormat, ...) {
     interpose::KeepSyslog(iPriority, szFormat, args);
     va_end(args);
 }
-// What syslog is called in a build with fortified functions.
+// The name of syslog in a build with fortified functions.
 void __wrap___syslog_chk(int iPriority, int /*iFlag*/, const char *szFormat, ...) {
     va_list args;
     va_start(args, szFormat);

@@ -1,5 +1,5 @@
-// Time and messages of the library as tests want them: link qiven-interpose, and the calls come by here
-// first. failing_calls.h, which comes with it, makes calls fail.
+// Lets tests control the time and capture the messages of the library: link qiven-interpose to intercept the
+// calls. failing_calls.h, which is part of it, makes calls fail.
 #pragma once
 
 #include <ctime>
@@ -11,7 +11,7 @@
 
 namespace interpose {
 
-// What the test does in the middle of a call of the library: nothing of it fails, or counts.
+// Marks code of the test that runs inside a call of the library: its calls neither fail nor count.
 struct Aside {
     Aside() { FailingCallsSuspend(1); }
     ~Aside() { FailingCallsSuspend(-1); }
@@ -21,10 +21,10 @@ struct Aside {
 
 // Line numbers and descriptors as "#".
 std::string HideNumbers(const std::string &text);
-// What went to syslog since the last call, each as "priority|text", numbers hidden.
+// The syslog messages since the last call, each as "priority|text", with numbers replaced.
 std::vector<std::string> TakeSyslog();
 
-// A clock that does not run by itself: a wait that ends without a datagram takes its time from here, but
+// A clock that does not advance by itself: a wait without a datagram advances it, but
 // lasts only msWait milliseconds.
 struct Clock {
     bool blVirtual = false;
@@ -33,6 +33,7 @@ struct Clock {
     int nSecondsPerDatagram = 0;
     int nWaits = 0;
     std::function<void()> fnOnWait;  // runs before each wait
+    int iReadError = 0;              // errno of every read, or 0: reads succeed
 };
 extern Clock clock;
 

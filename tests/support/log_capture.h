@@ -1,4 +1,4 @@
-// A log record that keeps what it is told, for tests that compare messages.
+// A log record that collects messages, for tests that compare them.
 #pragma once
 
 #include <qiven/log.h>
@@ -16,7 +16,7 @@ class LogCapture {
     }
     QIVEN_LOG *Record() { return &m_log; }
 
-    // Messages since the last call, each as "level|text", with the line number behind the room name as "#".
+    // Messages since the last call, each as "level|text", with "#" for the line number after the module name.
     static std::vector<std::string> Take() {
         std::vector<std::string> taken;
         taken.swap(Lines());
@@ -45,6 +45,6 @@ class LogCapture {
 };
 
 // The report of a failed argument check, as LogCapture::Take() shows it.
-inline std::string Invalid(const std::string &room, const std::string &condition) {
-    return "1|" + room + ":# Invaild Argument (" + condition + ")=[0]\n";
+inline std::string Invalid(const std::string &module, const std::string &condition) {
+    return "1|" + module + ":# Invaild Argument (" + condition + ")=[0]\n";
 }

@@ -1,4 +1,4 @@
-// A file that lives in memory and has a path, for readers of streams and for readers that open by name.
+// A file in memory that has a path, for functions that read streams and functions that open files by name.
 #pragma once
 
 #include <sys/mman.h>

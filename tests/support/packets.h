@@ -1,4 +1,4 @@
-// Answers put together by hand, and how to send a packet.
+// Answers built by hand, and a function to send a packet.
 #pragma once
 
 #include <arpa/inet.h>

@@ -5,7 +5,7 @@
 
 #include "support/slow_reader.h"
 
-// Reads with both; returns what the slow one found, and what the library did otherwise, if anything.
+// Reads with both; returns the result of the slow reader, and the differences of the library, if any.
 inline SlowReader ReadBoth(std::string_view packet, std::string &difference,
                            decltype(QIVENPacketRead) *pfnRead = QIVENPacketRead) {
     LogCapture log;

@@ -26,7 +26,7 @@ void Demand(bool ok, const std::string &what) {
     if (!ok) Fail(what + ": " + strerror(errno));
 }
 
-// Maps the caller to root, so that it may mount and configure devices in what it owns.
+// Maps the caller to root, so that it may mount and configure interfaces in its namespaces.
 void UnshareAsUser() {
     const std::string user = std::to_string(geteuid());
     const std::string group = std::to_string(getegid());
@@ -55,7 +55,7 @@ std::string ReadAll(int fd) {
     return text;
 }
 
-// The mounts as they were, but private: what every machine begins with. Returns their namespace.
+// The original mounts, made private, with which each Enter() starts. Returns their namespace.
 int MakeBase() {
     if (unshare(CLONE_NEWNS) != 0) {
         Demand(errno == EPERM, "make a mount namespace");
@@ -75,7 +75,7 @@ void Enter() {
            "this machine allows no more mount or network namespaces");
     std::filesystem::current_path(directory);  // setns went to the root directory
     MountSys();
-    // Without IPv6 the kernel has nothing to say on a link of its own accord.
+    // Without IPv6 the kernel sends nothing on a link by itself.
     for (const std::string scope : {"all", "default"}) {
         const std::string path = "/proc/sys/net/ipv6/conf/" + scope + "/disable_ipv6";
         if (std::filesystem::exists(path)) WriteFile(path, "1");
@@ -89,9 +89,9 @@ void PrivateDir(const std::string &path) {
 }
 
 std::string Run(const std::string &command) {
-    // The shell has /usr/sbin in reach for an ordinary user, too.
+    // Includes /usr/sbin in the path for ordinary users.
     const std::string line = "PATH=$PATH:/usr/sbin:/sbin; { " + command + "\n} 2>&1 </dev/null";
-    // NOLINTNEXTLINE(cert-env33-c): a command processor is what this is for.
+    // NOLINTNEXTLINE(cert-env33-c): running a shell is intended.
     FILE *pfPipe = popen(line.c_str(), "re");
     Demand(pfPipe != nullptr, "popen");
     const std::string output = ReadAll(fileno(pfPipe));
@@ -114,7 +114,7 @@ std::string ReadFile(const std::string &path) {
 }
 
 void AddEthernet(const std::string &name, const std::string &mac, const std::string &address) {
-    // Kernels have the one kind of such device, or the other, or both.
+    // Kernels support one of these kinds of interfaces, or both.
     Run("ip link add " + name + " address " + mac + " type dummy || ip link add " + name + " address " + mac +
         " type ifb");
     if (!address.empty()) Run("ip address add " + address + " dev " + name);

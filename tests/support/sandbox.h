@@ -1,4 +1,4 @@
-// A machine of its own for a test: namespaces with an empty network and private directories.
+// A sandbox for a test: namespaces with an empty network and private directories.
 //
 // Enter() may be called again and again, by root or by an ordinary user where the kernel allows user
 // namespaces; each call leaves the machine of the one before. Whatever goes wrong in here throws
@@ -9,17 +9,17 @@
 
 namespace sandbox {
 
-// Moves the process, which must not have started a thread, into new mount and network namespaces: mounts stay
-// private, /sys shows the new network, the loopback device is up.
+// Moves the process, which must be single-threaded, into new mount and network namespaces: mounts stay
+// private, /sys shows the new network, the loopback interface is up.
 void Enter();
 
-// Covers a directory with an empty, writable one. What lay below it is out of reach until the next Enter().
+// Covers a directory with an empty, writable one. Its former content is inaccessible until the next Enter().
 void PrivateDir(const std::string &path);
 
 // Runs a command line in the shell and returns what it wrote. Throws with its output when it fails.
 std::string Run(const std::string &command);
 
-// Makes missing parent directories, too.
+// Also creates missing parent directories.
 void WriteFile(const std::string &path, const std::string &text);
 std::string ReadFile(const std::string &path);
 

@@ -48,7 +48,8 @@ inline const SlowField kSlowFields[] = {
 // clang-format on
 #undef F
 
-// An integer of the record as it travels, and back: little-endian, but addresses as they lie in memory.
+// Converts an integer of the record to the wire and back: little-endian, except
+// addresses, whose bytes are copied.
 inline std::string SlowSwap(const SlowField &field, std::string value) {
     constexpr std::string_view kAddresses = "\x12\x13\x14\x15\x1E\x22\x23\x24\x25";
     const bool blAddress = kAddresses.find(static_cast<char>(field.id)) != std::string_view::npos;

@@ -23,7 +23,7 @@ inline std::string Basic(uint32_t ulPktType = 2) {
     return kPlainHeader + Number(0x01, ulPktType) + Number(0xA4, 9);
 }
 
-// A copy of some bytes that ends at the end of a page; touching the next page kills.
+// A copy of some bytes that ends at the end of a page; access to the next page causes SIGSEGV.
 class AtPageEnd {
   public:
     explicit AtPageEnd(const std::string &bytes) {

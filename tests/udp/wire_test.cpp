@@ -1,4 +1,4 @@
-// What the client and the query broadcast put on a wire.
+// The packets that the client and the query broadcast send.
 #include <qiven/keys.h>
 #include <qiven/search.h>
 #include <qiven/udp.h>
@@ -86,7 +86,7 @@ TEST(Wire, ASealedAnswerOpensForItsAskerOnly) {
     answer.conn.pLog = log.Record();
     snprintf(answer.record.szHostIdent, sizeof answer.record.szHostIdent, "asker");
     answer.record.ulPeerProcessID = 0xBEEF;
-    EXPECT_EQ(0, answer.Send(QIVEN_PKT_ANSWER));  // without keys of our own everything goes plain
+    EXPECT_EQ(0, answer.Send(QIVEN_PKT_ANSWER));  // without process keys all packets are plain
     for (const Datagram &datagram : capture.Take())
         EXPECT_EQ(0U, Open(datagram.payload).ulProcessID);
 
@@ -105,7 +105,7 @@ TEST(Wire, ASealedAnswerOpensForItsAskerOnly) {
     EXPECT_STREQ("02:00:00:00:00:02", Open(seen[1].payload).szMacAddr);
     EXPECT_EQ(QIVENProcessGetID(), Open(seen[1].payload).ulProcessID);
     QIVENProcessKeyCleanup();
-    ASSERT_EQ(0, QIVENProcessKeyInit());  // somebody else
+    ASSERT_EQ(0, QIVENProcessKeyInit());  // a different process
     EXPECT_EQ(0U, Open(seen[1].payload).ulPktType);
 }
 

@@ -30,7 +30,11 @@ constexpr char kTail[] = R"(        esac
     fi
     # Of a list, the last element is what is being typed.
     local before=${cur%"${cur##*,}"}
-    mapfile -t COMPREPLY < <(compgen -P "$before" -W "$words" -- "${cur##*,}")
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "${cur##*,}")
+    # The name of an interface can be a command; the shell expands what stands on the line.
+    for word in "${!COMPREPLY[@]}"; do
+        printf -v "COMPREPLY[$word]" '%s%q' "$before" "${COMPREPLY[word]}"
+    done
 }
 complete -F _qiven qiven
 )";

@@ -1,5 +1,6 @@
 // Fills the template of Wireshark's dissector with the library's field table, so that the two cannot drift.
 // Usage: make-dissector TEMPLATE OUTPUT
+#include <qiven/keys.h>
 #include <qiven/packet.h>
 #include <qiven/udp.h>
 
@@ -48,17 +49,33 @@ std::string HeaderText(const unsigned char (&rgbHeader)[8]) {
     return digits;
 }
 
+// The bits of a mask as a set.
+std::string BitSet(uint32_t ulMask) {
+    std::string lua;
+    for (uint32_t ulBit = 1; ulBit != 0 && ulBit <= ulMask; ulBit <<= 1) {
+        if ((ulMask & ulBit) != 0)
+            lua += fmt::format("{}[0x{:02X}] = true", lua.empty() ? "{ " : ", ", ulBit);
+    }
+    return lua + " }";
+}
+
 std::string Tables() {
     std::string lua;
     for (const auto &[szName, ulValue] : {std::pair{"PORT", unsigned{QIVEN_PORT}},
                                           {"PACKET_MAX", unsigned{QIVEN_PACKET_MAX}},
                                           {"FIELDS_MAX", unsigned{QIVEN_FIELDS_MAX}},
                                           {"ARRAY_MAX", unsigned{QIVEN_ARRAY_MAX}},
+                                          {"LONG_TEXT_CAPACITY", unsigned{QIVEN_LONG_TEXT_SIZE}},
+                                          {"SEAL_KEY_SIZE", unsigned{QIVEN_KEY_SIZE}},
+                                          {"SEAL_SIZE", unsigned{QIVEN_SEAL_OVERHEAD}},
                                           {"TYPE_QUERY", unsigned{QIVEN_PKT_QUERY}},
                                           {"TYPE_ANSWER", unsigned{QIVEN_PKT_ANSWER}},
                                           {"TYPE_NETSETTING", unsigned{QIVEN_PKT_NETSETTING}},
                                           {"TYPE_ANSWER_INST", unsigned{QIVEN_PKT_ANSWER_INST}}})
         lua += fmt::format("local {} = {}\n", szName, ulValue);
+    lua += fmt::format("local BASIC = {}\nlocal NETSETTING = {}\n", BitSet(QIVEN_BASIC_MASK),
+                       BitSet(QIVEN_NETSETTING_MASK));
+    lua += fmt::format("local HEADER_SIZE = {}\n", QIVENHeaderSize);
     lua += fmt::format("local PLAIN_HEADER = \"{}\"\n", HeaderText(stQIVENHeader));
     lua +=
         fmt::format("local SEALED_HEADER = \"{}\"\n\nlocal TABLE = {{\n", HeaderText(stQIVENHeaderEncrypted));

@@ -172,13 +172,15 @@ void PrintAlphabet(const std::string &alphabet) {
 
 void Print(const KeyData &data) {
     printf(
-        "// Key data of the text codec: the key matrix, its inverse, and the alphabet. Made by\n"
+        "// Key data of the text codec: the key matrix, its inverse, and the alphabet. Created by\n"
         "//   matrix-keygen > src/matrix/key_data.cpp\n"
-        "// from the system's random numbers, and checked there: the two matrices are exact inverses, "
-        "products\n"
-        "// with bytes fit 12 signed bits, and no row or column is sparse. Not for editing: whoever wants "
-        "other\n"
-        "// data makes a new file, for all peers that exchange encoded texts.\n"
+        "// from the system's random numbers. The generator has checked that the two matrices are exact "
+        "inverses, "
+        "that\n"
+        "// products with bytes fit 12 signed bits, and that no row or column is sparse. Do not edit this "
+        "file: "
+        "to\n"
+        "// change the data, create a new file for all peers that exchange encoded texts.\n"
         "#include <qiven/matrix.h>\n"
         "\n"
         "// clang-format off\n");

@@ -3,46 +3,50 @@
 #include <qiven/udp.h>
 
 #include <fmt/format.h>
+
 #include <signal.h>
 #include <time.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <exception>
 #include <functional>
+#include <new>
+#include <optional>
 
 #include "answer_config.h"
 #include "answer_limits.h"
 #include "answer_send.h"
 #include "commands.h"
 #include "exit.h"
+#include "messages.h"
 #include "notify.h"
+#include "rate.h"
 #include "text.h"
 
 namespace qiven {
 
 namespace {
 
-using limits::Milliseconds;
+using limits::Verdict;
+using rate::Milliseconds;
 
 constexpr const char *kDefaultPath = "/etc/qiven/answer.toml";
 
 struct Answerer {
     answer::Source source;
     answer::Announcement announcement;
-    answer::Cards cards;
+    answer::Sender sender;
     limits::Shared plain;
     limits::Sealed sealed;
     bool blVerbose = false;
     bool blNeverSeal = false;
-    bool blListening = false;
+    bool blReady = false;
     bool blTimer = false;
     // Whatever strangers do, the log grows slowly.
-    limits::Bucket troubleLines{5, 1};
-    limits::Bucket libraryLines{20, 5};
+    rate::Bucket troubleLines{5, 1};
     uint64_t nUnsaid = 0;
-    std::string libraryMessage;  // the last one before there was anything to answer
 };
 
 Answerer state;  // the library's callbacks are given no context
@@ -50,12 +54,6 @@ Answerer state;  // the library's callbacks are given no context
 volatile sig_atomic_t blStop = 0;
 volatile sig_atomic_t blReload = 0;
 timer_t wakeTimer;
-
-Milliseconds Now() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return Milliseconds{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
 
 // Ends the library's wait after so long, and again and again: one signal could come just before the wait.
 // 0 stops it. May be called in a signal handler.
@@ -72,10 +70,10 @@ void OnSignal(int iSignal) {
     Wake(1);
 }
 
+// Without SA_RESTART: a signal ends every wait.
 bool CatchSignals() {
     struct sigaction action {};
     action.sa_handler = OnSignal;
-    action.sa_flags = SA_RESTART;
     sigevent event{};
     event.sigev_notify = SIGEV_SIGNAL;
     event.sigev_signo = SIGALRM;
@@ -85,97 +83,107 @@ bool CatchSignals() {
                        [&](int iSignal) { return sigaction(iSignal, &action, nullptr) == 0; });
 }
 
-void Say(const std::string &line) {
-    fmt::print(stderr, "qiven answer: {}\n", line);
+void Say(std::string_view line) {
+    messages::Say(line, "answer");
 }
 
-void SayTrouble(const std::string &line, Milliseconds now) {
-    if (!Take(state.troubleLines, now)) {
-        ++state.nUnsaid;
-        return;
+void SayTrouble(std::string_view line) noexcept {
+    ++state.nUnsaid;
+    if (!Take(state.troubleLines, rate::Now())) return;
+    try {
+        const uint64_t nMore = state.nUnsaid - 1;
+        Say(nMore == 0 ? std::string(line) : fmt::format("{} ({} more lines were left out)", line, nMore));
+        state.nUnsaid = 0;
+    } catch (const std::exception &) {  // it remains unsaid
     }
-    Say(state.nUnsaid == 0 ? line : fmt::format("{} ({} more lines were left out)", line, state.nUnsaid));
-    state.nUnsaid = 0;
 }
 
-int OnLibraryMessage(const char *szMessage) {
-    std::string message = szMessage;
-    if (!message.empty() && message.back() == '\n') message.pop_back();
-    if (!state.blListening) {
-        state.libraryMessage = text::Escape(message);
-    } else if (state.blVerbose && Take(state.libraryLines, Now())) {
-        Say(text::Escape(message));
+// The library lets no exception through. False when there was one.
+template <typename Function>
+bool Guard(Function function) {
+    try {
+        function();
+        return true;
+    } catch (const std::bad_alloc &) {
+        SayTrouble("out of memory");
+    } catch (const std::exception &error) {
+        SayTrouble(error.what());
     }
-    return 0;
+    return false;
 }
 
-void Answer(const answer::Recipient *pRecipient, Milliseconds now) {
-    std::string trouble;
-    answer::Send(state.cards, state.announcement, pRecipient, now, trouble);
-    if (!trouble.empty()) SayTrouble(trouble, now);
+// An answer that fails for lack of memory is tried again, as the plain one that all searchers share.
+void Answer(const limits::Searcher *pSearcher, Milliseconds now) {
+    const bool blTried = Guard([&] {
+        const std::string trouble = answer::Send(state.sender, state.announcement, pSearcher, now);
+        if (!trouble.empty()) SayTrouble(trouble);
+    });
+    if (!blTried) state.plain.blAsked = true;
 }
 
-bool IsKey(const nasinfo &query) {
+// The searcher that a query names; nothing if it names none that an answer can be sealed for.
+std::optional<limits::Searcher> SearcherOf(const nasinfo &query) {
     const std::string_view key(query.szPubKeyHex, strnlen(query.szPubKeyHex, sizeof query.szPubKeyHex));
-    return query.ulProcessID != 0 && key.size() == QIVEN_KEY_HEX_SIZE - 1 &&
-           std::all_of(key.begin(), key.end(), [](unsigned char c) { return isxdigit(c) != 0; });
+    limits::Searcher searcher{query.ulProcessID, {}};
+    if (query.ulProcessID == 0 || key.size() + 1 != searcher.szKeyHex.size() ||
+        !std::all_of(key.begin(), key.end(), [](unsigned char c) { return isxdigit(c) != 0; }))
+        return std::nullopt;
+    std::copy(key.begin(), key.end(), searcher.szKeyHex.begin());
+    return searcher;
 }
 
 // Queries of others only: answers never lead to answers, and own broadcasts come back.
 int IsForUs(nasinfo *pQuery) {
-    return pQuery->ulPktType == QIVEN_PKT_QUERY && pQuery->ulProcessID != QIVENProcessGetID() ? 1 : 0;
+    return pQuery->ulPktType == QIVEN_PKT_QUERY && pQuery->ulProcessID != state.sender.ulProcessID ? 1 : 0;
 }
 
 int OnQuery(nasinfo *pQuery) {
-    const Milliseconds now = Now();
-    if (state.blNeverSeal || !IsKey(*pQuery)) {
-        state.plain.blAsked = true;
-        return 0;
-    }
-    const answer::Recipient asker{pQuery->ulProcessID, pQuery->szPubKeyHex};
-    switch (Admit(state.sealed, asker.ulProcessID, asker.keyHex, now)) {
-        case limits::Verdict::kSeal:
-            Answer(&asker, now);
-            break;
-        case limits::Verdict::kTooMany:
-            state.plain.blAsked = true;
-            break;
-        case limits::Verdict::kAnswered:
-            break;
-    }
+    const Milliseconds now = rate::Now();
+    const auto searcher = state.blNeverSeal ? std::nullopt : SearcherOf(*pQuery);
+    const Verdict verdict = searcher ? Admit(state.sealed, *searcher, now) : Verdict::kTooMany;
+    if (verdict == Verdict::kTooMany) state.plain.blAsked = true;
+    if (verdict == Verdict::kSeal) Answer(&*searcher, now);
     return 0;
 }
 
-void Reload(Milliseconds now) {
-    answer::Notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", now * 1000));
+const char *LoadAgain() {
     std::vector<std::string> errors;
     const auto announcement = answer::Load(state.source, errors);
     for (const std::string &error : errors)
         Say(error);
-    if (announcement) state.announcement = *announcement;
-    const char *szResult = announcement ? "configuration read again" : "bad configuration, kept the old one";
+    if (!announcement) return "bad configuration, kept the old one";
+    state.announcement = *announcement;
+    return "configuration read again";
+}
+
+void Reload(Milliseconds now) {
+    answer::Notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", now * 1000));
+    const char *szResult = "no memory, kept the old configuration";
+    Guard([&] { szResult = LoadAgain(); });
     Say(szResult);
     answer::Notify(fmt::format("READY=1\nSTATUS={}", szResult));
 }
 
 void Begin() {
-    state.blListening = true;
-    const std::string line = fmt::format("answering as \"{}\" on UDP port {}",
-                                         text::Escape(state.announcement.record.szHostName), QIVEN_PORT);
+    const std::string line =
+        fmt::format("answering as \"{}\" on {}, UDP port {}", state.announcement.record.szHostName,
+                    answer::Outlets(state.sender, rate::Now()), QIVEN_PORT);
+    const std::string ready = "READY=1\nSTATUS=" + text::Escape(line);
+    state.blReady = true;
     Say(line);
-    if (!answer::Notify("READY=1\nSTATUS=" + line)) Say("cannot tell the service manager that it is ready");
+    if (!answer::Notify(ready)) Say("cannot tell the service manager that it is ready");
 }
 
 // The library asks this before each wait: everything that is not the answer to one packet happens here.
 int OnPass() {
-    if (!state.blListening) Begin();
+    if (!state.blReady) Guard(Begin);
     do {
         if (blStop != 0) return 1;
-        const Milliseconds now = Now();
+        const Milliseconds now = rate::Now();
         if (blReload != 0) {
             blReload = 0;
             state.blTimer = true;  // the signal has set it
-            Reload(now);
+            Guard([&] { Reload(now); });
         }
         if (TakeDue(state.plain, now)) Answer(nullptr, now);
         const bool blTimer = state.plain.blAsked;
@@ -186,24 +194,33 @@ int OnPass() {
     return 0;
 }
 
+// Draws the identifier of this process. The keys that come with it are not kept: no answer carries the public
+// one, so no packet can be sealed for us, and without keys the library does not try to open those of others,
+// which would take ten times as long as refusing any other packet.
+bool DrawProcessID() {
+    if (QIVENProcessKeyInit() != 0) return false;
+    state.sender.ulProcessID = QIVENProcessGetID();
+    return QIVENProcessKeyCleanup() == 0;
+}
+
 int Run() {
-    if (QIVENProcessKeyInit() != 0 || !CatchSignals()) {
-        Say("cannot make keys or a timer");
+    const messages::NeverWait never;
+    if (!DrawProcessID() || !CatchSignals()) {
+        Say("cannot create the process identifier or the timer");
         return kNetwork;
     }
-    QIVEN_LOG log{};
-    QIVENLogFuncSet(&log, QIVEN_LOG_ERR, OnLibraryMessage);
-    const QIVEN_CONN listen{"0.0.0.0", QIVEN_PORT, 0, OnPass, &log};
+    QIVEN_LOG *pLog = state.sender.pLog = messages::Record(state.blVerbose);
+    const QIVEN_CONN listen{"0.0.0.0", QIVEN_PORT, 0, OnPass, pLog};
     const QIVEN_RECV callbacks{nullptr, IsForUs, OnQuery, nullptr};
     const int iResult = QIVENUDPServer(&listen, &callbacks, nullptr, nullptr);
-    answer::Notify("STOPPING=1");
-    QIVENProcessKeyCleanup();
+    Guard([] { answer::Notify("STOPPING=1"); });
     if (iResult == 0) return kDone;
-    Say(fmt::format("cannot listen on UDP port {}: {}", QIVEN_PORT, state.libraryMessage));
+    Say(fmt::format("cannot listen on UDP port {}: {}", QIVEN_PORT, messages::TakeLast()));
     return kNetwork;
 }
 
 int Start(bool blCheckOnly) {
+    if (state.source.path.empty() && !state.source.ulModel) state.source.path = kDefaultPath;
     std::vector<std::string> errors;
     const auto announcement = answer::Load(state.source, errors);
     for (const std::string &error : errors)
@@ -216,25 +233,24 @@ int Start(bool blCheckOnly) {
 
 }  // namespace
 
-void RegisterAnswer(CLI::App &app, std::function<int()> &run) {
+options::Subcommand AnswerCommand() {
     static bool blCheckOnly = false;
     answer::Source &source = state.source;
-    CLI::App *pSub = app.add_subcommand("answer", "Answer the queries of searchers, as a host does");
-    pSub->add_option("--config", source.path,
-                     fmt::format("What to announce (default {}, unless --model is given)", kDefaultPath))
-        ->type_name("FILE");
-    pSub->add_flag("--check-config", blCheckOnly,
-                   "Check the configuration and end: status 0, or 4 when it is bad");
-    pSub->add_option("--name", source.name, "Host name (default: this machine's)");
-    pSub->add_option("--model", source.ulModel, "Model number");
-    pSub->add_option("--ident", source.ident, "Text that identifies the host");
-    pSub->add_option("--second", source.ulSecond, "Second number of a host-list line (default 240)");
-    pSub->add_flag("--plain", state.blNeverSeal, "Answer in clear, also when a query carries a key");
-    pSub->add_flag("--verbose", state.blVerbose, "Show the library's messages, too");
-    pSub->callback([&run] {
-        if (source.path.empty() && !source.ulModel) source.path = kDefaultPath;
-        run = [] { return Start(blCheckOnly); };
-    });
+    return {.szHelp = "Answer the queries of searchers, as a host does",
+            .options = {{.szNames = "--config",
+                         .target = &source.path,
+                         .help = fmt::format("What to announce (default {}, unless --model is given)",
+                                             kDefaultPath),
+                         .szValue = "FILE"},
+                        {"--check-config", &blCheckOnly,
+                         "Check the configuration and end: status 0, or 4 when it is bad"},
+                        {"--name", &source.name, "Host name (default: this machine's)"},
+                        {"--model", &source.ulModel, "Model number"},
+                        {"--ident", &source.ident, "Text that identifies the host"},
+                        {"--second", &source.ulSecond, "Second number of a host-list line (default 240)"},
+                        {"--plain", &state.blNeverSeal, "Answer in clear, also when a query carries a key"},
+                        {"--verbose", &state.blVerbose, "Show the library's messages, too"}},
+            .run = [] { return Start(blCheckOnly); }};
 }
 
 }  // namespace qiven

@@ -14,13 +14,12 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <utility>
 
+#include "answer_file.h"
 #include "fields.h"
-#include "text.h"
 
 namespace qiven::answer {
 
@@ -33,6 +32,7 @@ constexpr int kSealedPlainMax = QIVEN_PACKET_MAX - 56;
 // A list reader takes hosts from this second number up only.
 constexpr uint32_t kSecondDefault = 240;
 constexpr uint32_t kA4Default = 0x01020000;
+constexpr size_t kFaultsShown = 20;
 
 struct Reading {
     const std::string &path;
@@ -41,9 +41,9 @@ struct Reading {
 
     // Line 0 is for what no line of the file is to blame for.
     void Fail(uint32_t ulLine, std::string_view key, std::string_view what) {
-        std::string where = text::Escape(path.empty() ? "command line" : path);
+        std::string where = path.empty() ? "command line" : path;
         if (ulLine != 0) where += fmt::format(":{}", ulLine);
-        if (!key.empty()) where += ": " + text::Escape(key);
+        if (!key.empty()) where += fmt::format(": {}", key);
         errors.push_back(where + ": " + std::string(what));
     }
 };
@@ -166,19 +166,28 @@ std::string Store(Announcement &announcement, std::string_view key, const toml::
 }
 
 void ReadFile(Reading &reading) {
-    if (std::filesystem::is_directory(reading.path)) return reading.Fail(0, "", "is a directory");
+    FileFault fault;
+    const std::optional<std::string> text = ReadText(reading.path, fault);
+    if (!text) return reading.Fail(fault.ulLine, "", fault.what);
     try {
-        const toml::table table = toml::parse_file(reading.path);
+        // The parser is not told the path: it would copy it in a noexcept constructor, where bad_alloc ends
+        // the program.
+        const toml::table table = toml::parse(std::string_view(*text));
         // A table is in the order of its keys, a reader's eye in that of the lines.
         std::multimap<uint32_t, std::pair<std::string, std::string>> faults;
         for (const auto &[key, node] : table) {
             const std::string what = Store(reading.announcement, key.str(), node);
             if (!what.empty()) faults.emplace(key.source().begin.line, std::pair(key.str(), what));
         }
-        for (const auto &[ulLine, fault] : faults)
-            reading.Fail(ulLine, fault.first, fault.second);
+        size_t nLeft = faults.size();
+        for (const auto &[ulLine, keyed] : faults) {
+            if (faults.size() - nLeft == kFaultsShown)
+                return reading.Fail(0, "", fmt::format("{} more faults", nLeft));
+            reading.Fail(ulLine, keyed.first, keyed.second);
+            --nLeft;
+        }
     } catch (const toml::parse_error &error) {
-        reading.Fail(error.source().begin.line, "", text::Escape(error.description()));
+        reading.Fail(error.source().begin.line, "", error.description());
     }
 }
 

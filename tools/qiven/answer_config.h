@@ -25,7 +25,7 @@ struct Source {
 };
 
 // Reads and checks everything. Nothing when there is an error; then each fault has its line in errors, as
-// "file:line: key: what is wrong".
+// "file:line: key: what is wrong", with names and values as they are.
 std::optional<Announcement> Load(const Source &source, std::vector<std::string> &errors);
 
 // What each interface adds to its copy of the record.

@@ -1,28 +1,19 @@
-// How much answering is enough. A query costs its sender 20 bytes and cannot be traced, so what it makes this
-// host broadcast is bounded whoever asks, and however often. docs/limits.md adds these numbers up.
-//
-// Times are milliseconds of a monotonic clock, given by the caller.
+// How often to answer. A query costs its sender 20 bytes and cannot be traced, so the traffic that queries
+// cause is bounded, whoever sends them and however many. SECURITY.md adds these numbers up.
 #pragma once
+
+#include <qiven/keys.h>
 
 #include <array>
 #include <cstdint>
-#include <string>
-#include <string_view>
+
+#include "rate.h"
 
 namespace qiven::limits {
 
-using Milliseconds = int64_t;
+using rate::Milliseconds;
 
-// A bucket of tokens that refills steadily.
-struct Bucket {
-    int64_t nBurst;
-    int64_t nPerSecond;
-    int64_t nThousandths = nBurst * 1000;
-    Milliseconds last = 0;
-};
-bool Take(Bucket &bucket, Milliseconds now);
-
-// Plain answers are for everybody: all who ask within the gap after an answer share the next one.
+// Plain answers are for everybody: all searchers that ask within the gap after an answer share the next one.
 constexpr Milliseconds kSharedGap = 200;
 struct Shared {
     bool blAsked = false;
@@ -31,30 +22,37 @@ struct Shared {
 // Whether the answer that was asked for is due; the caller sends it then.
 bool TakeDue(Shared &shared, Milliseconds now);
 
-// Sealed answers are for one asker each. The copies of a query that a sender with several cards broadcasts
-// arrive within the asker's gap and get one answer.
-constexpr Milliseconds kAskerGap = 250;
+// The process that an answer is sealed for.
+struct Searcher {
+    uint32_t ulProcessID;
+    std::array<char, QIVEN_KEY_HEX_SIZE> szKeyHex;  // 64 hexadecimal digits
+
+    bool operator==(const Searcher &) const = default;
+};
+
+// Sealed answers are for one searcher each. A searcher with several interfaces broadcasts a copy of its query
+// on each; copies that arrive within the gap get one answer.
+constexpr Milliseconds kSearcherGap = 250;
 constexpr int64_t kSealedBurst = 16;
 constexpr int64_t kSealedPerSecond = 16;
-constexpr size_t kAskers = 64;
-// Nobody who was answered within the gap can have been pushed out of the table by strangers.
-static_assert(kAskers > kSealedBurst + kSealedPerSecond * kAskerGap / 1000 + 1);
+constexpr size_t kSearchers = 64;
+// Strangers cannot push a searcher that was answered within the gap out of the table.
+static_assert(kSearchers > kSealedBurst + kSealedPerSecond * kSearcherGap / 1000 + 1);
 
-struct Asker {
-    uint32_t ulProcessID = 0;
-    std::string keyHex;
-    Milliseconds answered = 0;
+struct Answered {
+    Searcher searcher{};
+    Milliseconds time = 0;
 };
 struct Sealed {
-    Bucket all{kSealedBurst, kSealedPerSecond};
-    std::array<Asker, kAskers> askers;
+    rate::Bucket all{kSealedBurst, kSealedPerSecond};
+    std::array<Answered, kSearchers> recent;
     size_t uOldest = 0;
 };
 enum class Verdict {
     kSeal,      // send a sealed answer
-    kAnswered,  // this asker has just had one
-    kTooMany,   // all sealed answers are spent: let the asker share the plain one
+    kAnswered,  // this searcher has just had one
+    kTooMany,   // no sealed answer is left: the searcher shares the plain one
 };
-Verdict Admit(Sealed &sealed, uint32_t ulProcessID, std::string_view keyHex, Milliseconds now);
+Verdict Admit(Sealed &sealed, const Searcher &searcher, Milliseconds now);
 
 }  // namespace qiven::limits

@@ -1,70 +1,49 @@
 #include "answer_send.h"
 
-#include <qiven/keys.h>
 #include <qiven/udp.h>
 
-#include <fmt/format.h>
-
+#include <cerrno>
 #include <cstdlib>
-#include <cstring>
+#include <new>
 
-#include "text.h"
+#include "fields.h"
+#include "format.h"
+#include "messages.h"
 
 namespace qiven::answer {
 
 namespace {
 
-constexpr limits::Milliseconds kCardsAge = 1000;
+constexpr limits::Milliseconds kFreshFor = 1000;
 
-// The library's last word, for the one line that reports a failure.
-std::string lastMessage;
-
-int KeepMessage(const char *szMessage) {
-    lastMessage = szMessage;
-    while (!lastMessage.empty() && lastMessage.back() == '\n')
-        lastMessage.pop_back();
-    return 0;
-}
-
-const QIVEN_LOG kKeepMessage = {nullptr, {nullptr, KeepMessage, nullptr}};
-
-bool ReadCards(Cards &cards, limits::Milliseconds now, std::string &trouble) {
-    if (cards.blFresh && now - cards.read < kCardsAge) return true;
-    cards.table = {};
-    cards.nCards = QIVENIfaceInit(&kKeepMessage, cards.table.data(), QIVEN_IFACE_MAX);
-    cards.read = now;
-    cards.blFresh = cards.nCards >= 0;
-    if (!cards.blFresh) trouble = "cannot list the interfaces: " + text::Escape(lastMessage);
-    return cards.blFresh;
+// Lists the interfaces when it is time to; the result says why that was not possible.
+std::string Refresh(Sender &sender, limits::Milliseconds now) {
+    if (sender.blFresh && now - sender.read < kFreshFor) return {};
+    sender.table = {};
+    messages::TakeLast();
+    sender.nListed = QIVENIfaceInit(sender.pLog, sender.table.data(), QIVEN_IFACE_MAX);
+    sender.read = now;
+    sender.failure = messages::TakeLast();
+    // A file that is not there, or an interface without an address, is not a failure.
+    static_assert(ENOENT == 2 && EADDRNOTAVAIL == 99);
+    if (sender.failure.ends_with("error:(2)") || sender.failure.ends_with("error:(99)"))
+        sender.failure.clear();
+    sender.blFresh = sender.nListed >= 0 && sender.failure.empty();
+    if (sender.nListed >= 0) return {};
+    return "cannot list the interfaces: " +
+           (sender.failure.empty() ? "/proc/net/dev cannot be read" : sender.failure);
 }
 
 struct Packet {
     int cbCapacity = QIVEN_PACKET_MAX;
     unsigned char *pb = static_cast<unsigned char *>(malloc(QIVEN_PACKET_MAX));
 
-    Packet() = default;
+    Packet() {
+        if (pb == nullptr) throw std::bad_alloc();
+    }
     ~Packet() { free(pb); }
     Packet(const Packet &) = delete;
     Packet &operator=(const Packet &) = delete;
-};
-
-// A stranger's key is in the store for one answer only: a flood of keys can neither fill the store nor push
-// out one that is in use.
-struct StoredKey {
-    const char *szIdent;
-    uint32_t ulProcessID;
-    bool blStored;
-
-    StoredKey(const char *szHostIdent, const Recipient *pRecipient)
-        : szIdent(szHostIdent),
-          ulProcessID(pRecipient != nullptr ? pRecipient->ulProcessID : 0),
-          blStored(pRecipient != nullptr &&
-                   QIVENAddKey(szIdent, ulProcessID, pRecipient->keyHex.c_str()) == 0) {}
-    ~StoredKey() {
-        if (blStored) QIVENRemoveKey(szIdent, ulProcessID);
-    }
-    StoredKey(const StoredKey &) = delete;
-    StoredKey &operator=(const StoredKey &) = delete;
 };
 
 void SetMac(QIVEN_SEND &send, const unsigned char (&rgMac)[6]) {
@@ -73,65 +52,73 @@ void SetMac(QIVEN_SEND &send, const unsigned char (&rgMac)[6]) {
     QIVENSendPktIDSet(nullptr, &send, kIdMac, szMac.data(), static_cast<int>(end.size));
 }
 
-// Builds the packet in the form that the recipient calls for; 0 when there is none.
-int Build(Packet &packet, QIVEN_SEND &send, const Recipient *pRecipient) {
-    if (pRecipient == nullptr) return QIVENPacketWrite(&kKeepMessage, &packet.pb, &packet.cbCapacity, &send);
-    const uint32_t ulOwnID = QIVENProcessGetID();
-    QIVENSendPktIDSet(nullptr, &send, kIdProcess, &ulOwnID, sizeof ulOwnID);
-    QIVENSendPktIDSet(nullptr, &send, kIdPeerProcess, &pRecipient->ulProcessID, sizeof(uint32_t));
-    char szKeyHex[QIVEN_KEY_HEX_SIZE];
-    if (QIVENGetKey(send.pnasInfo->szHostIdent, pRecipient->ulProcessID, szKeyHex) != 0) {
-        lastMessage = "the key could not be stored";
-        return 0;
-    }
+// Builds the packet, sealed if there is a searcher; 0 if that fails. The searcher's key does not go into the
+// library's store of keys, which a flood of keys would fill.
+int Build(Packet &packet, QIVEN_SEND &send, const Sender &sender, const limits::Searcher *pSearcher) {
+    if (pSearcher == nullptr) return QIVENPacketWrite(sender.pLog, &packet.pb, &packet.cbCapacity, &send);
+    QIVENSendPktIDSet(nullptr, &send, kIdProcess, &sender.ulProcessID, sizeof sender.ulProcessID);
+    QIVENSendPktIDSet(nullptr, &send, kIdPeerProcess, &pSearcher->ulProcessID, sizeof(uint32_t));
     char *szPacket = reinterpret_cast<char *>(packet.pb);
-    const int cbPacket =
-        QIVENPacketWriteEncrypted(&kKeepMessage, &szPacket, &packet.cbCapacity, &send, szKeyHex);
+    const int cbPacket = QIVENPacketWriteEncrypted(sender.pLog, &szPacket, &packet.cbCapacity, &send,
+                                                   pSearcher->szKeyHex.data());
     packet.pb = reinterpret_cast<unsigned char *>(szPacket);
     return cbPacket;
 }
 
-bool SendBy(const QIVEN_NETIF &card, const Announcement &announcement, const Recipient *pRecipient) {
+bool SendBy(const QIVEN_NETIF &netIf, const Sender &sender, const Announcement &announcement,
+            const limits::Searcher *pSearcher) {
     nasinfo record = announcement.record;
     QIVEN_SEND send{};
     send.pnasInfo = &record;
     for (const uint32_t ulPktId : announcement.ids)
         QIVENSendPktIDAdd(nullptr, &send, ulPktId, 0U);
-    QIVENSendPktIDSet(nullptr, &send, kIdAddress, &card.ulIP, sizeof card.ulIP);
-    QIVENSendPktIDSet(nullptr, &send, kIdMask, &card.ulMask, sizeof card.ulMask);
-    SetMac(send, card.rgMac);
+    QIVENSendPktIDSet(nullptr, &send, kIdAddress, &netIf.ulIP, sizeof netIf.ulIP);
+    QIVENSendPktIDSet(nullptr, &send, kIdMask, &netIf.ulMask, sizeof netIf.ulMask);
+    SetMac(send, netIf.rgMac);
 
     Packet packet;
-    if (packet.pb == nullptr) return false;
-    const int cbPacket = Build(packet, send, pRecipient);
+    messages::TakeLast();
+    const int cbPacket = Build(packet, send, sender, pSearcher);
     const QIVEN_CONN everybody{"255.255.255.255", QIVEN_PORT, 0, nullptr, nullptr};
-    return cbPacket > 0 && QIVENUDPSend(&kKeepMessage, packet.pb, cbPacket, &everybody, &card, 1) == cbPacket;
+    return cbPacket > 0 && QIVENUDPSend(sender.pLog, packet.pb, cbPacket, &everybody, &netIf, 1) == cbPacket;
 }
 
 }  // namespace
 
-int Send(Cards &cards, const Announcement &announcement, const Recipient *pRecipient,
-         limits::Milliseconds now, std::string &trouble) {
-    if (!ReadCards(cards, now, trouble)) return 0;
-    const StoredKey stored(announcement.record.szHostIdent, pRecipient);
+std::string Outlets(Sender &sender, limits::Milliseconds now) {
+    const std::string trouble = Refresh(sender, now);
+    if (!trouble.empty()) return fmt::format("no interface ({})", trouble);
+    std::string outlets;
+    for (int i = 0; i < sender.nListed; ++i) {
+        const QIVEN_NETIF &netIf = sender.table[static_cast<size_t>(i)];
+        if (netIf.blActive == 0) continue;
+        outlets +=
+            fmt::format("{}{} {}", outlets.empty() ? "" : ", ", netIf.szIfName, fields::Dotted(netIf.ulIP));
+    }
+    return outlets.empty() ? "no interface (none has an address)" : outlets;
+}
+
+std::string Send(Sender &sender, const Announcement &announcement, const limits::Searcher *pSearcher,
+                 limits::Milliseconds now) {
+    std::string trouble = Refresh(sender, now);
+    if (!trouble.empty()) return trouble;
     int nActive = 0;
-    int nSent = 0;
-    for (int i = 0; i < cards.nCards; ++i) {
-        const QIVEN_NETIF &card = cards.table[static_cast<size_t>(i)];
-        if (card.blActive == 0) continue;
+    for (int i = 0; i < sender.nListed; ++i) {
+        const QIVEN_NETIF &netIf = sender.table[static_cast<size_t>(i)];
+        if (netIf.blActive == 0) continue;
         ++nActive;
-        if (SendBy(card, announcement, pRecipient)) {
-            ++nSent;
-            continue;
-        }
-        trouble = fmt::format("no answer by {}: {}", text::Escape(card.szIfName), text::Escape(lastMessage));
-        cards.blFresh = false;  // perhaps it is gone, or has another address
+        if (SendBy(netIf, sender, announcement, pSearcher)) continue;
+        const std::string reason = messages::TakeLast();
+        trouble = fmt::format("no answer by {}: {}", netIf.szIfName,
+                              reason.empty() ? "the packet cannot be built" : reason);
+        sender.blFresh = false;  // perhaps it is gone, or has another address
     }
     if (nActive == 0) {
         trouble = "no interface has an address: nobody was answered";
-        cards.blFresh = false;
+        if (!sender.failure.empty()) trouble += "; the last failure: " + sender.failure;
+        sender.blFresh = false;
     }
-    return nSent;
+    return trouble;
 }
 
 }  // namespace qiven::answer

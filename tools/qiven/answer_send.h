@@ -12,23 +12,24 @@
 
 namespace qiven::answer {
 
-// The interfaces as they were a moment ago: looked at anew for an answer, but not for every one of a burst.
-struct Cards {
-    std::array<QIVEN_NETIF, QIVEN_IFACE_MAX> table;
-    int nCards = 0;
+// Where answers go out. The interfaces are those of a moment ago: listed anew for an answer, but not for
+// every one of a burst.
+struct Sender {
+    QIVEN_LOG *pLog = nullptr;  // of messages::Record()
+    uint32_t ulProcessID = 0;   // our own
+    std::array<QIVEN_NETIF, QIVEN_IFACE_MAX> table{};
+    int nListed = 0;
     limits::Milliseconds read = 0;
+    std::string failure;  // of the listing: what it leaves out
     bool blFresh = false;
 };
 
-// Whom an answer is sealed for. The key is 64 hexadecimal digits.
-struct Recipient {
-    uint32_t ulProcessID;
-    std::string keyHex;
-};
+// "eth1 192.0.2.1, eth2 198.51.100.1": where answers go out now.
+std::string Outlets(Sender &sender, limits::Milliseconds now);
 
-// Returns on how many interfaces the answer went out; trouble says what went wrong on the others, or why
-// there was none, and is empty when all is well. Plain without a recipient.
-int Send(Cards &cards, const Announcement &announcement, const Recipient *pRecipient,
-         limits::Milliseconds now, std::string &trouble);
+// Sends the answer, sealed for the searcher if one is given. Returns what went wrong on an interface, or why
+// no interface was used; empty if all is well. Throws std::bad_alloc without memory.
+std::string Send(Sender &sender, const Announcement &announcement, const limits::Searcher *pSearcher,
+                 limits::Milliseconds now);
 
 }  // namespace qiven::answer

@@ -20,8 +20,8 @@ using output::Value;
 
 std::vector<std::string> Dotted(const Host &host) {
     std::vector<std::string> addresses;
-    for (const auto &entry : host.addresses)
-        addresses.push_back(fields::Dotted(entry.first));
+    for (const Address &address : host.addresses)
+        addresses.push_back(fields::Dotted(address.ulIP));
     return addresses;
 }
 

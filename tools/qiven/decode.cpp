@@ -2,16 +2,16 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "decode_input.h"
 #include "exit.h"
 #include "fields.h"
+#include "json.h"
+#include "messages.h"
 #include "output.h"
 #include "packet_walk.h"
 #include "text.h"
@@ -24,7 +24,6 @@ using decode::InputPacket;
 using decode::PacketField;
 using decode::PacketWalk;
 using decode::Verdict;
-using nlohmann::ordered_json;
 using Bytes = std::span<const unsigned char>;
 
 constexpr uint64_t kSchema = 1;
@@ -74,8 +73,8 @@ uint64_t NumberOf(const PacketField &field) {
     return ullValue;
 }
 
-// The value as the reader would store it; null when it would not.
-ordered_json ValueOf(const PacketField &field) {
+// The value as the reader would store it; nothing when it would not.
+output::Value ValueOf(const PacketField &field) {
     const bool blText = field.bPktId == PKT_ID_CONTINUATION ||
                         (field.pAttrib != nullptr &&
                          (field.pAttrib->ulType == FIELD_STRING || field.pAttrib->ulType == FIELD_ARRAY));
@@ -89,11 +88,12 @@ ordered_json ValueOf(const PacketField &field) {
 }
 
 std::string ShownValue(const PacketField &field) {
-    const ordered_json value = ValueOf(field);
-    if (value.is_string() && std::strcmp(TypeOf(field), "address") != 0)
-        return '"' + text::Escape(value.get<std::string>(), !text::IsUtf8Locale(), '"') + '"';
-    if (value.is_string()) return value.get<std::string>();
-    if (value.is_number()) return fmt::format("{0} (0x{0:x})", value.get<uint64_t>());
+    const output::Value value = ValueOf(field);
+    if (const auto *pText = std::get_if<std::string>(&value)) {
+        if (std::strcmp(TypeOf(field), "address") == 0) return *pText;
+        return '"' + text::Escape(*pText, !text::IsUtf8Locale(), '"') + '"';
+    }
+    if (const auto *pNumber = std::get_if<uint64_t>(&value)) return fmt::format("{0} (0x{0:x})", *pNumber);
     return field.rgbValue.empty() ? "-" : text::Hex(AsText(field.rgbValue));
 }
 
@@ -135,38 +135,40 @@ void PrintText(const InputPacket &packet, const PacketWalk &walk) {
     output::Write(lines);
 }
 
-ordered_json FieldJson(const PacketField &field) {
-    ordered_json object = {{"offset", field.cbOffset},
-                           {"id", field.bPktId},
-                           {"name", NameOf(field)},
-                           {"type", TypeOf(field)},
-                           {"length", nullptr},
-                           {"value", ValueOf(field)},
-                           {"hex", text::Hex(AsText(field.rgbValue))}};
-    if (field.iLength >= 0) object["length"] = field.iLength;
-    if (field.iElement >= 0) object["element"] = field.iElement;
-    if (!field.problem.empty()) object["problem"] = field.problem;
+json::Node FieldJson(const PacketField &field) {
+    json::Node object = json::Object();
+    json::Set(object, "offset", uint64_t{field.cbOffset});
+    json::Set(object, "id", uint64_t{field.bPktId});
+    json::Set(object, "name", NameOf(field));
+    json::Set(object, "type", std::string(TypeOf(field)));
+    json::Set(object, "length", field.iLength < 0 ? output::Value() : static_cast<uint64_t>(field.iLength));
+    json::Set(object, "value", ValueOf(field));
+    json::Set(object, "hex", text::Hex(AsText(field.rgbValue)));
+    if (field.iElement >= 0) json::Set(object, "element", static_cast<uint64_t>(field.iElement));
+    if (!field.problem.empty()) json::Set(object, "problem", field.problem);
     return object;
 }
 
 void PrintJson(const InputPacket &packet, const PacketWalk &walk, bool blFirst) {
-    ordered_json object = {{"schema", kSchema}, {"from", packet.from}};
-    if (!packet.time.empty()) object["time"] = packet.time;
+    const json::Node object = json::Object();
+    json::Set(object, "schema", kSchema);
+    json::Set(object, "from", packet.from);
+    if (!packet.time.empty()) json::Set(object, "time", packet.time);
     if (!packet.source.empty()) {
-        object["source"] = packet.source;
-        object["destination"] = packet.destination;
+        json::Set(object, "source", packet.source);
+        json::Set(object, "destination", packet.destination);
     }
-    object["length"] = packet.rgbPacket.size();
-    object["verdict"] = VerdictText(packet, walk.verdict);
+    json::Set(object, "length", uint64_t{packet.rgbPacket.size()});
+    json::Set(object, "verdict", std::string(VerdictText(packet, walk.verdict)));
     if (!packet.flaw.empty())
-        object["reason"] = packet.flaw;
+        json::Set(object, "reason", packet.flaw);
     else if (walk.verdict == Verdict::kRefused)
-        object["reason"] = walk.reason;
-    object["fields"] = ordered_json::array();
+        json::Set(object, "reason", walk.reason);
+    json::Node list = json::Array();
     for (const PacketField &field : walk.fields)
-        object["fields"].push_back(FieldJson(field));
-    output::Write((blFirst ? "\n" : ",\n") +
-                  object.dump(-1, ' ', true, ordered_json::error_handler_t::replace));
+        json::Append(list, FieldJson(field));
+    json::Set(object, "fields", std::move(list));
+    output::Write((blFirst ? "\n" : ",\n") + json::Text(object));
 }
 
 void Show(Report &report, InputPacket packet) {
@@ -195,7 +197,7 @@ void ShowHex(Report &report, const std::string &from, Bytes rgbPacket) {
 }
 
 int Complain(int iStatus, const std::string &where, const std::string &error) {
-    fmt::print(stderr, "qiven decode: {}: {}\n", text::Escape(where), text::Escape(error));
+    messages::Say(fmt::format("{}: {}", where, error), "decode");
     return iStatus;
 }
 
@@ -213,8 +215,7 @@ int DecodeInputs(Report &report, const Options &options) {
     std::string error;
     if (options.hex.empty() && options.raw.empty() && options.captures.empty()) {
         std::string digits;
-        if (isatty(STDIN_FILENO) == 1)
-            fputs("qiven decode: type hexadecimal digits, end with Ctrl-D\n", stderr);
+        if (isatty(STDIN_FILENO) == 1) messages::Say("type hexadecimal digits, end with Ctrl-D", "decode");
         if (!decode::ReadWhole("-", decode::kHexTextMax, digits, error))
             return Complain(kNetwork, "standard input", error);
         return DecodeHex(report, "standard input", digits);
@@ -256,20 +257,27 @@ int Decode(const Options &options) {
 
 }  // namespace
 
-void RegisterDecode(CLI::App &app, std::function<int()> &run) {
-    CLI::App *pSub =
-        app.add_subcommand("decode", "Show packets field by field, and why one would be refused");
-    const auto options = std::make_shared<Options>();
-    pSub->add_option(
-        "HEX", options->hex,
-        "One packet in hexadecimal digits; without any input, packets are read from standard input");
-    pSub->add_option("--raw", options->raw, "File that holds one packet and nothing else")->type_name("FILE");
-    pSub->add_option("--pcap", options->captures, "Capture in pcap or pcapng format")->type_name("FILE");
-    pSub->add_option_function<std::string>(
-            "--format", [options](const std::string &format) { options->blJson = format == "json"; },
-            "Output format: text (default) or json")
-        ->check(CLI::IsMember({"text", "json"}));
-    pSub->callback([options, &run] { run = [options] { return Decode(*options); }; });
+options::Subcommand DecodeCommand() {
+    static Options options;
+    const auto setFormat = [](const std::string &format) { options.blJson = format == "json"; };
+    return {
+        .szHelp = "Show packets field by field, and why one would be refused",
+        .options =
+            {{"HEX", &options.hex,
+              "One packet in hexadecimal digits; without any input, packets are read from standard input"},
+             {.szNames = "--raw",
+              .target = &options.raw,
+              .help = "File that holds one packet and nothing else",
+              .szValue = "FILE"},
+             {.szNames = "--pcap",
+              .target = &options.captures,
+              .help = "Capture in pcap or pcapng format",
+              .szValue = "FILE"},
+             {.szNames = "--format",
+              .target = setFormat,
+              .help = "Output format: text (default) or json",
+              .choices = {"text", "json"}}},
+        .run = [] { return Decode(options); }};
 }
 
 }  // namespace qiven

@@ -2,14 +2,13 @@
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "doctor_checks.h"
 #include "exit.h"
+#include "json.h"
 #include "output.h"
 
 namespace qiven {
@@ -18,7 +17,6 @@ namespace {
 
 using doctor::Check;
 using doctor::Result;
-using nlohmann::ordered_json;
 
 constexpr uint64_t kSchema = 1;
 // Long enough for what the kernel hands back to a sender at once.
@@ -89,15 +87,22 @@ const char *NameOf(Result result) {
 }
 
 void PrintJson(const Diagnosis &diagnosis) {
-    ordered_json object = {{"schema", kSchema}, {"verdict", VerdictOf(diagnosis)}, {"cause", nullptr}};
-    if (const Check *pCause = FindCause(diagnosis.checks); pCause != nullptr) object["cause"] = pCause->name;
-    object["checks"] = ordered_json::array();
+    const json::Node object = json::Object();
+    const Check *pCause = FindCause(diagnosis.checks);
+    json::Set(object, "schema", kSchema);
+    json::Set(object, "verdict", VerdictOf(diagnosis));
+    json::Set(object, "cause", pCause == nullptr ? output::Value() : pCause->name);
+    json::Node list = json::Array();
     for (const Check &check : diagnosis.checks) {
-        ordered_json entry = {{"name", check.name}, {"result", NameOf(check.result)}, {"text", check.text}};
-        if (!check.remedy.empty()) entry["remedy"] = check.remedy;
-        object["checks"].push_back(std::move(entry));
+        json::Node entry = json::Object();
+        json::Set(entry, "name", check.name);
+        json::Set(entry, "result", std::string(NameOf(check.result)));
+        json::Set(entry, "text", check.text);
+        if (!check.remedy.empty()) json::Set(entry, "remedy", check.remedy);
+        json::Append(list, std::move(entry));
     }
-    output::Write(object.dump(2, ' ', true, ordered_json::error_handler_t::replace) + "\n");
+    json::Set(object, "checks", std::move(list));
+    output::Write(json::Text(object, 2) + "\n");
 }
 
 void PrintText(const Diagnosis &diagnosis) {
@@ -123,14 +128,14 @@ std::string OneLineVerdict() {
     return VerdictOf(Examine(kShortListen, false));
 }
 
-void RegisterDoctor(CLI::App &app, std::function<int()> &run) {
-    CLI::App *pSub = app.add_subcommand("doctor", "Say why no host is found, and what to do about it");
-    const auto blJson = std::make_shared<bool>(false);
-    pSub->add_option_function<std::string>(
-            "--format", [blJson](const std::string &format) { *blJson = format == "json"; },
-            "Output format: text (default) or json")
-        ->check(CLI::IsMember({"text", "json"}));
-    pSub->callback([blJson, &run] { run = [blJson] { return Doctor(*blJson); }; });
+options::Subcommand DoctorCommand() {
+    static bool blJson = false;
+    return {.szHelp = "Say why no host is found, and what to do about it",
+            .options = {{.szNames = "--format",
+                         .target = [](const std::string &format) { blJson = format == "json"; },
+                         .help = "Output format: text (default) or json",
+                         .choices = {"text", "json"}}},
+            .run = [] { return Doctor(blJson); }};
 }
 
 }  // namespace qiven

@@ -2,8 +2,6 @@
 
 #include <qiven/nasinfo.h>
 
-#include <CLI/CLI.hpp>
-
 #include "columns.h"
 
 namespace qiven::find {
@@ -17,81 +15,112 @@ std::string CheckColumn(const std::string &name) {
     return IsColumn(bare) ? std::string() : "no such field: " + bare + " (known: " + AllColumns() + ")";
 }
 
-// Several values of one option, separated by commas or given by repeating it.
-template <typename T>
-CLI::Option *AddList(CLI::App &app, const char *szName, std::vector<T> &values, const char *szHelp) {
-    return app.add_option(szName, values, szHelp)->delimiter(',')->allow_extra_args(false);
+constexpr const char *szWhich = "Which hosts", *szWhere = "Where to ask", *szHowLong = "How long";
+
+std::vector<options::Option> Filters(Options &options) {
+    return {{.szNames = "--name",
+             .target = &options.names,
+             .help = "Names that match a pattern (*, ?, [...]), in any case",
+             .szValue = "GLOB",
+             .szGroup = szWhich,
+             .blCommas = true},
+            {.szNames = "--model",
+             .target = &options.models,
+             .help = "Hosts of this model number",
+             .szValue = "N",
+             .szGroup = szWhich,
+             .blCommas = true},
+            {.szNames = "--type",
+             .target = &options.types,
+             .help = "Answers of this packet type (2 or 6)",
+             .szValue = "N",
+             .szGroup = szWhich,
+             .choices = {"2", "6"},
+             .blCommas = true},
+            {.szNames = "--service",
+             .target = &options.services,
+             .help = "Hosts that support or run this service",
+             .szValue = "N",
+             .szGroup = szWhich,
+             .range = {{0, QIVEN_SERVICE_MAX - 1}},
+             .blCommas = true}};
 }
 
-void AddFilters(CLI::App &app, Options &options) {
-    constexpr const char *szGroup = "Which hosts";
-    AddList(app, "--name", options.names, "Names that match a pattern (*, ?, [...]), in any case")
-        ->type_name("GLOB")
-        ->group(szGroup);
-    AddList(app, "--model", options.models, "Hosts of this model number")->type_name("N")->group(szGroup);
-    AddList(app, "--type", options.types, "Answers of this packet type (2 or 6)")
-        ->check(CLI::IsMember({"2", "6"}))
-        ->type_name("N")
-        ->group(szGroup);
-    AddList(app, "--service", options.services, "Hosts that support or run this service")
-        ->check(CLI::Range(0, QIVEN_SERVICE_MAX - 1))
-        ->type_name("N")
-        ->group(szGroup);
+std::vector<options::Option> Interfaces(Options &options) {
+    return {{.szNames = "--interface",
+             .target = &options.interfaces,
+             .help = "Only interfaces whose name matches",
+             .szValue = "IF",
+             .szGroup = szWhere,
+             .blCommas = true},
+            {.szNames = "--exclude",
+             .target = &options.excludes,
+             .help = "No interface whose name matches",
+             .szValue = "IF",
+             .szGroup = szWhere,
+             .blCommas = true},
+            {.szNames = "--all-interfaces",
+             .target = &options.blAllInterfaces,
+             .help = "Also docker*, veth*, br-* and virbr*, which are left out otherwise",
+             .szGroup = szWhere}};
 }
 
-void AddInterfaces(CLI::App &app, Options &options) {
-    constexpr const char *szGroup = "Where to ask";
-    AddList(app, "--interface", options.interfaces, "Only interfaces whose name matches")
-        ->type_name("IF")
-        ->group(szGroup);
-    AddList(app, "--exclude", options.excludes, "No interface whose name matches")
-        ->type_name("IF")
-        ->group(szGroup);
-    app.add_flag("--all-interfaces", options.blAllInterfaces,
-                 "Also docker*, veth*, br-* and virbr*, which are left out otherwise")
-        ->group(szGroup);
+std::vector<options::Option> Ending(Options &options) {
+    return {{.szNames = "--timeout",
+             .target = &options.timeout,
+             .help = "Longest time to listen, in seconds [10; 60 while new hosts answer]",
+             .szValue = "S",
+             .szGroup = szHowLong,
+             .range = {{0.01, kDay}}},
+            {.szNames = "--count",
+             .target = &options.count,
+             .help = "End when so many hosts are found",
+             .szValue = "N",
+             .szGroup = szHowLong,
+             .blPositive = true},
+            {.szNames = "--expect",
+             .target = &options.expect,
+             .help = "Like --count, and listen to the timeout until then",
+             .szValue = "N",
+             .szGroup = szHowLong,
+             .blPositive = true},
+            {.szNames = "--watch",
+             .target = &options.blWatch,
+             .help = "Go on: report hosts that appear, change and vanish",
+             .szGroup = szHowLong,
+             .szExcludes = "--expect"},
+            {.szNames = "--interval",
+             .target = &options.dInterval,
+             .help = "Seconds between the queries of --watch",
+             .szValue = "S",
+             .szGroup = szHowLong,
+             .range = {{0.5, kDay}},
+             .blShowDefault = true}};
 }
 
-void AddEnding(CLI::App &app, Options &options) {
-    constexpr const char *szGroup = "How long";
-    app.add_option("--timeout", options.timeout,
-                   "Longest time to listen, in seconds [10; 60 while new hosts answer]")
-        ->check(CLI::Range(0.01, kDay))
-        ->type_name("S")
-        ->group(szGroup);
-    app.add_option("--count", options.count, "End when so many hosts are found")
-        ->check(CLI::PositiveNumber)
-        ->type_name("N")
-        ->group(szGroup);
-    CLI::Option *pExpect =
-        app.add_option("--expect", options.expect, "Like --count, and listen to the timeout until then")
-            ->check(CLI::PositiveNumber)
-            ->type_name("N")
-            ->group(szGroup);
-    app.add_flag("--watch", options.blWatch, "Go on: report hosts that appear, change and vanish")
-        ->excludes(pExpect)
-        ->group(szGroup);
-    app.add_option("--interval", options.dInterval, "Seconds between the queries of --watch")
-        ->check(CLI::Range(0.5, kDay))
-        ->capture_default_str()
-        ->type_name("S")
-        ->group(szGroup);
+std::vector<options::Option> Showing(Options &options) {
+    return {{.szNames = "--fields",
+             .target = &options.fields,
+             .help = "Fields to show, in this order",
+             .szValue = "NAMES",
+             .pfnCheck = CheckColumn,
+             .blCommas = true},
+            {.szNames = "--sort",
+             .target = &options.sort,
+             .help = "Field to sort by; a leading '-' reverses",
+             .szValue = "FIELD",
+             .pfnCheck = CheckColumn},
+            {"-v,--verbose", &options.blVerbose, "Show the library's messages on standard error"}};
 }
 
 }  // namespace
 
-void AddOptions(CLI::App &app, Options &options) {
-    AddFilters(app, options);
-    AddInterfaces(app, options);
-    AddEnding(app, options);
-    output::AddOptions(app, options.format, options.colour);
-    AddList(app, "--fields", options.fields, "Fields to show, in this order")
-        ->check(CheckColumn)
-        ->type_name("NAMES");
-    app.add_option("--sort", options.sort, "Field to sort by; a leading '-' reverses")
-        ->check(CheckColumn)
-        ->type_name("FIELD");
-    app.add_flag("-v,--verbose", options.blVerbose, "Show the library's messages on standard error");
+std::vector<options::Option> Declare(Options &options) {
+    std::vector<options::Option> all;
+    for (const auto &some : {Filters(options), Interfaces(options), Ending(options),
+                             output::Declare(options.format, options.colour), Showing(options)})
+        all.insert(all.end(), some.begin(), some.end());
+    return all;
 }
 
 }  // namespace qiven::find

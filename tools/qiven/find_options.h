@@ -6,11 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "options.h"
 #include "output.h"
-
-namespace CLI {
-class App;
-}
 
 namespace qiven::find {
 
@@ -31,6 +28,7 @@ struct Options {
     bool blAllInterfaces = false;
 };
 
-void AddOptions(CLI::App &app, Options &options);
+// The options, which fill the record.
+std::vector<options::Option> Declare(Options &options);
 
 }  // namespace qiven::find

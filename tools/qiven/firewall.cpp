@@ -47,10 +47,17 @@ std::string Run(const char *szCommand) {
     return output;
 }
 
+// A quoted text, such as a comment or a log prefix, is one word with its quotes: it is never taken for a
+// verdict.
 std::vector<std::string> Words(const std::string &line) {
-    std::istringstream stream(line);
     std::vector<std::string> words;
-    for (std::string word; stream >> word;) {
+    size_t uAt = 0;
+    while ((uAt = line.find_first_not_of(" \t", uAt)) != std::string::npos) {
+        size_t uEnd = line.find_first_of(" \t", uAt);
+        if (line[uAt] == '"')
+            uEnd = line.find('"', uAt + 1) == std::string::npos ? uEnd : line.find('"', uAt + 1) + 1;
+        std::string word = line.substr(uAt, uEnd == std::string::npos ? uEnd : uEnd - uAt);
+        uAt = std::min(uEnd, line.size());
         while (!word.empty() && (word.back() == ',' || word.back() == ';'))
             word.pop_back();
         words.push_back(word);
@@ -90,8 +97,17 @@ bool NamesPort(const std::vector<std::string> &words) {
     return false;
 }
 
+// The word after one of the given ones; empty if there is none.
+std::string WordAfter(const std::vector<std::string> &words, std::initializer_list<std::string_view> before) {
+    for (size_t i = 0; i + 1 < words.size(); ++i)
+        if (std::find(before.begin(), before.end(), words[i]) != before.end()) return words[i + 1];
+    return {};
+}
+
+// In iptables the verdict is what a rule jumps to; a log prefix may be the same word.
 bool Drops(const std::vector<std::string> &words) {
-    return HasWord(words, {"drop", "reject", "DROP", "REJECT"});
+    const std::string target = WordAfter(words, {"-j", "-g"});
+    return HasWord(words, {"drop", "reject"}) || target == "DROP" || target == "REJECT";
 }
 
 // Whether a rule without our port can match our datagrams: it is about no other protocol and no port at all.
@@ -137,7 +153,7 @@ std::vector<Chain> ParseIptables(const std::string &saved) {
             chains.push_back({"iptables chain " + name,
                               name == "INPUT" || name == "PREROUTING",
                               name == "OUTPUT" || name == "POSTROUTING",
-                              Drops(words),
+                              words[1] == "DROP",
                               {}});
         } else if (words.size() >= 2 && words[0] == "-A") {
             const auto chain = std::find_if(chains.rbegin(), chains.rend(), [&words](const Chain &c) {
@@ -155,16 +171,35 @@ std::string Describe(const Chain &chain, const std::string &rule) {
     return fmt::format("the rule \"{}\" in {}", text::Escape(rule.substr(iStart)), text::Escape(chain.name));
 }
 
+// The chains that a datagram of the port can pass in this direction: those with the hook, and those that they
+// jump to.
+std::vector<const Chain *> ChainsOf(const std::vector<Chain> &chains, Direction direction) {
+    std::vector<const Chain *> reached;
+    for (const Chain &chain : chains)
+        if (direction == Direction::kIn ? chain.blIn : chain.blOut) reached.push_back(&chain);
+    for (size_t i = 0; i < reached.size(); ++i) {
+        const std::string place = reached[i]->name.substr(0, reached[i]->name.rfind(' ') + 1);
+        for (const std::string &rule : reached[i]->rules) {
+            const std::vector<std::string> words = Words(rule);
+            if (!NamesPort(words) && !IsAboutEverything(words)) continue;
+            const std::string target = place + WordAfter(words, {"jump", "goto", "-j", "-g"});
+            for (const Chain &chain : chains)
+                if (chain.name == target &&
+                    std::find(reached.begin(), reached.end(), &chain) == reached.end())
+                    reached.push_back(&chain);
+        }
+    }
+    return reached;
+}
+
 using Suspect = bool (*)(const std::vector<std::string> &words);
 
 std::optional<std::string> FindRule(const std::vector<Chain> &chains, Direction direction, Suspect pfnSuspect,
                                     bool blHookedOnly) {
-    for (const Chain &chain : chains) {
-        const bool blHooked = chain.blIn || chain.blOut;
-        const bool blRight = direction == Direction::kIn ? chain.blIn : chain.blOut;
-        if (blHooked ? !blRight : blHookedOnly) continue;
-        for (const std::string &rule : chain.rules)
-            if (pfnSuspect(Words(rule))) return Describe(chain, rule);
+    for (const Chain *pChain : ChainsOf(chains, direction)) {
+        if (blHookedOnly && !pChain->blIn && !pChain->blOut) continue;
+        for (const std::string &rule : pChain->rules)
+            if (pfnSuspect(Words(rule))) return Describe(*pChain, rule);
     }
     return std::nullopt;
 }

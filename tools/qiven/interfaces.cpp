@@ -2,17 +2,18 @@
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "commands.h"
 #include "exit.h"
 #include "fields.h"
+#include "messages.h"
 #include "output.h"
 
 namespace qiven {
@@ -33,19 +34,18 @@ output::Value AddressOf(uint32_t ulAddress) {
 }
 
 output::Row RowOf(const QIVEN_NETIF &netIf) {
-    const auto &rgMac = netIf.rgMac;
     // The interface's own DNS server goes before the machine's.
-    const output::Value own = AddressOf(netIf.ulDNS);
-    const output::Value dns = std::holds_alternative<std::monostate>(own) ? AddressOf(gulDNS) : own;
-    return {std::string(netIf.szIfName),
-            fmt::format("{:02x}", fmt::join(rgMac, ":")),
-            AddressOf(netIf.ulIP),
-            AddressOf(netIf.ulMask),
-            AddressOf(netIf.ulBroadCast),
-            AddressOf(netIf.ulGateway),
-            dns,
-            std::string(netIf.blStatic != 0 ? "static" : "dhcp"),
-            netIf.blActive != 0};
+    output::Value dns = AddressOf(netIf.ulDNS);
+    if (std::holds_alternative<std::monostate>(dns)) dns = AddressOf(gulDNS);
+    output::Row row;
+    row.emplace_back(std::string(netIf.szIfName));
+    row.emplace_back(fmt::format("{:02x}", fmt::join(netIf.rgMac, ":")));
+    for (const uint32_t ulAddress : {netIf.ulIP, netIf.ulMask, netIf.ulBroadCast, netIf.ulGateway})
+        row.push_back(AddressOf(ulAddress));
+    row.push_back(std::move(dns));
+    row.emplace_back(std::string(netIf.blStatic != 0 ? "static" : "dhcp"));
+    row.emplace_back(netIf.blActive != 0);
+    return row;
 }
 
 char szRefusal[200] = "";  // the last thing that the kernel did not tell
@@ -67,7 +67,7 @@ int Interfaces(const Options &options) {
     QIVENLogFuncSet(&log, QIVEN_LOG_ERR, KeepRefusal);
     const int nNetIf = QIVENIfaceInit(&log, table.data(), QIVEN_IFACE_MAX);
     if (nNetIf < 0) {
-        fputs("qiven interfaces: the kernel's list of interfaces cannot be read (/proc/net/dev)\n", stderr);
+        messages::Say("the kernel's list of interfaces cannot be read (/proc/net/dev)", "interfaces");
         return kNetwork;
     }
     output::Writer writer;
@@ -76,26 +76,31 @@ int Interfaces(const Options &options) {
     writer.schema = kSchema;
     writer.columns = {{"interface"}, {"mac"}, {"address"},       {"netmask"}, {"broadcast"},
                       {"gateway"},   {"dns"}, {"configuration"}, {"active"}};
-    output::Begin(writer);
+    std::vector<output::Row> rows;
     std::for_each_n(table.begin(), nNetIf,
-                    [&writer](const QIVEN_NETIF &netIf) { output::WriteRow(writer, RowOf(netIf)); });
+                    [&rows](const QIVEN_NETIF &netIf) { rows.push_back(RowOf(netIf)); });
+    for (const output::Row &row : rows)
+        output::Measure(writer, row);
+    output::Begin(writer);
+    for (const output::Row &row : rows)
+        output::WriteRow(writer, row);
     output::End(writer);
     if (*szRefusal != '\0') {
-        fprintf(stderr, "qiven interfaces: the list is not complete: %s\n", szRefusal);
+        messages::Say(fmt::format("the list is not complete: {}", szRefusal), "interfaces");
         return kNetwork;
     }
     if (nNetIf > 0) return kDone;
-    fputs("qiven interfaces: no usable interface; \"qiven doctor\" says why\n", stderr);
+    messages::Say("no usable interface; \"qiven doctor\" says why", "interfaces");
     return kNothing;
 }
 
 }  // namespace
 
-void RegisterInterfaces(CLI::App &app, std::function<int()> &run) {
-    CLI::App *pSub = app.add_subcommand("interfaces", "List the interfaces that are searched by");
-    const auto options = std::make_shared<Options>();
-    output::AddOptions(*pSub, options->format, options->colour);
-    pSub->callback([options, &run] { run = [options] { return Interfaces(*options); }; });
+options::Subcommand InterfacesCommand() {
+    static Options options;
+    return {.szHelp = "List the interfaces that are searched by",
+            .options = output::Declare(options.format, options.colour),
+            .run = [] { return Interfaces(options); }};
 }
 
 }  // namespace qiven

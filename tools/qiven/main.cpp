@@ -1,15 +1,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <string>
 
 #include "commands.h"
 #include "exit.h"
+#include "messages.h"
 
 namespace {
 
@@ -28,22 +29,10 @@ int Finish(int iStatus) {
     if (fflush(stdout) == 0 && ferror(stdout) == 0) return iStatus;
     // A status that says more than "done" has had its message already.
     if (iStatus == qiven::kDone || iStatus == qiven::kNothing) {
-        fprintf(stderr, "qiven: cannot write to standard output: %s\n", strerror(errno));
+        qiven::messages::Say(std::string("cannot write to standard output: ") + strerror(errno));
         return qiven::kNetwork;
     }
     return iStatus;
-}
-
-int Main(int argc, char **argv) {
-    CLI::App app;
-    std::function<int()> run;
-    qiven::RegisterAll(app, run, argc > 1 ? argv[1] : "");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? qiven::kDone : qiven::kUsage;
-    }
-    return run();
 }
 
 }  // namespace
@@ -52,9 +41,9 @@ int main(int argc, char **argv) {
     if (!HoldStandardDescriptors()) return qiven::kNetwork;
     setlocale(LC_CTYPE, "");
     try {
-        return Finish(Main(argc, argv));
+        return Finish(qiven::RunCommandLine(argc, argv));
     } catch (const std::exception &error) {
-        fprintf(stderr, "qiven: %s\n", error.what());
+        qiven::messages::Say(error.what());
         return qiven::kNetwork;
     }
 }

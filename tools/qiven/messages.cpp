@@ -1,56 +1,142 @@
 #include "messages.h"
 
-#include <fmt/format.h>
-
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstring>
 #include <ctime>
 
+#include "format.h"
+#include "rate.h"
 #include "text.h"
 
 namespace qiven::messages {
 
 namespace {
 
-constexpr unsigned int kPerSecond = 20;
-constexpr size_t kLongest = 500;
+// Escaping makes four bytes of one at most, and a pipe takes a whole line of PIPE_BUF bytes or nothing.
+constexpr size_t kLongest = 1000;
+static_assert(4 * kLongest + 80 < PIPE_BUF);
 
-struct State {
+// The way to standard error.
+struct Sink {
+    int fd = STDERR_FILENO;
+    bool blWaits = true;
+    std::array<char, PIPE_BUF> rgcRest;  // of a line that went out in part
+    size_t cbRest = 0;
+    uint64_t nLost = 0;
+};
+Sink sink;
+
+// What the library said.
+struct Library {
     bool blVerbose = false;
     std::string last;
-    time_t second = 0;
-    unsigned int uThisSecond = 0;
-    unsigned int uHeldBack = 0;
+    rate::Bucket shown{20, 5};
+    uint64_t nHeldBack = 0;
 };
-State state;
+Library library;
 
-void Print(const std::string &line) {
-    fmt::print(stderr, "{}\n", line);
+// Signals that a write sends to its own process: the reader of a pipe has gone, a file is as long as it may
+// become, a terminal does not want output from the background. The error says the same.
+struct SignalsHeld {
+    sigset_t held, before, pending;
+
+    SignalsHeld() {
+        sigemptyset(&held);
+        sigaddset(&held, SIGPIPE);
+        sigaddset(&held, SIGXFSZ);
+        sigpending(&pending);
+        sigset_t blocked = held;
+        if (!sink.blWaits) sigaddset(&blocked, SIGTTOU);
+        pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    }
+    ~SignalsHeld() {
+        constexpr timespec kAtOnce{};
+        const int iErrno = errno;
+        if (sigismember(&pending, SIGPIPE) == 0 && sigismember(&pending, SIGXFSZ) == 0)
+            sigtimedwait(&held, nullptr, &kAtOnce);
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        errno = iErrno;
+    }
+    SignalsHeld(const SignalsHeld &) = delete;
+    SignalsHeld &operator=(const SignalsHeld &) = delete;
+};
+
+bool IsWritable(int iTimeout) {
+    pollfd writable{sink.fd, POLLOUT, 0};
+    return poll(&writable, 1, iTimeout) > 0;
 }
 
-void Show(const std::string &message) {
-    const time_t now = time(nullptr);
-    if (now != state.second) {
-        if (state.uHeldBack > 0) Print(fmt::format("qiven: {} messages held back", state.uHeldBack));
-        state.second = now;
-        state.uThisSecond = state.uHeldBack = 0;
+ssize_t WriteOnce(std::string_view bytes) {
+    if (!sink.blWaits && sink.fd == STDERR_FILENO && !IsWritable(0)) {
+        errno = EAGAIN;
+        return -1;
     }
-    if (++state.uThisSecond > kPerSecond) {
-        ++state.uHeldBack;
-        return;
+    return write(sink.fd, bytes.data(), bytes.size());
+}
+
+// Writes as much as is taken, and cuts that off the front.
+void WriteAll(std::string_view &bytes) {
+    const SignalsHeld held;
+    while (!bytes.empty()) {
+        const ssize_t cbWritten = WriteOnce(bytes);
+        if (cbWritten > 0) {
+            bytes.remove_prefix(static_cast<size_t>(cbWritten));
+        } else if (cbWritten < 0 && errno == EINTR && sink.blWaits) {
+            continue;
+        } else if (cbWritten < 0 && errno == EAGAIN && sink.blWaits) {
+            IsWritable(-1);
+        } else {
+            return;
+        }
     }
-    Print("qiven: " + text::Escape(message, !text::IsUtf8Locale()));
+}
+
+// False when nothing of it went out. What is missing at its end goes before the next line.
+bool Deliver(std::string_view line) {
+    std::string_view rest(sink.rgcRest.data(), sink.cbRest);
+    if (!rest.empty()) WriteAll(rest);
+    std::string_view left = line;
+    if (rest.empty()) {
+        WriteAll(left);
+        if (left.size() < line.size()) rest = left;
+    }
+    sink.cbRest = std::min(rest.size(), sink.rgcRest.size());
+    memmove(sink.rgcRest.data(), rest.data(), sink.cbRest);
+    return left.size() < line.size();
+}
+
+void SayLost() {
+    std::array<char, 80> rgcNote;
+    const auto end =
+        fmt::format_to_n(rgcNote.data(), rgcNote.size(), "qiven: {} messages were lost\n", sink.nLost);
+    if (Deliver({rgcNote.data(), end.size})) sink.nLost = 0;
+}
+
+void ShowLibrary(std::string_view message) {
+    ++library.nHeldBack;
+    if (!Take(library.shown, rate::Now())) return;
+    const uint64_t nMore = library.nHeldBack - 1;
+    Say(nMore == 0 ? std::string(message) : fmt::format("{} ({} more were held back)", message, nMore));
+    library.nHeldBack = 0;
 }
 
 // The library must not see an exception; a message lost for lack of memory is no loss then.
 int Receive(const char *szMessage) {
     try {
-        std::string message = std::string(szMessage).substr(0, kLongest);
+        std::string message = std::string(szMessage, strnlen(szMessage, kLongest / 2));
         while (!message.empty() && message.back() == '\n')
             message.pop_back();
-        if (state.blVerbose) Show(message);
-        state.last = std::move(message);
+        if (library.blVerbose) ShowLibrary(message);
+        library.last = std::move(message);
     } catch (...) {
         return -1;
     }
@@ -59,22 +145,53 @@ int Receive(const char *szMessage) {
 
 }  // namespace
 
+void Say(std::string_view text, std::string_view subcommand) noexcept {
+    try {
+        std::string line = subcommand.empty() ? "qiven: " : fmt::format("qiven {}: ", subcommand);
+        line += text::Escape(text.substr(0, kLongest), !text::IsUtf8Locale());
+        line += text.size() > kLongest ? "...\n" : "\n";
+        if (sink.nLost > 0) SayLost();
+        if (Deliver(line)) return;
+    } catch (...) {  // no memory for the line
+    }
+    ++sink.nLost;
+}
+
+void Show(std::string_view bytes) noexcept {
+    Deliver(bytes);
+}
+
+// A descriptor of our own need not wait, whatever the shared one does. Only pipes and terminals have readers
+// and can be opened again; a file must not be, because the place to write at belongs to its descriptor.
+NeverWait::NeverWait() noexcept {
+    struct stat standardError {};
+    if (fstat(STDERR_FILENO, &standardError) != 0) standardError.st_mode = 0;
+    sink.blWaits = false;
+    if (!S_ISFIFO(standardError.st_mode) && isatty(STDERR_FILENO) != 1) return;
+    const int fd = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    // Where that is refused, as by a terminal of another user, or is not possible, as with a socket, each
+    // write is preceded by the question whether it would wait.
+    if (fd >= 0) sink.fd = fd;
+}
+
+NeverWait::~NeverWait() {
+    if (sink.fd != STDERR_FILENO) close(sink.fd);
+    sink.fd = STDERR_FILENO;
+    sink.blWaits = true;
+}
+
 QIVEN_LOG *Record(bool blVerbose) {
     static QIVEN_LOG record{};
-    state.blVerbose = blVerbose;
+    library.blVerbose = blVerbose;
     QIVENLogFuncSet(&record, QIVEN_LOG_ERR, Receive);
     return &record;
 }
 
 std::string TakeLast() {
     std::string last;
-    last.swap(state.last);
+    last.swap(library.last);
     const size_t uPlace = last.find(' ');
     return uPlace == std::string::npos ? last : last.substr(uPlace + 1);
-}
-
-void Say(const std::string &text) {
-    Print("qiven: " + text::Escape(text, !text::IsUtf8Locale()));
 }
 
 }  // namespace qiven::messages

@@ -6,25 +6,26 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <nlohmann/json.hpp>
+#include <map>
 #include <string_view>
 #include <system_error>
 #include <type_traits>
 
+#include "json.h"
 #include "text.h"
 
 namespace qiven::output {
 
 namespace {
 
-using nlohmann::ordered_json;
 using Numbers = std::vector<uint64_t>;
 using Texts = std::vector<std::string>;
 
@@ -59,37 +60,32 @@ std::string TerminalCell(const Value &value) {
     return CellText(value, !text::IsUtf8Locale());
 }
 
-// The exact bytes of a value that JSON cannot carry; null when it can.
-ordered_json RawBytes(const Value &value) {
+// The exact bytes of a value that JSON cannot carry; nothing if it can.
+Value RawBytes(const Value &value) {
     if (const auto *pText = std::get_if<std::string>(&value)) {
-        return text::IsUtf8(*pText) ? ordered_json() : ordered_json(text::Hex(*pText));
+        if (text::IsUtf8(*pText)) return {};
+        return text::Hex(*pText);
     }
     const auto *pTexts = std::get_if<Texts>(&value);
     if (pTexts == nullptr || std::all_of(pTexts->begin(), pTexts->end(), text::IsUtf8)) return {};
-    ordered_json raw = ordered_json::array();
-    for (const std::string &element : *pTexts)
-        raw.push_back(text::Hex(element));
+    Texts raw;
+    std::transform(pTexts->begin(), pTexts->end(), std::back_inserter(raw), text::Hex);
     return raw;
 }
 
 std::string Object(const Writer &writer, const Row &row) {
-    ordered_json object = ordered_json::object();
-    ordered_json raw = ordered_json::object();
-    if (writer.schema) object["schema"] = *writer.schema;
+    const json::Node object = json::Object();
+    json::Node raw = json::Object();
+    if (writer.schema) json::Set(object, "schema", *writer.schema);
     for (size_t i = 0; i < writer.columns.size(); ++i) {
         if (IsEmpty(row[i])) continue;
         const std::string &name = writer.columns[i].name;
-        std::visit(
-            [&](const auto &v) {
-                if constexpr (!std::is_same_v<std::decay_t<decltype(v)>, std::monostate>) object[name] = v;
-            },
-            row[i]);
-        ordered_json bytes = RawBytes(row[i]);
-        if (!bytes.is_null()) raw[name] = std::move(bytes);
+        json::Set(object, name, row[i]);
+        const Value bytes = RawBytes(row[i]);
+        if (!IsEmpty(bytes)) json::Set(raw, name, bytes);
     }
-    if (!raw.empty()) object["raw"] = std::move(raw);
-    // ASCII only, so that JSON on a terminal is as safe as a table.
-    return object.dump(-1, ' ', true, ordered_json::error_handler_t::replace);
+    if (!json::IsEmpty(raw)) json::Set(object, "raw", std::move(raw));
+    return json::Text(object);
 }
 
 std::string CsvCell(const std::string &cell) {
@@ -153,65 +149,103 @@ std::vector<std::string> Cells(const Row &row) {
     return cells;
 }
 
-// The header line, once the widths are known.
-void BeginTable(Writer &writer) {
-    writer.widths.clear();
+// The header line.
+std::string BeginTable(Writer &writer) {
     std::vector<std::string> titles;
-    for (const Column &column : writer.columns) {
-        titles.push_back(Upper(column.name));
-        writer.widths.push_back(std::max(column.uWidth, titles.back().size()));
-    }
-    for (const Row &row : writer.held) {
-        const std::vector<std::string> cells = Cells(row);
-        for (size_t i = 0; i < cells.size(); ++i)
-            writer.widths[i] = std::max(writer.widths[i], text::Width(cells[i]));
+    writer.widths.resize(writer.columns.size());
+    for (size_t i = 0; i < writer.columns.size(); ++i) {
+        titles.push_back(Upper(writer.columns[i].name));
+        writer.widths[i] = std::max({writer.widths[i], writer.columns[i].uWidth, titles[i].size()});
     }
     FitWidths(writer.widths, TerminalWidth(STDOUT_FILENO));
     const std::string line = TableLine(writer, titles);
-    Write(UseColour(writer.colour, STDOUT_FILENO) ? "\033[1m" + line + "\033[0m\n" : line + "\n");
+    return UseColour(writer.colour, STDOUT_FILENO) ? "\033[1m" + line + "\033[0m\n" : line + "\n";
 }
 
-void WriteTableRow(Writer &writer, const Row &row) {
-    if (writer.nRows == 0) BeginTable(writer);
-    Write(TableLine(writer, Cells(row)) + "\n");
+std::string TableRow(Writer &writer, const Row &row) {
+    const std::string heading = writer.nRows == 0 ? BeginTable(writer) : std::string();
+    return heading + TableLine(writer, Cells(row)) + "\n";
 }
 
-void WritePlain(const Writer &writer, const Row &row) {
+std::string PlainRow(const Writer &writer, const Row &row) {
     std::string text = writer.nRows == 0 ? "" : "\n";
     for (size_t i = 0; i < writer.columns.size(); ++i) {
         if (!IsEmpty(row[i])) text += writer.columns[i].name + ": " + TerminalCell(row[i]) + "\n";
     }
-    Write(text);
+    return text;
+}
+
+std::string CsvRow(const Row &row) {
+    // A file is UTF-8, wherever it is read; a terminal takes bytes of letters for control codes when it does
+    // not expect UTF-8.
+    const bool blAscii = isatty(STDOUT_FILENO) == 1 && !text::IsUtf8Locale();
+    std::vector<std::string> cells;
+    for (const Value &value : row)
+        cells.push_back(CellText(value, blAscii));
+    return CsvLine(cells);
+}
+
+std::string RowText(Writer &writer, const Row &row) {
+    switch (writer.format) {
+        case Format::kPlain:
+            return PlainRow(writer, row);
+        case Format::kJson:
+            return (writer.nRows == 0 ? "\n" : ",\n") + Object(writer, row);
+        case Format::kNdjson:
+            return Object(writer, row) + "\n";
+        case Format::kCsv:
+            return CsvRow(row);
+        case Format::kTable:
+            break;
+    }
+    return TableRow(writer, row);
+}
+
+void Put(Writer &writer, const std::string &text) {
+    if (writer.blLater)
+        writer.unsent += text;
+    else
+        Write(text);
+}
+
+// What an administrator or another process can put right while this one goes on.
+bool CanPass(int iError) {
+    constexpr std::array kPassing = {EINTR, EAGAIN, ENOSPC, EDQUOT, EFBIG, EIO, ENOMEM, ENOBUFS};
+    return std::find(kPassing.begin(), kPassing.end(), iError) != kPassing.end();
+}
+
+[[noreturn]] void ThrowWriteError(int iError) {
+    throw std::system_error(iError, std::generic_category(), "cannot write to standard output");
 }
 
 }  // namespace
 
-void AddOptions(CLI::App &app, Format &format, Colour &colour) {
-    static const std::vector<std::pair<std::string, Format>> formats = {{"table", Format::kTable},
-                                                                        {"plain", Format::kPlain},
-                                                                        {"json", Format::kJson},
-                                                                        {"ndjson", Format::kNdjson},
-                                                                        {"csv", Format::kCsv}};
-    static const std::vector<std::pair<std::string, Colour>> colours = {
+std::vector<options::Option> Declare(Format &format, Colour &colour) {
+    static const std::map<std::string, Format> formats = {{"table", Format::kTable},
+                                                          {"plain", Format::kPlain},
+                                                          {"json", Format::kJson},
+                                                          {"ndjson", Format::kNdjson},
+                                                          {"csv", Format::kCsv}};
+    static const std::map<std::string, Colour> colours = {
         {"auto", Colour::kAuto}, {"always", Colour::kAlways}, {"never", Colour::kNever}};
-    app.add_option_function<std::string>(
-           "--format",
-           [&format](const std::string &name) {
-               for (const auto &[known, value] : formats)
-                   if (name == known) format = value;
-           },
-           "How to write the results")
-        ->check(CLI::IsMember({"table", "plain", "json", "ndjson", "csv"}))
-        ->type_name("FORMAT");
-    app.add_option_function<std::string>(
-           "--color",
-           [&colour](const std::string &name) {
-               for (const auto &[known, value] : colours)
-                   if (name == known) colour = value;
-           },
-           "Colour: auto (on a terminal without NO_COLOR), always or never")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
-        ->type_name("WHEN");
+    return {{.szNames = "--format",
+             .target = [&format](const std::string &name) { format = formats.at(name); },
+             .help = "How to write the results",
+             .szValue = "FORMAT",
+             .choices = {"table", "plain", "json", "ndjson", "csv"}},
+            {.szNames = "--color",
+             .target = [&colour](const std::string &name) { colour = colours.at(name); },
+             .help = "Colour: auto (on a terminal without NO_COLOR), always or never",
+             .szValue = "WHEN",
+             .choices = {"auto", "always", "never"}}};
+}
+
+void Measure(Writer &writer, const Row &row) {
+    if (writer.format != Format::kTable) return;
+    const std::vector<std::string> cells = Cells(row);
+    writer.widths.resize(cells.size());
+    for (size_t i = 0; i < cells.size(); ++i)
+        writer.widths[i] = std::max(writer.widths[i], text::Width(cells[i]));
 }
 
 void Begin(Writer &writer) {
@@ -219,64 +253,53 @@ void Begin(Writer &writer) {
         std::vector<std::string> names;
         for (const Column &column : writer.columns)
             names.push_back(column.name);
-        Write(CsvLine(names));
+        Put(writer, CsvLine(names));
     } else if (writer.format == Format::kJson) {
-        Write("[");
+        Put(writer, "[");
     }
 }
 
 void WriteRow(Writer &writer, const Row &row) {
-    switch (writer.format) {
-        case Format::kTable:
-            if (!writer.blStream) {
-                writer.held.push_back(row);
-                return;
-            }
-            WriteTableRow(writer, row);
-            break;
-        case Format::kPlain:
-            WritePlain(writer, row);
-            break;
-        case Format::kJson:
-            Write((writer.nRows == 0 ? "\n" : ",\n") + Object(writer, row));
-            break;
-        case Format::kNdjson:
-            Write(Object(writer, row) + "\n");
-            break;
-        case Format::kCsv: {
-            std::vector<std::string> cells;
-            for (const Value &value : row)
-                cells.push_back(CellText(value, false));
-            Write(CsvLine(cells));
-            break;
-        }
-    }
+    Put(writer, RowText(writer, row));
     ++writer.nRows;
 }
 
 void End(Writer &writer) {
-    if (writer.format == Format::kJson) Write(writer.nRows == 0 ? "]\n" : "\n]\n");
-    if (writer.format == Format::kTable && !writer.blStream) {
-        for (const Row &row : writer.held) {
-            WriteTableRow(writer, row);
-            ++writer.nRows;
+    if (writer.format == Format::kJson) Put(writer, writer.nRows == 0 ? "]\n" : "\n]\n");
+}
+
+bool Send(Writer &writer) {
+    // A pipe that takes anything takes this much without waiting.
+    constexpr size_t kPiece = PIPE_BUF;
+    writer.iError = 0;
+    while (writer.cbSent < writer.unsent.size()) {
+        const std::string_view left = std::string_view(writer.unsent).substr(writer.cbSent, kPiece);
+        pollfd writable{STDOUT_FILENO, POLLOUT, 0};
+        if (poll(&writable, 1, 0) < 1) return false;
+        const ssize_t cbWritten = write(STDOUT_FILENO, left.data(), left.size());
+        if (cbWritten < 0 && !CanPass(errno)) ThrowWriteError(errno);
+        if (cbWritten < 0) {
+            writer.iError = errno == EINTR || errno == EAGAIN ? 0 : errno;
+            return false;
         }
-        writer.held.clear();
+        writer.cbSent += static_cast<size_t>(cbWritten);
     }
+    writer.unsent.clear();
+    writer.cbSent = 0;
+    return true;
 }
 
 // Not through stdio: a signal in a slow write would cost it data.
-void Write(const std::string &text) {
-    std::string_view left = text;
-    while (!left.empty()) {
-        const ssize_t cbWritten = write(STDOUT_FILENO, left.data(), left.size());
+void Write(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t cbWritten = write(STDOUT_FILENO, text.data(), text.size());
         if (cbWritten >= 0) {
-            left.remove_prefix(static_cast<size_t>(cbWritten));
+            text.remove_prefix(static_cast<size_t>(cbWritten));
         } else if (errno == EAGAIN) {
             pollfd writable{STDOUT_FILENO, POLLOUT, 0};
             poll(&writable, 1, -1);
         } else if (errno != EINTR) {
-            throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+            ThrowWriteError(errno);
         }
     }
 }
@@ -285,7 +308,7 @@ void EndWithoutReader() {
     pollfd state{STDOUT_FILENO, 0, 0};
     if (poll(&state, 1, 0) != 1 || (state.revents & POLLERR) == 0) return;
     raise(SIGPIPE);
-    throw std::system_error(EPIPE, std::generic_category(), "cannot write to standard output");
+    ThrowWriteError(EPIPE);
 }
 
 size_t TerminalWidth(int fd) {

@@ -4,7 +4,7 @@
 //   plain   one "name: value" line per cell, an empty line between rows
 //   json    one array of objects, also when it is empty
 //   ndjson  one object per line
-//   csv     RFC 4180 with a header line
+//   csv     RFC 4180 with a header line; UTF-8, on a terminal only where the locale is
 //
 // Texts may hold any byte. table, plain and csv show them escaped (text.h), reversibly; list elements are
 // joined with ";". json and ndjson are pure ASCII: bytes that are no UTF-8 become U+FFFD, and then the object
@@ -15,20 +15,25 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include "options.h"
 
 namespace qiven::output {
 
 enum class Format { kTable, kPlain, kJson, kNdjson, kCsv };
 enum class Colour { kAuto, kAlways, kNever };
 
-using Value = std::variant<std::monostate, bool, uint64_t, std::string, std::vector<uint64_t>,
-                           std::vector<std::string>>;
+// Moved, never copied: libstdc++ 12 destroys a copy that ran out of memory by an index that was never set.
+struct Value : std::variant<std::monostate, bool, uint64_t, std::string, std::vector<uint64_t>,
+                            std::vector<std::string>> {
+    using variant::variant;
+    Value() = default;
+    Value(Value &&) = default;
+    Value &operator=(Value &&) = default;
+};
 using Row = std::vector<Value>;  // one value per column, in their order
 
 struct Column {
@@ -40,26 +45,36 @@ struct Writer {
     Format format = Format::kTable;
     std::vector<Column> columns;
     std::optional<uint64_t> schema;  // first member "schema" of every object
-    bool blStream = false;           // table: rows appear at once, in columns of the usual width
     Colour colour = Colour::kAuto;
+    bool blLater = false;  // the caller sends what is written: Send()
 
     // Working state.
     std::vector<size_t> widths;
-    std::vector<Row> held;  // table that is not written row by row
     uint64_t nRows = 0;
+    std::string unsent;
+    size_t cbSent = 0;  // of what is called unsent
+    int iError = 0;  // why standard output took nothing, if there is another reason than a reader that waits
 };
 
-// Adds --format and --color to a subcommand.
-void AddOptions(CLI::App &app, Format &format, Colour &colour);
+// --format and --color of a subcommand.
+std::vector<options::Option> Declare(Format &format, Colour &colour);
 
-// One walk: begin, rows, end. Everything is flushed at once. Each throws std::system_error when standard
-// output cannot be written; main() turns that into a message and an exit status.
+// Makes the columns of a table as wide as the row needs. Without it they have their usual width.
+void Measure(Writer &writer, const Row &row);
+
+// One walk: begin, rows, end. All is sent at once, unless the writer is told to send later. Each throws
+// std::system_error if standard output cannot be written; main() turns that into a message and an exit
+// status.
 void Begin(Writer &writer);
 void WriteRow(Writer &writer, const Row &row);
 void End(Writer &writer);
 
-// Standard output, checked and flushed.
-void Write(const std::string &text);
+// Sends what was written, as far as standard output takes it without waiting: true if that is all. Without
+// space on the disk and the like, later calls try again. Throws std::system_error if it will never take it.
+bool Send(Writer &writer);
+
+// Standard output, checked; waits for its reader.
+void Write(std::string_view text);
 
 // Ends the process as a write would (SIGPIPE) when whoever read standard output is gone: a long run without
 // anything to write would not notice.

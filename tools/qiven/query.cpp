@@ -7,10 +7,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "fields.h"
+#include "interface_list.h"
 #include "messages.h"
 #include "text.h"
 
@@ -62,22 +66,36 @@ std::vector<unsigned char> Build(const Asker &asker, const QIVEN_NETIF &netIf) {
 
 bool SendBy(Asker &asker, const QIVEN_NETIF &netIf) {
     const QIVEN_CONN conn{"255.255.255.255", QIVEN_PORT, 0, nullptr, asker.pLog};
+    messages::TakeLast();
     const std::vector<unsigned char> packet = Build(asker, netIf);
     const int cbPacket = static_cast<int>(packet.size());
-    messages::TakeLast();
     if (!packet.empty() && QIVENUDPSend(asker.pLog, packet.data(), cbPacket, &conn, &netIf, 1) == cbPacket)
         return true;
-    Complain(asker, fmt::format("cannot ask on {}: {}", netIf.szIfName, messages::TakeLast()));
+    const std::string reason = messages::TakeLast();
+    Complain(asker, fmt::format("cannot ask on {}: {}", netIf.szIfName,
+                                reason.empty() ? std::string(strerror(ENOMEM)) : reason));
     return false;
 }
 
-std::string WhyNone(const Asker &asker, int nListed, int nWanted) {
-    if (nListed < 0) return "the network interfaces cannot be read: " + messages::TakeLast();
-    if (nListed == 0) return "no usable network interface (up, with a carrier, not loopback)";
-    if (nWanted == 0 && !asker.interfaces.empty())
-        return "no usable interface has a name that --interface allows";
-    if (nWanted == 0) return "every usable interface is left out; see --interface and --all-interfaces";
-    return "no chosen interface has an IPv4 address";
+// Why the kernel did not tell about an interface; empty if it did. The library says "... error:(NUMBER)", and
+// also of an interface that merely has no address.
+std::string TakeRefusal() {
+    std::string message = messages::TakeLast();
+    constexpr std::string_view kNumber = "error:(";
+    const size_t uAt = message.rfind(kNumber);
+    if (uAt == std::string::npos) return message;
+    const auto iError = static_cast<int>(strtol(message.c_str() + uAt + kNumber.size(), nullptr, 10));
+    return iError == EADDRNOTAVAIL ? std::string() : strerror(iError);
+}
+
+std::string WhyNone(const Asker &asker, size_t nWanted) {
+    if (nWanted != 0) return "no chosen interface has an IPv4 address";
+    std::vector<QIVEN_NETIF> all;
+    ListInterfaces(
+        nullptr, [](const char *) { return true; }, all);
+    if (all.empty()) return "no usable network interface (up, with a carrier, not loopback)";
+    if (!asker.interfaces.empty()) return "no usable interface has a name that --interface allows";
+    return "every usable interface is left out; see --interface and --all-interfaces";
 }
 
 }  // namespace
@@ -88,23 +106,24 @@ bool IsWanted(const Asker &asker, const std::string &name) {
     return asker.blAllInterfaces || !MatchesAny({kLeftOut.begin(), kLeftOut.end()}, name);
 }
 
-int Ask(Asker &asker) {
-    std::vector<QIVEN_NETIF> table(QIVEN_IFACE_MAX);
+Asked Ask(Asker &asker) {
+    std::vector<QIVEN_NETIF> list;
     messages::TakeLast();
-    const int nListed = QIVENIfaceInit(asker.pLog, table.data(), QIVEN_IFACE_MAX);
-    int nWanted = 0;
-    int nActive = 0;
-    int nSent = 0;
-    for (int i = 0; i < nListed; ++i) {
-        const QIVEN_NETIF &netIf = table[static_cast<size_t>(i)];
-        if (!IsWanted(asker, netIf.szIfName)) continue;
-        ++nWanted;
+    const int iError = ListInterfaces(
+        asker.pLog, [&asker](const char *szName) { return IsWanted(asker, szName); }, list);
+    const std::string refusal = iError != 0 ? strerror(iError) : TakeRefusal();
+    Asked asked;
+    size_t nActive = 0;
+    for (const QIVEN_NETIF &netIf : list) {
         if (netIf.blActive == 0) continue;
         ++nActive;
-        if (SendBy(asker, netIf)) ++nSent;
+        if (SendBy(asker, netIf)) ++asked.nSent;
     }
-    if (nActive == 0) Complain(asker, WhyNone(asker, nListed, nWanted));
-    return nSent;
+    if (nActive != 0) return asked;
+    asked.blNone = refusal.empty();
+    Complain(asker, asked.blNone ? WhyNone(asker, list.size())
+                                 : "the network interfaces cannot be read: " + refusal);
+    return asked;
 }
 
 }  // namespace qiven::find

@@ -17,13 +17,17 @@ struct Asker {
     std::set<std::string> complained;  // what was said once is not said again
 };
 
-// Whether the patterns let an interface be used. Bridges and cards of containers and virtual machines are
-// left out unless they are named or all are wanted.
+// Whether the patterns let an interface be used. Bridges and interfaces of containers and virtual machines
+// are left out unless they are named or all are wanted.
 bool IsWanted(const Asker &asker, const std::string &name);
 
-// Sends the query, which carries the process key, out of every wanted interface that is usable, from its own
-// address. Says once for each interface when that failed, and why when there is none.
-// Returns the number of interfaces that the query left by.
-int Ask(Asker &asker);
+struct Asked {
+    int nSent = 0;        // interfaces that the query was sent on
+    bool blNone = false;  // there is no interface to send it on
+};
+
+// Sends the query, which carries the process key, on every wanted interface that has an address, from that
+// address. Says once for each interface if that failed, and why if there is none.
+Asked Ask(Asker &asker);
 
 }  // namespace qiven::find

@@ -2,14 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 
 #include "columns.h"
+#include "messages.h"
 
 namespace qiven::find {
 
@@ -35,7 +38,7 @@ void Begin(Report &report) {
     writer.format = report.options.format;
     writer.colour = report.options.colour;
     writer.schema = kSchema;
-    writer.blStream = !WaitsForEnd(report.options);
+    writer.blLater = true;
     writer.columns = ChooseColumns(report.options.fields, writer.format);
     if (report.options.blWatch) {
         const output::Column columns[] = {{"time", 24}, {"event", 8}};
@@ -45,29 +48,71 @@ void Begin(Report &report) {
     output::Begin(writer);
 }
 
+bool IsReady(Report &report) {
+    const bool blReady = output::Send(report.writer);
+    const int iError = report.writer.iError;
+    if (iError != 0 && !report.blSaidError) {
+        ClearLive(report);
+        messages::Say(fmt::format("cannot write to standard output: {}; trying again", strerror(iError)));
+    }
+    report.blSaidError = iError != 0;
+    return blReady;
+}
+
 void Found(Report &report, const Host &host) {
     if (WaitsForEnd(report.options)) return;
     ClearLive(report);
     output::WriteRow(report.writer, MakeRow(host, report.writer.columns));
+    IsReady(report);
 }
 
-void Event(Report &report, const char *szEvent, const Host &host) {
+size_t Event(Report &report, const char *szEvent, const Host &host) {
     ClearLive(report);
     output::Row row = MakeRow(host, report.writer.columns);
     row[0] = UtcTime(WallClock::now());
     row[1] = std::string(szEvent);
+    const size_t cbBefore = report.writer.unsent.size();
     output::WriteRow(report.writer, row);
+    const size_t cbRow = report.writer.unsent.size() - cbBefore;
+    IsReady(report);
+    return cbRow;
 }
 
-void End(Report &report, const Hosts &hosts) {
+bool Drain(Report &report, const volatile sig_atomic_t &iSignal) {
+    constexpr int kLook = 100;  // milliseconds
+    constexpr std::chrono::seconds kPatience{1};
+    const output::Writer &writer = report.writer;
+    Clock::time_point progress = Clock::now();
+    size_t cbSent = writer.cbSent;
+    while (!output::Send(report.writer)) {
+        if (writer.iError != 0)
+            throw std::system_error(writer.iError, std::generic_category(),
+                                    "cannot write to standard output");
+        if (writer.cbSent != cbSent) progress = Clock::now();
+        if (iSignal != 0 && Clock::now() - progress > kPatience) return false;
+        cbSent = writer.cbSent;
+        pollfd writable{STDOUT_FILENO, POLLOUT, 0};
+        poll(&writable, 1, kLook);
+    }
+    return true;
+}
+
+bool End(Report &report, const Hosts &hosts, const volatile sig_atomic_t &iSignal) {
     ClearLive(report);
+    if (!Drain(report, iSignal)) return false;
     if (WaitsForEnd(report.options)) {
         std::vector<const Host *> order = InOrder(hosts);
         if (!report.options.sort.empty()) Sort(order, report.options.sort);
-        for (const Host *pHost : order)
+        if (report.options.format == output::Format::kTable)
+            for (const Host *pHost : order)
+                output::Measure(report.writer, MakeRow(*pHost, report.writer.columns));
+        for (const Host *pHost : order) {
             output::WriteRow(report.writer, MakeRow(*pHost, report.writer.columns));
+            if (!Drain(report, iSignal)) return false;
+        }
     }
     output::End(report.writer);
+    return Drain(report, iSignal);
 }
 
 void ShowLive(Report &report, size_t nHosts, double dLeft) {
@@ -76,13 +121,13 @@ void ShowLive(Report &report, size_t nHosts, double dLeft) {
     text += dLeft < 0 ? std::string(", watching") : fmt::format(", {:.1f} s left", std::max(dLeft, 0.0));
     const size_t uTerminal = output::TerminalWidth(STDERR_FILENO);
     if (uTerminal > 1) text.resize(std::min(text.size(), uTerminal - 1));
-    fmt::print(stderr, "\r{}\033[K", text);
+    messages::Show(fmt::format("\r{}\033[K", text));
     report.blLiveShown = true;
 }
 
 void ClearLive(Report &report) {
     if (!report.blLiveShown) return;
-    fmt::print(stderr, "\r\033[K");
+    messages::Show("\r\033[K");
     report.blLiveShown = false;
 }
 

@@ -5,12 +5,16 @@
 
 #include <fmt/format.h>
 
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <exception>
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -21,6 +25,7 @@
 #include "messages.h"
 #include "query.h"
 #include "report.h"
+#include "teller.h"
 #include "text.h"
 
 namespace qiven::find {
@@ -59,10 +64,15 @@ struct Run {
     std::exception_ptr failure{};
     Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, lastQuery{};
     Clock::time_point lastShown{}, lastHeard{};
-    std::vector<const Host *> unshown{};  // found, their rows not written yet
-    unsigned int nShownAtOnce = 0;        // since the last pause
-    bool blHeard = false;                 // an answer came in this pass
+    std::vector<Host *> unshown{};  // found, their rows not written yet
+    size_t nShown = 0;              // of these
+    unsigned int nShownAtOnce = 0;  // since the last pause
+    bool blHeard = false;           // an answer came in this pass
     unsigned int nRounds = 0;
+    bool blAsked = false;  // a query was sent
+    bool blSaidFull = false;
+    bool blSaidMemory = false;
+    Teller teller{};
 };
 
 Run *pRun = nullptr;
@@ -96,19 +106,21 @@ double PauseAfter(const Run &run) {
 }
 
 // Asking into a burst of answers would only double it, and the socket holds some hundred: a large segment's
-// answers are let in first.
+// answers are let in first. A flood of forged answers would put the next query off for ever.
 bool IsQueryDue(const Run &run) {
     if (run.nRounds == 0) return true;
     const auto now = Clock::now();
-    const bool blBurst = now - run.lastHeard < ToDuration(kBurstGap);
+    const bool blBurst = now - run.lastHeard < ToDuration(kBurstGap) && !run.hosts.blWasFull;
     return now - run.lastQuery >= ToDuration(std::max(PauseAfter(run), blBurst ? kBurstWait : 0));
 }
 
 void AskAll(Run &run) {
-    const int nSent = Ask(run.asker);
-    if (nSent < 1 && run.nRounds == 0 && !run.options.blWatch) run.blNoInterface = true;
-    ++run.nRounds;
+    // Counted first, so that a query without memory for it counts as a round.
+    const bool blFirst = run.nRounds++ == 0;
     run.lastQuery = Clock::now();
+    const Asked asked = Ask(run.asker);
+    run.blAsked = run.blAsked || asked.nSent > 0;
+    run.blNoInterface = asked.blNone && blFirst && !run.options.blWatch;
 }
 
 // Seconds until the run ends if nothing new comes; below 0 when it does not.
@@ -131,20 +143,26 @@ bool IsOver(const Run &run) {
     if (iSignal != 0 || run.failure || run.blNoInterface) return true;
     const uint64_t ullWanted = Wanted(run.options);
     if (ullWanted > 0 && run.hosts.byKey.size() >= ullWanted) return true;
-    return TimeLeft(run) == 0;
+    // However short the time and busy the machine, the search asks once.
+    return run.nRounds > 0 && TimeLeft(run) == 0;
 }
 
-void ReportVanished(Run &run) {
+void TellRest(Run &run) {
     const double dPatience = kMissedQueries * std::max(run.options.dInterval, 1.0);
-    for (const Host &host : TakeSilent(run.hosts, Clock::now() - ToDuration(dPatience)))
-        Event(run.report, "vanished", host);
+    TellRest(run.teller, run.report, run.hosts, Clock::now() - ToDuration(dPatience));
 }
 
+// As many as standard output takes without waiting.
 void ShowFound(Run &run) {
-    for (const Host *pHost : run.unshown)
-        Found(run.report, *pHost);
-    run.unshown.clear();
     run.lastShown = Clock::now();
+    while (run.nShown < run.unshown.size() && IsReady(run.report)) {
+        Host &host = *run.unshown[run.nShown++];
+        host.blHeld = false;
+        Found(run.report, host);
+    }
+    if (run.nShown < run.unshown.size()) return;
+    run.unshown.clear();
+    run.nShown = 0;
 }
 
 void Progress(Run &run) {
@@ -163,7 +181,8 @@ void Progress(Run &run) {
     if (now - run.lastLive < ToDuration(kLivePeriod)) return;
     run.lastLive = now;
     output::EndWithoutReader();
-    if (run.options.blWatch) ReportVanished(run);
+    IsReady(run.report);
+    if (run.options.blWatch) TellRest(run);
     ShowLive(run.report, run.hosts.byKey.size(), TimeLeft(run));
 }
 
@@ -191,37 +210,51 @@ bool IsWantedHost(const Options &options, const nasinfo &record) {
                        [&name](const auto &pattern) { return text::Matches(pattern, name, true); });
 }
 
-void Receive(Run &run, const nasinfo &record) {
-    if (IsOver(run) || !IsWantedHost(run.options, record)) return;
-    const bool blWasFull = run.hosts.blFull;
-    const Host *pHost = nullptr;
-    const Heard heard = Add(run.hosts, record, QIVENProcessGetID(), &pHost);
-    if (heard == Heard::kLeftOut && !blWasFull) {
-        ClearLive(run.report);
-        messages::Say(
-            fmt::format("too many hosts: only the first {} are shown; somebody may be forging answers",
-                        run.hosts.byKey.size()));
-    }
-    if (heard == Heard::kNew) run.lastNew = Clock::now();
-    if (run.options.blWatch) {
-        if (heard == Heard::kNew) Event(run.report, "appeared", *pHost);
-        if (heard == Heard::kChanged) Event(run.report, "changed", *pHost);
-    } else if (heard == Heard::kNew) {
-        run.unshown.push_back(pHost);
-    }
-    run.blHeard = true;
-    run.lastHeard = Clock::now();
-    if (run.unshown.empty()) return;
+void SayFull(Run &run) {
+    if (!run.hosts.blWasFull || run.blSaidFull) return;
+    run.blSaidFull = true;
+    ClearLive(run.report);
+    messages::Say(
+        fmt::format("more hosts than are kept: the table is full with {}, and somebody may be forging "
+                    "answers; from now on a host must answer two queries to be shown",
+                    run.hosts.byKey.size()));
+}
+
+// Its row, now or when the burst that it came in is over.
+void ShowSoon(Run &run, Host &host) {
+    run.unshown.push_back(&host);
+    host.blHeld = true;
     const bool blAtOnce = run.nShownAtOnce < kRowsAtOnce;
     run.nShownAtOnce += blAtOnce ? 1 : 0;
     if (blAtOnce || Clock::now() - run.lastShown > ToDuration(kRowsWait)) ShowFound(run);
 }
 
-// The library lets no exception through, so they wait until it has returned.
+void Receive(Run &run, const nasinfo &record) {
+    if (IsOver(run) || !IsWantedHost(run.options, record)) return;
+    Host *pHost = nullptr;
+    const Heard heard = Add(run.hosts, record, {QIVENProcessGetID(), run.nRounds}, &pHost);
+    SayFull(run);
+    run.blHeard = true;
+    run.lastHeard = Clock::now();
+    if (heard == Heard::kNew) run.lastNew = run.lastHeard;
+    if (pHost == nullptr) return;
+    if (run.options.blWatch) {
+        pHost->blChanged = pHost->blChanged || heard == Heard::kChanged;
+        TellNow(run.teller, run.report, *pHost);
+    } else if (heard == Heard::kNew) {
+        ShowSoon(run, *pHost);
+    }
+}
+
+// The library lets no exception through, so they wait until it has returned. Without memory for it, one
+// answer or query is lost, and there will be others.
 template <typename Function>
 void Guard(Function function) {
     try {
         function(*pRun);
+    } catch (const std::bad_alloc &) {
+        if (!pRun->blSaidMemory) messages::Say("not enough memory: an answer or a query was left out");
+        pRun->blSaidMemory = true;
     } catch (...) {
         pRun->failure = std::current_exception();
     }
@@ -253,11 +286,39 @@ void SetTimer(suseconds_t microseconds) {
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-// A second Ctrl-C ends the process at once, whatever it waits for.
+// A second Ctrl-C ends the process at once, whatever it waits for. Without the ticks, which a parent may have
+// blocked, it would wait too long for everything.
 void CatchSignals() {
+    Handle(SIGXFSZ, SIG_IGN, 0);
     Handle(SIGALRM, OnTick, 0);
+    sigset_t ticks;
+    sigemptyset(&ticks);
+    sigaddset(&ticks, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &ticks, nullptr);
     for (const int iNumber : {SIGINT, SIGTERM})
         Handle(iNumber, OnSignal, static_cast<int>(SA_RESETHAND));
+}
+
+// Writes what is left, for --watch as much as its rate allows. The ticks go on, so that a write to a reader
+// that sleeps can be given up.
+bool Finish(Run &run) {
+    do {
+        if (!Drain(run.report, iSignal)) return false;
+        if (run.options.blWatch) TellRest(run);
+    } while (run.teller.blBehind && !IsReady(run.report));
+    for (; run.nShown < run.unshown.size(); ++run.nShown) {
+        if (!Drain(run.report, iSignal)) return false;
+        Found(run.report, *run.unshown[run.nShown]);
+    }
+    return End(run.report, run.hosts, iSignal);
+}
+
+// The library does not say why it has no socket.
+std::string WhyNotListening() {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) return strerror(errno);
+    close(fd);
+    return messages::TakeLast();
 }
 
 int Status(const Run &run, int iResult) {
@@ -265,11 +326,12 @@ int Status(const Run &run, int iResult) {
     if (iSignal != 0) return kShellSignalBase + iSignal;
     if (run.blNoInterface) return kNetwork;
     if (iResult != 0 && !run.blListening) {
-        messages::Say(fmt::format("cannot listen on UDP port {}: {}", QIVEN_PORT, messages::TakeLast()));
+        messages::Say(fmt::format("cannot listen on UDP port {}: {}", QIVEN_PORT, WhyNotListening()));
         return kNetwork;
     }
     if (iResult != 0) return kNetwork;
     const size_t nHosts = run.hosts.byKey.size();
+    if (nHosts == 0 && !run.blAsked) return kNetwork;
     if (nHosts == 0 && isatty(STDERR_FILENO) == 1) messages::Say(OneLineVerdict());
     return nHosts == 0 || nHosts < Wanted(run.options) ? kNothing : kDone;
 }
@@ -277,6 +339,7 @@ int Status(const Run &run, int iResult) {
 }  // namespace
 
 int Search(const Options &options) {
+    const messages::NeverWait never;
     if (QIVENProcessKeyInit() != 0) {
         messages::Say("cannot make the keys of this process");
         return kNetwork;
@@ -290,15 +353,13 @@ int Search(const Options &options) {
     const QIVEN_CONN conn{"0.0.0.0", QIVEN_PORT, 0, OnCancel, pLog};
     const QIVEN_RECV callbacks{nullptr, nullptr, OnRecord, OnProgress};
     const int iResult = QIVENUDPServer(&conn, &callbacks, nullptr, nullptr);
-    SetTimer(0);
     pRun = nullptr;
     QIVENProcessKeyCleanup();
-    if (run.failure) {
-        ClearLive(run.report);
-        std::rethrow_exception(run.failure);
-    }
-    ShowFound(run);
-    End(run.report, run.hosts);
+    ClearLive(run.report);
+    if (run.failure) std::rethrow_exception(run.failure);
+    if (!Finish(run))
+        messages::Say("standard output was not read to the end: not all that was found is shown");
+    SetTimer(0);
     return Status(run, iResult);
 }
 

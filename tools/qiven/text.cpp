@@ -17,18 +17,20 @@ struct Range {
     char32_t first, last;
 };
 
-// What changes the look of other text, or cannot be seen: C1 controls, format controls, invisible letters,
-// separators that end a line, tags, noncharacters.
+// C1 controls, format controls, invisible letters, variation selectors, separators that end a line, tags,
+// noncharacters: they change the look of other text or cannot be seen.
 constexpr Range kHidden[] = {
     {0x80, 0x9F},     {0xAD, 0xAD},       {0x34F, 0x34F},     {0x61C, 0x61C},     {0x115F, 0x1160},
     {0x17B4, 0x17B5}, {0x180B, 0x180F},   {0x200B, 0x200F},   {0x2028, 0x202E},   {0x2060, 0x206F},
-    {0x3164, 0x3164}, {0xFDD0, 0xFDEF},   {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},   {0xFFF0, 0xFFFB},
-    {0xFFFE, 0xFFFF}, {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF},
+    {0x3164, 0x3164}, {0xFDD0, 0xFDEF},   {0xFE00, 0xFE0F},   {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},
+    {0xFFF0, 0xFFFB}, {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF},
 };
 
 bool IsHidden(char32_t value) {
-    return std::any_of(std::begin(kHidden), std::end(kHidden),
-                       [value](const Range &range) { return range.first <= value && value <= range.last; });
+    const bool blNoCharacter = (value & 0xFFFE) == 0xFFFE;  // the last two of each plane
+    return blNoCharacter || std::any_of(std::begin(kHidden), std::end(kHidden), [value](const Range &range) {
+               return range.first <= value && value <= range.last;
+           });
 }
 
 // Length of the sequence that a lead byte announces, and the smallest value that needs this length.

@@ -1,0 +1,82 @@
+// Runs one search like a program:   search HOSTS [plain]
+// Writes a line of JSON: number of hosts, milliseconds from the start of the process to the first host and
+// until the search was settled, losses, rounds, processor time, memory.
+#include <qiven/watch.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <string>
+
+namespace {
+
+double Milliseconds(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
+}
+
+// The start time that the kernel reports is in hundredths of a second, which is
+// too coarse: the parent passes it.
+double StartOf(const char *szMilliseconds) {
+    return szMilliseconds != nullptr ? atof(szMilliseconds) : Milliseconds(CLOCK_MONOTONIC);
+}
+
+long PeakKilobytes() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+}  // namespace
+
+int main(int nArguments, char **rgszArgument) {
+    const unsigned long nWanted = nArguments > 1 ? strtoul(rgszArgument[1], nullptr, 10) : 0;
+    const double dStart = StartOf(getenv("SEARCH_START"));
+    QIVEN_WATCH_CONF conf{};
+    conf.cbSize = sizeof conf;
+    conf.ulFlags = nArguments > 2 ? QIVEN_WATCH_PLAIN : 0;
+    QIVEN_WATCH *pWatch = nullptr;
+    if (const int iResult = QIVENWatchOpen(&pWatch, &conf); iResult < 0) {
+        fprintf(stderr, "%s\n", QIVENWatchError(iResult));
+        return 3;
+    }
+    double dFirst = 0;
+    double dAll = 0;
+    double dLongest = 0;
+    unsigned long nFound = 0;
+    uint32_t nRounds = 0;
+    for (bool blSettled = false; !blSettled;) {
+        pollfd readable{QIVENWatchFd(pWatch), POLLIN, 0};
+        poll(&readable, 1, -1);
+        const double dBefore = Milliseconds(CLOCK_MONOTONIC);
+        QIVENWatchDispatch(pWatch);
+        dLongest = std::max(dLongest, Milliseconds(CLOCK_MONOTONIC) - dBefore);
+        while (const QIVEN_WATCH_EVENT *pEvent = QIVENWatchNext(pWatch)) {
+            if (pEvent->ulType == QIVEN_WATCH_APPEARED) {
+                if (nFound++ == 0) dFirst = Milliseconds(CLOCK_MONOTONIC) - dStart;
+                if (nFound == nWanted) dAll = Milliseconds(CLOCK_MONOTONIC) - dStart;
+            }
+            if (pEvent->ulType == QIVEN_WATCH_ROUND) nRounds = pEvent->ulRound;
+            blSettled |= pEvent->ulType == QIVEN_WATCH_SETTLED;
+        }
+    }
+    QIVEN_COUNTS counts{};
+    counts.cbSize = sizeof counts;
+    QIVENWatchCounts(pWatch, &counts);
+    printf(
+        "{\"found\": %lu, \"first\": %.2f, \"all\": %.2f, \"settled\": %.1f, \"lost\": %llu, "
+        "\"received\": %llu, \"rounds\": %u, \"cpu\": %.1f, \"longest\": %.2f, \"table\": %llu, "
+        "\"memory\": %ld}\n",
+        nFound, dFirst, dAll, Milliseconds(CLOCK_MONOTONIC) - dStart,
+        static_cast<unsigned long long>(counts.ullLost), static_cast<unsigned long long>(counts.ullReceived),
+        nRounds, Milliseconds(CLOCK_PROCESS_CPUTIME_ID), dLongest,
+        static_cast<unsigned long long>(counts.cbMemory), PeakKilobytes());
+    QIVENWatchClose(pWatch);
+    return 0;
+}

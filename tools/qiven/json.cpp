@@ -1,0 +1,69 @@
+#include "json.h"
+
+#include <nlohmann/json.hpp>
+#include <type_traits>
+#include <utility>
+
+namespace qiven::json {
+
+using nlohmann::ordered_json;
+
+struct Tree {
+    ordered_json value;
+};
+
+namespace {
+
+// The library destroys what contains something with memory that it allocates for that, and may not fail to.
+// Only the command makes these trees: they are a few levels deep.
+void Empty(ordered_json &value) {  // NOLINT(misc-no-recursion)
+    if (value.is_structured())
+        for (ordered_json &child : value)
+            Empty(child);
+    value.clear();
+}
+
+}  // namespace
+
+void Deleter::operator()(Tree *pTree) const {
+    Empty(pTree->value);
+    delete pTree;
+}
+
+Node Object() {
+    return Node(new Tree{ordered_json::object()});
+}
+
+Node Array() {
+    return Node(new Tree{ordered_json::array()});
+}
+
+void Set(const Node &object, const std::string &name, const output::Value &value) {
+    ordered_json &member = object->value[name];
+    std::visit(
+        [&member](const auto &v) {
+            if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::monostate>)
+                member = nullptr;
+            else
+                member = v;
+        },
+        value);
+}
+
+void Set(const Node &object, const std::string &name, Node value) {
+    object->value[name] = std::move(value->value);
+}
+
+void Append(const Node &array, Node value) {
+    array->value.push_back(std::move(value->value));
+}
+
+bool IsEmpty(const Node &node) {
+    return node->value.empty();
+}
+
+std::string Text(const Node &node, int nIndent) {
+    return node->value.dump(nIndent, ' ', true, ordered_json::error_handler_t::replace);
+}
+
+}  // namespace qiven::json

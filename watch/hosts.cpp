@@ -1,0 +1,347 @@
+#include "hosts.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <type_traits>
+
+#include "clock.h"
+
+namespace qiven::watch {
+
+namespace {
+
+static_assert(std::is_standard_layout_v<Host>);  // a node in a queue is its host
+
+constexpr size_t kFirstBuckets = 64;
+constexpr size_t kAddressSize = sizeof(QIVEN_WATCH_ADDRESS) + sizeof(Saying);
+void Unlink(Table &table, Host &host) {
+    if (table.pQuietest == &host)
+        table.pQuietest = host.pLouder;
+    else
+        host.pQuieter->pLouder = host.pLouder;
+    if (table.pLoudest == &host)
+        table.pLoudest = host.pQuieter;
+    else
+        host.pLouder->pQuieter = host.pQuieter;
+    host.pQuieter = host.pLouder = nullptr;
+}
+
+void LinkLoudest(Table &table, Host &host) {
+    host.pQuieter = table.pLoudest;
+    host.pLouder = nullptr;
+    (table.pLoudest != nullptr ? table.pLoudest->pLouder : table.pQuietest) = &host;
+    table.pLoudest = &host;
+}
+
+Host **BucketOf(const Table &table, uint64_t ullHash) {
+    return &table.rgBucket[ullHash & (table.nBuckets - 1)].pFirst;
+}
+
+bool Resize(Table &table, size_t nBuckets) {
+    auto *rgBucket = static_cast<Bucket *>(Allocate(table.budget, nBuckets * sizeof(Bucket)));
+    if (rgBucket == nullptr) return false;
+    memset(static_cast<void *>(rgBucket), 0, nBuckets * sizeof(Bucket));
+    std::swap(rgBucket, table.rgBucket);
+    std::swap(nBuckets, table.nBuckets);
+    for (size_t i = 0; i < nBuckets; ++i) {
+        for (Host *pHost = rgBucket[i].pFirst; pHost != nullptr;) {
+            Host *pNext = pHost->pNextInBucket;
+            Host **ppBucket = BucketOf(table, pHost->ullHash);
+            pHost->pNextInBucket = *ppBucket;
+            *ppBucket = pHost;
+            pHost = pNext;
+        }
+    }
+    Free(table.budget, rgBucket, nBuckets * sizeof(Bucket));
+    return true;
+}
+
+// Numbers rise, so new places are always the last.
+bool ReservePlace(Table &table) {
+    if (table.nPlaces < table.nPlacesMax) return true;
+    const auto isGone = [](const Place &place) { return place.pHost == nullptr; };
+    Place *pEnd = std::remove_if(table.rgPlace, table.rgPlace + table.nPlaces, isGone);
+    table.nPlaces = static_cast<size_t>(pEnd - table.rgPlace);
+    if (table.nPlaces < table.nPlacesMax - table.nPlacesMax / 4) return true;
+    const size_t nMax = table.nPlacesMax == 0 ? kFirstBuckets : table.nPlacesMax * 2;
+    auto *rgPlace = static_cast<Place *>(Allocate(table.budget, nMax * sizeof(Place)));
+    if (rgPlace == nullptr) return table.nPlaces < table.nPlacesMax;
+    std::copy(table.rgPlace, pEnd, rgPlace);
+    Free(table.budget, table.rgPlace, table.nPlacesMax * sizeof(Place));
+    table.rgPlace = rgPlace;
+    table.nPlacesMax = nMax;
+    return true;
+}
+
+Place *PlaceFrom(const Table &table, uint32_t ulHost) {
+    return std::lower_bound(table.rgPlace, table.rgPlace + table.nPlaces, ulHost,
+                            [](const Place &place, uint32_t ul) { return place.ulHost < ul; });
+}
+
+// Space for one more host, at the cost of one that no longer answers.
+bool ReserveHost(Table &table, uint64_t ullNowUs) {
+    const size_t cbWanted = sizeof(Host) + table.packed.cb + kAddressSize + 3 * kBlockOverhead;
+    const bool blFits = Fits(table.budget, cbWanted);
+    if (table.nHosts < table.nHostsMax && blFits) return true;
+    Host *pQuietest = table.pQuietest;
+    if (pQuietest == nullptr || !HasMissed(table, *pQuietest) || pQuietest->node.pIn != nullptr) return false;
+    Vanish(table, *pQuietest, ullNowUs);
+    return blFits;  // its memory comes back when the caller has been told
+}
+
+uint32_t AddressFlags(const QIVEN_RECEIVED &received) {
+    const uint32_t ulIP = received.pnasInfo->ulIP;
+    uint32_t ulFlags = ulIP != 0 && ulIP != received.ulSource ? QIVEN_ADDRESS_DIFFERS : 0;
+    if ((received.ulFlags & QIVEN_RECEIVED_OFF_LINK) != 0) ulFlags |= QIVEN_ADDRESS_OFF_LINK;
+    if ((received.ulFlags & QIVEN_RECEIVED_SEALED) != 0) ulFlags |= QIVEN_ADDRESS_SEALED;
+    if ((received.ulFlags & QIVEN_RECEIVED_UNUSED) != 0) ulFlags |= QIVEN_ADDRESS_UNUSED;
+    return ulFlags;
+}
+
+bool GrowAddresses(Table &table, Host &host) {
+    const uint32_t nNew = host.nCapacity == 0 ? 1 : host.nCapacity * 2;
+    auto *rgAddress = static_cast<QIVEN_WATCH_ADDRESS *>(Allocate(table.budget, nNew * kAddressSize));
+    if (rgAddress == nullptr) return false;
+    auto *rgSaying = reinterpret_cast<Saying *>(rgAddress + nNew);
+    std::copy(host.rgAddress, host.rgAddress + host.shown.nAddresses, rgAddress);
+    std::copy(host.rgSaying, host.rgSaying + host.shown.nAddresses, rgSaying);
+    Free(table.budget, host.rgAddress, host.nCapacity * kAddressSize);
+    host.rgAddress = rgAddress;
+    host.rgSaying = rgSaying;
+    host.nCapacity = nNew;
+    return true;
+}
+
+// When the quietest host has been silent for too long. Who was not asked is not silent: a program that was
+// stopped for a while has asked nobody.
+uint64_t SilentDue(const Table &table) {
+    if (table.pQuietest == nullptr || table.ullVanishUs == 0) return kNever;
+    if (table.blAsks && !HasMissed(table, *table.pQuietest)) return kNever;
+    return table.pQuietest->shown.ullLastUs + table.ullVanishUs;
+}
+
+// Nobody stands in conflict with a host that is gone.
+void EndConflicts(const Table &table, const Host &gone) {
+    for (Host *p = *BucketOf(table, gone.ullHash); p != nullptr; p = p->pNextInBucket) {
+        if (p->shown.ulConflict == gone.shown.ulHost) p->shown.ulConflict = 0;
+    }
+}
+
+void PutIn(Table &table, Host &host) {
+    Host **ppBucket = BucketOf(table, host.ullHash);
+    host.pNextInBucket = *ppBucket;
+    *ppBucket = &host;
+    LinkLoudest(table, host);
+    table.rgPlace[table.nPlaces++] = {host.shown.ulHost, &host};
+    ++table.nHosts;
+}
+
+}  // namespace
+
+int InitTable(Table &table) {
+    table.layout = MakeLayout();
+    // Without randomness a stranger could only make it slow.
+    (void)!getrandom(&table.key, sizeof table.key, GRND_NONBLOCK);
+    return Resize(table, kFirstBuckets) ? 0 : -ENOMEM;
+}
+
+void FreeTable(Table &table) {
+    for (size_t i = 0; i < table.nPlaces; ++i)
+        FreeHost(table, table.rgPlace[i].pHost);
+    // Those that vanished are in the queue only.
+    for (Node *pNode = table.ready.pFirst; pNode != nullptr;) {
+        Node *pNext = pNode->pAfter;
+        if (pNode->of == Of::kHost) FreeHost(table, reinterpret_cast<Host *>(pNode));
+        pNode = pNext;
+    }
+    Free(table.budget, table.rgPlace, table.nPlacesMax * sizeof(Place));
+    Free(table.budget, table.rgBucket, table.nBuckets * sizeof(Bucket));
+}
+
+Host *AddHost(Table &table, const Key &key, const QIVEN_RECEIVED &received) {
+    if (!ReserveHost(table, received.ullMonotonicUs)) {
+        ++table.ullLeftOut;
+        return nullptr;
+    }
+    void *p = ReservePlace(table) ? Allocate(table.budget, sizeof(Host)) : nullptr;
+    if (p == nullptr) {
+        ++table.ullNoMemory;
+        return nullptr;
+    }
+    auto *pHost = new (p) Host;
+    pHost->ullHash = key.ullHash;
+    pHost->cbKey = key.cb;
+    memcpy(pHost->rgchKey, key.rgch, key.cb);
+    const uint64_t ullSays = SipHash(table.key, table.packed.rgb.data(), table.packed.cbDescription);
+    if (!SetRecord(table, *pHost, received) || !AddAddress(table, *pHost, received, ullSays)) {
+        FreeHost(table, pHost);
+        ++table.ullNoMemory;
+        return nullptr;
+    }
+    pHost->shown.cbSize = sizeof pHost->shown;
+    pHost->shown.ulHost = ++table.ulLast;
+    pHost->shown.ullFirstUs = received.ullMonotonicUs;
+    pHost->shown.llFirstUnixUs = received.llUnixUs;
+    if (table.nHosts >= table.nBuckets) Resize(table, table.nBuckets * 2);
+    PutIn(table, *pHost);
+    NoteHeard(table, *pHost, received);
+    Tell(table, *pHost, kToldAppeared, received.ullMonotonicUs);
+    return pHost;
+}
+
+bool SetRecord(Table &table, Host &host, const QIVEN_RECEIVED &received) {
+    const Packed &packed = table.packed;
+    auto *pb = static_cast<unsigned char *>(Allocate(table.budget, packed.cb));
+    if (pb == nullptr) return false;
+    memcpy(pb, packed.rgb.data(), packed.cb);
+    // What the caller was told last is kept until it is told again.
+    const bool blKeep =
+        host.pbWas == nullptr && (host.uTell & kToldAppeared) == 0 && host.pbRecord != nullptr;
+    if (blKeep) {
+        host.pbWas = host.pbRecord;
+        host.cbWas = host.cbRecord;
+    } else {
+        Free(table.budget, host.pbRecord, host.cbRecord);
+    }
+    host.pbRecord = pb;
+    host.cbRecord = static_cast<uint32_t>(packed.cb);
+    host.cbDescription = static_cast<uint32_t>(packed.cbDescription);
+    host.ullSays = SipHash(table.key, pb, packed.cbDescription);
+    host.ullChangedUs = received.ullMonotonicUs;
+    return true;
+}
+
+bool AddAddress(Table &table, Host &host, const QIVEN_RECEIVED &received, uint64_t ullSays) {
+    uint32_t u = host.shown.nAddresses;
+    if (u == QIVEN_WATCH_ADDRESSES_MAX) {
+        const auto isOlder = [](const auto &a, const auto &b) { return a.ullLastUs < b.ullLastUs; };
+        u = static_cast<uint32_t>(std::min_element(host.rgAddress, host.rgAddress + u, isOlder) -
+                                  host.rgAddress);
+        RemoveAddress(host, u);
+        u = host.shown.nAddresses;
+    }
+    if ((u == host.nCapacity || host.rgAddress == nullptr) && !GrowAddresses(table, host)) return false;
+    QIVEN_WATCH_ADDRESS &address = host.rgAddress[u];
+    address = {};
+    address.ulIP = received.pnasInfo->ulIP;
+    address.ulSource = received.ulSource;
+    address.ulIfIndex = received.ulIfIndex;
+    memcpy(address.szIfName, received.szIfName, sizeof address.szIfName);
+    memcpy(address.szMacAddr, received.pnasInfo->szMacAddr, sizeof address.szMacAddr);
+    ++host.shown.nAddresses;
+    RefreshAddress(host, u, received, ullSays);
+    return true;
+}
+
+void RefreshAddress(Host &host, uint32_t uAddress, const QIVEN_RECEIVED &received, uint64_t ullSays) {
+    QIVEN_WATCH_ADDRESS &address = host.rgAddress[uAddress];
+    address.ulFlags = AddressFlags(received);
+    address.ullLastUs = received.ullMonotonicUs;
+    host.rgSaying[uAddress] = {ullSays, received.pnasInfo->ulProcessID};
+}
+
+void RemoveAddress(Host &host, uint32_t uAddress) {
+    const uint32_t n = host.shown.nAddresses--;
+    std::copy(host.rgAddress + uAddress + 1, host.rgAddress + n, host.rgAddress + uAddress);
+    std::copy(host.rgSaying + uAddress + 1, host.rgSaying + n, host.rgSaying + uAddress);
+}
+
+void NoteHeard(Table &table, Host &host, const QIVEN_RECEIVED &received) {
+    ++host.shown.ullAnswers;
+    host.shown.ullLastUs = std::max(host.shown.ullLastUs, received.ullMonotonicUs);
+    host.shown.llLastUnixUs = received.llUnixUs;
+    host.ulHeardRound = table.ulRound;
+    if (table.pLoudest == &host) return;
+    Unlink(table, host);
+    LinkLoudest(table, host);
+}
+
+void Tell(Table &table, Host &host, uint8_t uTell, uint64_t ullNowUs) {
+    host.uTell |= uTell;
+    const bool blHold = host.uTell == kToldChanged && ullNowUs < host.ullToldUs + table.ullChangeUs;
+    if (host.node.pIn == &table.held && !blHold) TakeOut(host.node);
+    PutOnce(blHold ? table.held : table.ready, host.node, ullNowUs);
+}
+
+void Vanish(Table &table, Host &host, uint64_t ullNowUs) {
+    Host **pp = BucketOf(table, host.ullHash);
+    while (*pp != &host)
+        pp = &(*pp)->pNextInBucket;
+    *pp = host.pNextInBucket;
+    EndConflicts(table, host);
+    Unlink(table, host);
+    PlaceFrom(table, host.shown.ulHost)->pHost = nullptr;
+    --table.nHosts;
+    if ((host.uTell & kToldAppeared) != 0) {
+        FreeHost(table, &host);
+        return;
+    }
+    host.uTell = 0;
+    TakeOut(host.node);
+    Tell(table, host, kToldVanished, ullNowUs);
+}
+
+void FreeHost(Table &table, Host *pHost) {
+    if (pHost == nullptr) return;
+    TakeOut(pHost->node);
+    Free(table.budget, pHost->pbRecord, pHost->cbRecord);
+    Free(table.budget, pHost->pbWas, pHost->cbWas);
+    Free(table.budget, pHost->rgAddress, pHost->nCapacity * kAddressSize);
+    Free(table.budget, pHost, sizeof *pHost);
+}
+
+void VanishSilent(Table &table, uint64_t ullNowUs, unsigned nMost) {
+    for (; nMost > 0 && SilentDue(table) <= ullNowUs; --nMost)
+        Vanish(table, *table.pQuietest, ullNowUs);
+}
+
+void ReleaseHeld(Table &table, uint64_t ullNowUs) {
+    while (table.held.pFirst != nullptr && table.held.pFirst->ullSinceUs + table.ullChangeUs <= ullNowUs) {
+        Node &node = *table.held.pFirst;
+        TakeOut(node);
+        PutLast(table.ready, node, ullNowUs);
+    }
+}
+
+uint64_t DueOf(const Table &table) {
+    uint64_t ullDueUs = SilentDue(table);
+    if (table.held.pFirst != nullptr)
+        ullDueUs = std::min(ullDueUs, table.held.pFirst->ullSinceUs + table.ullChangeUs);
+    return ullDueUs;
+}
+
+Host *HostAfter(const Table &table, uint32_t ulHost) {
+    if (ulHost == UINT32_MAX) return nullptr;
+    const Place *pEnd = table.rgPlace + table.nPlaces;
+    for (const Place *p = PlaceFrom(table, ulHost + 1); p != pEnd; ++p) {
+        if (p->pHost != nullptr) return p->pHost;
+    }
+    return nullptr;
+}
+
+Host *FindHost(const Table &table, uint32_t ulHost) {
+    const Place *p = PlaceFrom(table, ulHost);
+    return p != table.rgPlace + table.nPlaces && p->ulHost == ulHost ? p->pHost : nullptr;
+}
+
+const QIVEN_WATCH_HOST *Show(const Table &table, Host &host, nasinfo &record) {
+    // Addresses that the host no longer answers from are gone.
+    for (uint32_t i = host.shown.nAddresses; table.ullVanishUs > 0 && i-- > 0;) {
+        const bool blOld = host.rgAddress[i].ullLastUs + table.ullVanishUs < host.shown.ullLastUs;
+        if (blOld) RemoveAddress(host, i);
+    }
+    Unpack(host.pbRecord, host.cbRecord, record);
+    host.shown.rgAddress = host.rgAddress;
+    host.shown.pnasInfo = &record;
+    return &host.shown;
+}
+
+uint64_t MemoryOf(const Table &table) {
+    return table.budget.cbUsed;
+}
+
+}  // namespace qiven::watch
