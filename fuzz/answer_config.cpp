@@ -3,7 +3,7 @@
 #include <cstring>
 #include <memory>
 
-#include "../tools/qiven/answer_config.h"
+#include "../tools/qiven/answer/config.h"
 #include "../tools/qiven/fields.h"
 #include "fuzz.h"
 #include "support/memory_file.h"

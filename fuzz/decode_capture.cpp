@@ -1,5 +1,5 @@
 // Any bytes as a capture, as an IPv4 packet, and as the payload of a datagram.
-#include "../tools/qiven/decode_input.h"
+#include "../tools/qiven/decode/input.h"
 #include "fuzz.h"
 #include "support/memory_file.h"
 

@@ -1,5 +1,5 @@
 // Any text as hexadecimal digits, and any bytes in each form of dump that qiven decode reads.
-#include "../tools/qiven/decode_input.h"
+#include "../tools/qiven/decode/input.h"
 #include "fuzz.h"
 
 namespace {

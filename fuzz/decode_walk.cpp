@@ -7,9 +7,9 @@
 namespace {
 
 using fuzz::Require;
-using qiven::decode::PacketField;
-using qiven::decode::PacketWalk;
-using qiven::decode::Verdict;
+using qiven::packet_walk::PacketField;
+using qiven::packet_walk::PacketWalk;
+using qiven::packet_walk::Verdict;
 
 // The fields lie back to back from the header to the end.
 void RequireWhole(const PacketWalk &walk, const uint8_t *pData, size_t cbData) {
@@ -35,7 +35,7 @@ void RequireWhole(const PacketWalk &walk, const uint8_t *pData, size_t cbData) {
 
 int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
     const std::string packet(fuzz::AsText(pData, cbData));
-    const PacketWalk walk = qiven::decode::WalkPacket({pData, cbData});
+    const PacketWalk walk = qiven::packet_walk::Walk({pData, cbData});
     if (packet.size() > 8 && packet.starts_with("\x12\x34\x55\x66TAVO")) {
         Require(walk.verdict == Verdict::kSealed && walk.fields.empty(),
                 "a sealed packet is not looked into");

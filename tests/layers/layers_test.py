@@ -1,6 +1,7 @@
-"""The modules of src/ include and call downwards only, and everything above the library uses its public headers alone.
+"""The modules of src/ include and call downwards only, everything above the library uses its public headers alone, and
+the subcommands of the command know what they share, but not each other.
 
-    layers_test.py SOURCE_DIRECTORY OBJECT_FILE...     the objects of the library
+    layers_test.py SOURCE_DIRECTORY OBJECT_FILE...     the objects of the library and of the command
 """
 
 import collections
@@ -92,7 +93,42 @@ def check_calls(objects):
             faults.append(f"no call from {arrow[0]} to {arrow[1]} was found")
 
 
+def check_subcommands(root, objects):
+    """tools/qiven has a directory for each subcommand; its files see that directory and those on top."""
+    top = root / "tools" / "qiven"
+    subcommands = {path.name for path in top.iterdir() if path.is_dir()}
+    on_top = {path.name for path in top.iterdir() if path.is_file()}
+    for path in sources(top):
+        own = path.parent.name if path.parent != top else None
+        where = path.relative_to(root)
+        for name in includes(path):
+            folder = name.split("/")[0] if "/" in name else None
+            if folder != (own if folder else None) or not (top / name).is_file():
+                faults.append(f"{where} includes {name}")
+        # A quoted include would find the file beside it first.
+        if own and path.name in on_top:
+            faults.append(f"{where} has the name of a file on top")
+        for name in re.findall(r"^namespace qiven(?:::(\w+))?", path.read_text(), re.M):
+            if name in subcommands - {own} or (own and name != own):
+                faults.append(f"{where} defines names of qiven::{name}")
+
+    calls = collections.Counter()
+    for path in objects:
+        match = re.search(r"qiven-command-\w+\.dir/(?:\./)?(?:(\w+)/)?(\w+)\.cpp", path)
+        if match is None or match[2] == "command_line":  # which puts them together
+            continue
+        for name in symbols(path, "--undefined-only"):
+            mangled = re.match(r"_ZNK?5qiven(\d+)(\w+)", name)
+            called = mangled and mangled[2][: int(mangled[1])]
+            calls[match[1], called] += 1
+            if called in subcommands - {match[1]}:
+                faults.append(f"{match[1] or match[2]} calls {name} of {called}")
+    if objects and (calls["find", "find"] == 0 or calls["doctor", "packet_walk"] == 0):
+        faults.append("no call within find or from doctor to packet_walk was found")
+
+
 check_includes(pathlib.Path(sys.argv[1]).resolve())
-check_calls(sys.argv[2:])
-print("\n".join(faults) if faults else "every include and call points down")
+check_calls([path for path in sys.argv[2:] if "qiven-objects" in path])
+check_subcommands(pathlib.Path(sys.argv[1]).resolve(), [path for path in sys.argv[2:] if "qiven-command" in path])
+print("\n".join(faults) if faults else "every include and call points down; the subcommands do not know each other")
 sys.exit(1 if faults else 0)

@@ -2,8 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "columns.h"
 #include "commands.h"
+#include "find/columns.h"
 
 namespace qiven::describe {
 

@@ -7,22 +7,25 @@
 #include <type_traits>
 
 #include "commands.h"
-#include "exit.h"
+#include "exit_status.h"
 
 namespace qiven {
 
 namespace {
 
-using options::Option;
-using options::Subcommand;
+using command_line::Option;
+using command_line::Subcommand;
 
 // In the order of the help text.
 constexpr struct {
     const char *szName;
     Subcommand (*pfnMake)();
 } kCommands[] = {
-    {"find", FindCommand},     {"answer", AnswerCommand}, {"interfaces", InterfacesCommand},
-    {"decode", DecodeCommand}, {"doctor", DoctorCommand},
+    {"find", [] { return find::Command(doctor::OneLineVerdict); }},
+    {"answer", answer::Command},
+    {"interfaces", interfaces::Command},
+    {"decode", decode::Command},
+    {"doctor", doctor::Command},
 };
 
 CLI::Option *AddTarget(CLI::App &app, const Option &option) {

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <functional>
+#include <string>
 #include <string_view>
 
-#include "options.h"
+#include "command_line.h"
 
 namespace CLI {
 class App;
@@ -12,15 +13,31 @@ class App;
 
 namespace qiven {
 
-options::Subcommand AnswerCommand();
-options::Subcommand FindCommand();
-options::Subcommand InterfacesCommand();
-options::Subcommand DecodeCommand();
-options::Subcommand DoctorCommand();
+// Each is defined in the directory of its name, in the file of its name. None knows the others: a subcommand
+// that needs another one is handed its function.
+namespace answer {
+command_line::Subcommand Command();
+}
+namespace decode {
+command_line::Subcommand Command();
+}
+namespace doctor {
+command_line::Subcommand Command();
+// The most likely cause in one sentence with its remedy, or that nothing is wrong on this machine. Takes at
+// most about 0.3 s; sends one query out of every usable interface.
+std::string OneLineVerdict();
+}  // namespace doctor
+namespace find {
+// pfnExplain says why no host was found.
+command_line::Subcommand Command(std::string (*pfnExplain)());
+}  // namespace find
+namespace interfaces {
+command_line::Subcommand Command();
+}
 
-// The whole command line: all of these, and what they have in common. A subcommand that is chosen sets run.
-// When the first word of a command line is given and names a subcommand, the others are left out: making
-// their options takes as long as a search.
+// Adds all subcommands and the common options to the parser. A subcommand that is chosen sets run. If first,
+// the first word of the command line, names a subcommand, the others are left out: declaring their options
+// takes as long as a search.
 void RegisterAll(CLI::App &app, std::function<int()> &run, std::string_view first = {});
 
 // Parses the command line and runs the subcommand; returns the exit status.

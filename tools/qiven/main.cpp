@@ -9,7 +9,7 @@
 #include <string>
 
 #include "commands.h"
-#include "exit.h"
+#include "exit_status.h"
 #include "messages.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <ctime>
 
 #include "format.h"
-#include "rate.h"
+#include "rate_limit.h"
 #include "text.h"
 
 namespace qiven::messages {
@@ -39,7 +39,7 @@ Sink sink;
 struct Library {
     bool blVerbose = false;
     std::string last;
-    rate::Bucket shown{20, 5};
+    rate_limit::Bucket shown{20, 5};
     uint64_t nHeldBack = 0;
 };
 Library library;
@@ -123,7 +123,7 @@ void SayLost() {
 
 void ShowLibrary(std::string_view message) {
     ++library.nHeldBack;
-    if (!Take(library.shown, rate::Now())) return;
+    if (!Take(library.shown, rate_limit::Now())) return;
     const uint64_t nMore = library.nHeldBack - 1;
     Say(nMore == 0 ? std::string(message) : fmt::format("{} ({} more were held back)", message, nMore));
     library.nHeldBack = 0;

@@ -220,7 +220,7 @@ bool CanPass(int iError) {
 
 }  // namespace
 
-std::vector<options::Option> Declare(Format &format, Colour &colour) {
+std::vector<command_line::Option> Declare(Format &format, Colour &colour) {
     static const std::map<std::string, Format> formats = {{"table", Format::kTable},
                                                           {"plain", Format::kPlain},
                                                           {"json", Format::kJson},

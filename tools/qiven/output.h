@@ -19,7 +19,7 @@
 #include <variant>
 #include <vector>
 
-#include "options.h"
+#include "command_line.h"
 
 namespace qiven::output {
 
@@ -57,7 +57,7 @@ struct Writer {
 };
 
 // --format and --color of a subcommand.
-std::vector<options::Option> Declare(Format &format, Colour &colour);
+std::vector<command_line::Option> Declare(Format &format, Colour &colour);
 
 // Makes the columns of a table as wide as the row needs. Without it they have their usual width.
 void Measure(Writer &writer, const Row &row);

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <memory>
 
-namespace qiven::decode {
+namespace qiven::packet_walk {
 
 namespace {
 
@@ -177,7 +177,7 @@ const QIVEN_FIELD_ATTRIB *FindField(uint32_t ulPktId) {
     return pFound != std::end(grgfieldAttribs) && pFound->ulPktId == ulPktId ? pFound : nullptr;
 }
 
-PacketWalk WalkPacket(std::span<const unsigned char> rgbPacket) {
+PacketWalk Walk(std::span<const unsigned char> rgbPacket) {
     State state{rgbPacket, kHeaderSize, 0, 0, 0, 0, 0, {}};
     if (StartsWith(rgbPacket, stQIVENHeaderEncrypted) && rgbPacket.size() > kHeaderSize) {
         state.walk.verdict = Verdict::kSealed;
@@ -202,4 +202,4 @@ PacketWalk WalkPacket(std::span<const unsigned char> rgbPacket) {
     return state.walk;
 }
 
-}  // namespace qiven::decode
+}  // namespace qiven::packet_walk

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace qiven::decode {
+namespace qiven::packet_walk {
 
 struct PacketField {
     size_t cbOffset;  // of the identifier, from the start of the packet
@@ -31,9 +31,9 @@ struct PacketWalk {
 
 // Walks the fields beyond a refusal too, as far as their limits are known. The verdict is the library
 // reader's.
-PacketWalk WalkPacket(std::span<const unsigned char> rgbPacket);
+PacketWalk Walk(std::span<const unsigned char> rgbPacket);
 
 // The table entry of an identifier, or null.
 const QIVEN_FIELD_ATTRIB *FindField(uint32_t ulPktId);
 
-}  // namespace qiven::decode
+}  // namespace qiven::packet_walk

@@ -1,0 +1,136 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "commands.h"
+#include "doctor/checks.h"
+#include "exit_status.h"
+#include "json.h"
+#include "output.h"
+
+namespace qiven::doctor {
+
+namespace {
+
+constexpr uint64_t kSchema = 1;
+// Long enough for what the kernel hands back to a sender at once.
+constexpr std::chrono::milliseconds kShortListen{100};
+// Long enough for hosts that answer after a pause.
+constexpr std::chrono::milliseconds kLongListen{2000};
+
+struct Diagnosis {
+    std::vector<Check> checks;
+    size_t nAnswers = 0;
+};
+
+Diagnosis Examine(std::chrono::milliseconds listen, bool blAll) {
+    Diagnosis diagnosis;
+    std::vector<Check> &checks = diagnosis.checks;
+    std::vector<QIVEN_NETIF> usable;
+    checks.push_back(CheckCards(usable));
+    checks.push_back(CheckPort());
+    diagnosis.nAnswers = CheckTraffic(usable, listen, blAll, checks);
+    return diagnosis;
+}
+
+// The first fault is the cause: the checks come in the order in which one thing needs the other.
+const Check *FindCause(const std::vector<Check> &checks) {
+    const auto fault = std::find_if(checks.begin(), checks.end(),
+                                    [](const Check &check) { return check.result == Result::kFault; });
+    return fault == checks.end() ? nullptr : &*fault;
+}
+
+// The checks that could not be made, with their reasons.
+std::string SkippedOf(const std::vector<Check> &checks) {
+    std::string skipped;
+    for (const Check &check : checks)
+        if (check.result == Result::kSkipped)
+            skipped += fmt::format("{}{} ({})", skipped.empty() ? "" : ", ", check.name, check.text);
+    return skipped;
+}
+
+std::string Capitalised(std::string text) {
+    if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
+    return text;
+}
+
+std::string VerdictOf(const Diagnosis &diagnosis) {
+    const Check *pCause = FindCause(diagnosis.checks);
+    if (pCause != nullptr) return fmt::format("{}; {}.", Capitalised(pCause->text), pCause->remedy);
+    const std::string skipped = SkippedOf(diagnosis.checks);
+    if (!skipped.empty())
+        return fmt::format("Nothing wrong was seen, but not everything could be checked: {}.", skipped);
+    if (diagnosis.nAnswers != 0) return "Nothing is wrong on this machine: hosts answer.";
+    return "Nothing is wrong on this machine: the hosts may be off, or in another segment, which broadcasts "
+           "do "
+           "not reach.";
+}
+
+const char *NameOf(Result result) {
+    switch (result) {
+        case Result::kOk:
+            return "ok";
+        case Result::kNote:
+            return "note";
+        case Result::kFault:
+            return "fault";
+        case Result::kSkipped:
+            break;
+    }
+    return "skipped";
+}
+
+void PrintJson(const Diagnosis &diagnosis) {
+    const json::Node object = json::Object();
+    const Check *pCause = FindCause(diagnosis.checks);
+    json::Set(object, "schema", kSchema);
+    json::Set(object, "verdict", VerdictOf(diagnosis));
+    json::Set(object, "cause", pCause == nullptr ? output::Value() : pCause->name);
+    json::Node list = json::Array();
+    for (const Check &check : diagnosis.checks) {
+        json::Node entry = json::Object();
+        json::Set(entry, "name", check.name);
+        json::Set(entry, "result", std::string(NameOf(check.result)));
+        json::Set(entry, "text", check.text);
+        if (!check.remedy.empty()) json::Set(entry, "remedy", check.remedy);
+        json::Append(list, std::move(entry));
+    }
+    json::Set(object, "checks", std::move(list));
+    output::Write(json::Text(object, 2) + "\n");
+}
+
+void PrintText(const Diagnosis &diagnosis) {
+    std::string lines = VerdictOf(diagnosis) + "\n\n";
+    for (const Check &check : diagnosis.checks)
+        lines += fmt::format("{:<8} {:<9} {}\n", NameOf(check.result), check.name, check.text);
+    output::Write(lines);
+}
+
+int Run(bool blJson) {
+    const Diagnosis diagnosis = Examine(kLongListen, true);
+    if (blJson)
+        PrintJson(diagnosis);
+    else
+        PrintText(diagnosis);
+    if (FindCause(diagnosis.checks) != nullptr) return kNothing;
+    return SkippedOf(diagnosis.checks).empty() ? kDone : kNetwork;
+}
+
+}  // namespace
+
+std::string OneLineVerdict() {
+    return VerdictOf(Examine(kShortListen, false));
+}
+
+command_line::Subcommand Command() {
+    static bool blJson = false;
+    return {.szHelp = "Say why no host is found, and what to do about it",
+            .options = {{.szNames = "--format",
+                         .target = [](const std::string &format) { blJson = format == "json"; },
+                         .help = "Output format: text (default) or json",
+                         .choices = {"text", "json"}}},
+            .run = [] { return Run(blJson); }};
+}
+
+}  // namespace qiven::doctor

@@ -1,0 +1,19 @@
+// The command line of "qiven find" as the parser gets it.
+#include "commands.h"
+#include "find/options.h"
+#include "find/search.h"
+
+namespace qiven::find {
+
+command_line::Subcommand Command(std::string (*pfnExplain)()) {
+    static Options options;
+    return {
+        .szHelp = "Find the hosts on the local segment",
+        .options = Declare(options),
+        .run = [pfnExplain] { return Search(options, pfnExplain); },
+        .szFooter =
+            "Ends by itself when all is quiet. Exit status: 0 found, 1 nothing or too few found, 2 usage,\n"
+            "3 network or output failed, 130 interrupted (what was found is shown)."};
+}
+
+}  // namespace qiven::find

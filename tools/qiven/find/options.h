@@ -1,0 +1,34 @@
+// The command line of "qiven find".
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "command_line.h"
+#include "output.h"
+
+namespace qiven::find {
+
+struct Options {
+    std::optional<double> timeout;  // seconds
+    double dInterval = 5;           // seconds between queries of --watch
+    std::optional<uint64_t> count, expect;
+    bool blWatch = false;
+    bool blVerbose = false;
+
+    output::Format format = output::Format::kTable;
+    output::Colour colour = output::Colour::kAuto;
+    std::vector<std::string> fields;
+    std::string sort;  // a leading "-" reverses
+    std::vector<std::string> names;
+    std::vector<uint32_t> models, types, services;
+    std::vector<std::string> interfaces, excludes;
+    bool blAllInterfaces = false;
+};
+
+// The options, which fill the record.
+std::vector<command_line::Option> Declare(Options &options);
+
+}  // namespace qiven::find
