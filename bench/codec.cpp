@@ -1,9 +1,9 @@
-// Decoding and encoding of plain packets, compared with the floor and with other formats.
+// Decoding and encoding of plain packets, compared with the floor.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
 
-#include "peers.h"
+#include "packets.h"
 
 namespace bench {
 
@@ -135,11 +135,6 @@ int main(int argc, char **argv) {
     benchmark::Initialize(&argc, argv);
     Register<Qiven>("qiven");
     Register<Floor>("floor");
-    Register<Protobuf>("protobuf");
-    Register<ProtobufMessage>("(protobuf message)");
-    Register<Nanopb>("nanopb");
-    Register<Msgpack>("msgpack");
-    Register<Rapidjson>("rapidjson");
     RegisterGrowth();
     benchmark::RunSpecifiedBenchmarks();
     return 0;

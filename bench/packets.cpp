@@ -28,6 +28,13 @@ constexpr Value kFields64[] = {{0x01, 0},   {0xA4, 0},    {0xBB, 0},   {0x11, 35
 
 using Random = std::mt19937;
 
+const QIVEN_FIELD_ATTRIB &Attrib(unsigned int ulPktId) {
+    for (const QIVEN_FIELD_ATTRIB &attrib : grgfieldAttribs) {
+        if (attrib.ulPktId == ulPktId) return attrib;
+    }
+    Fail("no such field");
+}
+
 size_t Below(Random &random, size_t n) {
     return random() % n;
 }
@@ -39,7 +46,7 @@ void PutText(Random &random, char *szSlot, size_t cb) {
 
 void Put(Random &random, Packet &packet, const Value &value) {
     const QIVEN_FIELD_ATTRIB &attrib = Attrib(value.ulPktId);
-    char *pSlot = SlotOf(*packet.record, attrib);
+    char *pSlot = reinterpret_cast<char *>(packet.record.get()) + attrib.ulOffset;
     if (attrib.ulType == FIELD_INTEGER) {
         for (size_t i = 0; i < attrib.cbField; ++i)
             pSlot[i] = static_cast<char>(1 + Below(random, 255));

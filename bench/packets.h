@@ -41,18 +41,4 @@ Packet Sized(size_t cb);
 void DemandEqual(const nasinfo &left, const nasinfo &right, const char *szWho);
 [[noreturn]] void Fail(const std::string &what);
 
-inline const QIVEN_FIELD_ATTRIB &Attrib(unsigned int ulPktId) {
-    for (const QIVEN_FIELD_ATTRIB &attrib : grgfieldAttribs) {
-        if (attrib.ulPktId == ulPktId) return attrib;
-    }
-    Fail("no such field");
-}
-
-inline char *SlotOf(nasinfo &record, const QIVEN_FIELD_ATTRIB &attrib) {
-    return reinterpret_cast<char *>(&record) + attrib.ulOffset;
-}
-inline const char *SlotOf(const nasinfo &record, const QIVEN_FIELD_ATTRIB &attrib) {
-    return reinterpret_cast<const char *>(&record) + attrib.ulOffset;
-}
-
 }  // namespace bench

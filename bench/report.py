@@ -4,8 +4,8 @@
     report.py RESULTS JSON [PLOTS]
 
 RESULTS holds files of Google Benchmark's JSON shape. A benchmark is named TABLE/CASE/WHO, where WHO is "qiven", "floor"
-or a peer. The table shows medians: of the counter "survived" or of the manual time if present, else of the processor
-time. A peer in parentheses does less than the others and is shown for information only. bench/goals.json has the goals.
+or another way to do the same. The table shows medians: of the counter "survived" or of the manual time if present, else
+of the processor time. A name in parentheses is shown for information only. bench/goals.json has the goals.
 """
 import collections
 import json
@@ -36,7 +36,7 @@ def read(results):
     return tables, context
 
 
-def is_peer(who):
+def is_compared(who):
     return who not in ('qiven', 'floor') and not who.startswith('(')
 
 
@@ -65,14 +65,10 @@ def judge(name, row, goals):
         if 'survivors_at_least' in goal and 'floor' in row:
             value = row['qiven'] / row['floor']
             verdicts.append((f">= {goal['survivors_at_least']:.2f} x floor", value, value >= goal['survivors_at_least']))
-        for who, wanted in goal.get('peers_at_least', {}).items():
+        for who, wanted in goal.get('others_at_least', {}).items():
             if who in row:
                 value = row[who] / row['qiven']
                 verdicts.append((f'>= {wanted:g} x {who}', value, value >= wanted))
-        peers = [row[who] for who in row if is_peer(who)]
-        if 'best_peer_at_least' in goal and peers:
-            value = min(peers) / row['qiven']
-            verdicts.append((f">= {goal['best_peer_at_least']:.2f} x peer", value, value >= goal['best_peer_at_least']))
     return verdicts
 
 
@@ -87,17 +83,17 @@ def rows_of(tables, goals):
             row = cases[case]
             if 'qiven' not in row:
                 continue
-            peers = {who: value for who, value in row.items() if who not in ('qiven', 'floor')}
-            judged = [who for who in peers if is_peer(who)]
-            best = (max if table == 'burst' else min)(judged, key=peers.get) if judged else None
+            others = {who: value for who, value in row.items() if who not in ('qiven', 'floor')}
+            compared = [who for who in others if is_compared(who)]
+            best = (max if table == 'burst' else min)(compared, key=others.get) if compared else None
             rows.append({'row': f'{table}/{case}', 'qiven': row['qiven'], 'floor': row.get('floor'),
-                         'best_peer': best, 'peers': peers,
+                         'best_other': best, 'others': others,
                          'goals': [{'goal': text, 'value': value, 'met': met}
                                    for text, value, met in judge(f'{table}/{case}', row, goals)]})
         for goal in goals:
             if goal.get('growth') == table and len(cases) > 2:
                 value = linearity(cases)
-                rows.append({'row': f'{table}: growth', 'qiven': None, 'floor': None, 'best_peer': None, 'peers': {},
+                rows.append({'row': f'{table}: growth', 'qiven': None, 'floor': None, 'best_other': None, 'others': {},
                              'goals': [{'goal': 'a straight line', 'value': value,
                                         'met': value >= goal['linear_at_least']}]})
     return rows
@@ -111,12 +107,13 @@ def amount(value, table):
 
 def show(rows):
     line = '{:24} {:>10} {:>10} {:>10} {:>24}  {:17} {:>7}  {}'
-    print(line.format('row (ns; burst: datagrams)', 'qiven', 'floor', 'x floor', 'best peer', 'goal', 'reached', ''))
+    print(line.format('row (ns; burst: datagrams)', 'qiven', 'floor', 'x floor', 'best other', 'goal', 'reached', ''))
     for row in rows:
         table = row['row'].split('/')[0]
         ratio = f"{row['qiven'] / row['floor']:.2f}" if row['floor'] else '-'
-        peer = f"{row['best_peer']} {amount(row['peers'][row['best_peer']], table)}" if row['best_peer'] else '-'
-        head = [row['row'], amount(row['qiven'], table), amount(row['floor'], table), ratio, peer]
+        best = row['best_other']
+        other = f"{best} {amount(row['others'][best], table)}" if best else '-'
+        head = [row['row'], amount(row['qiven'], table), amount(row['floor'], table), ratio, other]
         for goal in row['goals'] or [None]:
             tail = [goal['goal'], f"{goal['value']:.2f}", 'met' if goal['met'] else 'NOT MET'] if goal else ['', '', '']
             print(line.format(*head, *tail).rstrip())

@@ -1,4 +1,4 @@
-"""The segments for the measurements: a bridge, hosts in separate network namespaces, and the daemons of the peers.
+"""The segments for the measurements: a bridge, hosts in separate network namespaces, and their daemons.
 
 Everything is inside the namespaces that run.py enters first, and is deleted with them.
 """

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures the time until a search shows the hosts of a segment, compared with a minimal program and other programs.
+"""Measures the time until a search shows the hosts of a segment, compared with a minimal program, arp-scan and avahi-browse.
 
 Usage: run.py [--bin FOLDER] [--bare PROGRAM] [--json FILE] [--hosts 3,30,1000] [--only PROGRAM,...] [--runs N] [--sealed]
 Creates the segments from network namespaces and runs the programs in random order. Times are measured from the start
@@ -101,10 +101,8 @@ def our_programs(options):
             Program("find-pty", [qiven, "find"], runs=QUICK, pty=True, environment={"TERM": "xterm"})]
 
 
-def other_programs(network):
-    return [Program("arp-scan", ["arp-scan", "-I", "eth0", "-q", network], ADDRESS, environment=LINES),
-            Program("nmap", ["nmap", "-n", "-sn", network], ADDRESS, runs=5, environment=LINES),
-            Program("gssdp-discover", ["gssdp-discover", "-i", "eth0", "-n", "10", "-t", "upnp:rootdevice"])]
+def arp_scan(network):
+    return Program("arp-scan", ["arp-scan", "-I", "eth0", "-q", network], ADDRESS, environment=LINES)
 
 
 def avahi_programs(warm, cold):
@@ -123,7 +121,7 @@ def avahi_programs(warm, cold):
 
 
 class RealHosts:
-    """Each host in its own namespace, with `qiven answer`, avahi-daemon and an SSDP responder."""
+    """Each host in its own namespace, with `qiven answer` and an avahi-daemon."""
 
     def __init__(self, options, count):
         self.network = "10.9.0.0/24"
@@ -134,8 +132,6 @@ class RealHosts:
             places.add_host(place, address)
         for i, number in enumerate(numbers):
             self.start(options, i, number)
-        responder = [sys.executable, "-B", str(places.HERE / "responder.py"), "ssdp"]
-        places.start("searcher", responder + [f"h{i}=host{i}" for i in range(count)])
         self.warm, self.cold = places.Bus("searcher"), places.Bus("cold")
         self.warm.start_avahi()
         self.warm.wait_for_avahi()
@@ -150,7 +146,7 @@ class RealHosts:
         places.start(place, command + ([] if options.sealed else ["--plain"]))
 
     def programs(self):
-        return other_programs(self.network) + avahi_programs(self.warm, self.cold)
+        return [arp_scan(self.network)] + avahi_programs(self.warm, self.cold)
 
 
 class Crowd:
@@ -165,11 +161,11 @@ class Crowd:
         places.add_host("crowd", segment.ADDRESS, 22)
         batch = "".join(f"address add {address.decode()}/22 dev eth0\n" for address in self.addresses)
         subprocess.run(["ip", "-n", "crowd", "-batch", "-"], input=batch, text=True, check=True)
-        places.start("crowd", [sys.executable, "-B", str(places.HERE / "responder.py"), "crowd", str(count)])
+        places.start("crowd", [sys.executable, "-B", str(places.HERE / "responder.py"), str(count)])
         time.sleep(2)
 
     def programs(self):
-        return other_programs(self.network)
+        return [arp_scan(self.network)]
 
 
 def memory(pid):
