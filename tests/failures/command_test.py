@@ -31,7 +31,7 @@ SUBCOMMANDS = {
     "answer": (["answer", "--check-config", "--config", "{}/answer.toml"], 2),
     "interfaces": (["interfaces"], 2),
     "decode": (["decode", "--raw", "{}/packet.bin"], 2),
-    "doctor": (["doctor"], 32),
+    "doctor": (["doctor"], 64),
 }
 ARGUMENTS, AT_ONCE = SUBCOMMANDS[NAME]
 Row = collections.namedtuple("Row", "directory call n error")

@@ -49,7 +49,8 @@ TEST_F(EveryPacket, OfOneFieldCutAnywhere) {
     for (int i = 0; i < 0x10000 && !HasFailure(); ++i) {
         const std::string field = Field(i >> 8, value.substr(0, static_cast<size_t>(i & 0xFF)));
         Compare(basic + field);
-        for (size_t cb = 0; cb <= std::min<size_t>(16, field.size()); ++cb)
+        // Whatever is missing of a value, readers look at its length only.
+        for (const size_t cb : {size_t{0}, size_t{1}, field.size() - 1, field.size()})
             Compare(kPlainHeader + field.substr(0, cb));
     }
     EXPECT_GT(m_nAccepted, 178U * 256);  // unknown fields may have any length

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """qiven doctor detects simulated faults, each in its own network namespace. Argument: the command."""
+import concurrent.futures
 import json
 import os
 import subprocess
@@ -10,7 +11,8 @@ QIVEN = ""
 SEALED = bytes.fromhex("12345566") + b"TAVO" + bytes(80)
 ANSWER = bytes.fromhex("12345678") + b"TAVO" + bytes.fromhex("010402000000a40400000000")
 CARD = """ip link add eth0 type veth peer name far0; ip link set far0 netns $HOST; ip address add 10.9.0.1/24 brd + dev eth0
-ip link set eth0 up; nsenter -t $HOST -n ip address add 10.9.0.2/24 brd + dev far0; nsenter -t $HOST -n ip link set far0 up"""
+ip link set eth0 up; nsenter -t $HOST -n ip address add 10.9.0.2/24 brd + dev far0; nsenter -t $HOST -n ip link set far0 up
+until grep -q up /sys/class/net/eth0/operstate; do sleep .01; done"""
 NFT = "nft add table inet guard; nft 'add chain inet guard c { type filter hook %s priority 0; policy %s; }'; "
 
 HOLD = "import socket,time; s=socket.socket(socket.AF_INET,socket.SOCK_DGRAM); s.bind(('',%d)); print(flush=True); time.sleep(30)"
@@ -83,9 +85,13 @@ def stage(name):
 
 def main():
     user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
-    failed = [name for name in FAULTS
-              if subprocess.run(["unshare", *user, "--net", "--mount", sys.executable, __file__, QIVEN, name],
-                                check=False, timeout=90).returncode != 0]
+
+    def has_failed(name):
+        return subprocess.run(["unshare", *user, "--net", "--mount", sys.executable, __file__, QIVEN, name],
+                              check=False, timeout=90).returncode != 0
+
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:  # the stages mostly wait
+        failed = [name for name, bad in zip(FAULTS, pool.map(has_failed, FAULTS)) if bad]
     print(f"{len(FAULTS) - len(failed)} of {len(FAULTS)} faults named", failed)
     return 1 if failed else 0
 

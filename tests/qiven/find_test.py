@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tests of "qiven find". Usage: script/in-namespaces find_test.py QIVEN SCHEMA"""
+"""Tests of "qiven find". Usage: script/in-namespaces find_test.py QIVEN SCHEMA [TEST...]"""
 import csv
 import io
 import json
@@ -99,7 +99,7 @@ class Escaping(unittest.TestCase):
         self.assertLessEqual(max(len(line) for line in output.splitlines()), 20)
 
 
-class Searching(unittest.TestCase):
+class Queries(unittest.TestCase):
     def test_merges_cards_and_answers(self):
         status, output, _, seconds = find("--format", "json", reply=two_cards)
         rows = json.loads(output)
@@ -146,6 +146,8 @@ class Searching(unittest.TestCase):
             output = subprocess.check_output([QIVEN, "find", "--fields", "name"], env=ENVIRONMENT, timeout=20)
         self.assertEqual(output.split(), [b"NAME", b"chatty", b"late"])
 
+
+class Selection(unittest.TestCase):
     def test_filters_and_sort(self):
         for options, names in {("--name", "b*"): "box", ("--name", "A*,B*", "--sort", "name"): "Attic box",
                                ("--model", "9"): "Attic", ("--type", "6"): "Attic", ("--service", "5"): "Attic",
@@ -175,6 +177,8 @@ class Searching(unittest.TestCase):
             subprocess.run([QIVEN, "find", "--timeout", "0.5"], env=ENVIRONMENT, check=False)
         self.assertEqual({sender[0] for sender in hosts.senders}, {"10.9.0.1", "10.9.8.1"})
 
+
+class Events(unittest.TestCase):
     def test_watch_reports_what_happens(self):
         def reply(number, _):
             return [answer(b"stays")] + ([answer(b"goes", x48=number)] if number < 3 else [])
