@@ -77,7 +77,7 @@ std::string Said(const Announcement &announcement) {
 }
 
 std::optional<Announcement> Load(const MemoryFile &file, std::vector<std::string> &errors) {
-    qiven::answer::Source source;
+    qiven::answer::ConfigSource source;
     source.path = file.Path();
     return qiven::answer::Load(source, errors);
 }

@@ -49,6 +49,7 @@ extern "C" {
 #define PKT_ID_PKT_TYPE 0x01        /**< ulPktType, must be in every packet */
 #define PKT_ID_HOST_NAME 0x11       /**< szHostName */
 #define PKT_ID_IP 0x12              /**< ulIP */
+#define PKT_ID_ADDR_13 0x13         /**< ulAddr13 */
 #define PKT_ID_HOST_IDENT 0x19      /**< szHostIdent */
 #define PKT_ID_LONG_TEXT 0x2A       /**< szLongText, first chunk */
 #define PKT_ID_MODEL 0x48           /**< ulModel */

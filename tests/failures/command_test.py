@@ -83,11 +83,11 @@ class Place:
 def is_truthful(status, report):
     """Whether a report of doctor names a check that it could not make, or a fault that prevents a search."""
     verdict, _, checks = report.partition("\n\n")
-    found = {line[:8].strip(): line[19:] for line in checks.splitlines()}
+    found = {line[:8].strip(): line[20:] for line in checks.splitlines()}
     if "fault" in found:
         # The interface has an address.
-        return status == 1 and found["fault"].lower() in verdict.lower() and "No IPv4 address" not in verdict
-    partly = verdict.startswith("Nothing wrong was seen, but not everything could be checked: ")
+        return status == 1 and found["fault"].lower() in verdict.lower() and "has no IPv4 address" not in verdict
+    partly = verdict.startswith("No fault was found, but not everything could be checked: ")
     return status == 3 and partly and found.get("skipped", "?") in verdict
 
 

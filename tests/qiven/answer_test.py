@@ -126,7 +126,7 @@ class Answer(Answering):
                  ("type = 1", "1: type: must be 2 or 6"), ("services_running = [128]", "1: services_running: "),
                  ("name = 'x'", " model: is missing"),
                  ("model = 1\n" + "".join(f"field_b{c} = [" + "'x'," * 32 + "]\n" for c in "cd"),
-                  " a packet carries 64 fields at most")]
+                  " too many fields: a packet carries at most 64")]
         for text, message in table:
             path = self.write(text, "bad.toml")
             done = subprocess.run([self.program, "answer", "--check-config", "--config", path], capture_output=True,
@@ -154,20 +154,20 @@ class Answer(Answering):
                  (lambda: self.write("x = [" + "1," * 32_000 + "]"), ":1: x: is not a key"),
                  (lambda: self.write("\n".join(f"x{i}=1" for i in range(7000))), ": 6980 more faults"),
                  (lambda: self.write("x = " + "[" * 60_000), ":1: "),
-                 (lambda: self.write(deep[:60_000]), ":1: tables are nested too deep"),
-                 (lambda: self.write("\n[" + deep[:60_000]), ":2: tables are nested too deep")]
+                 (lambda: self.write(deep[:60_000]), ":1: tables are nested too deeply"),
+                 (lambda: self.write("\n[" + deep[:60_000]), ":2: tables are nested too deeply")]
         # What looks like the end, or the inside, of a text or comment.
         for hidden in ('t={a="""x"""",', "a='\\'\n",
                        'a="\\""\n', "a=\'\'\'\'\'\'\'\'\n", 'a="""\\""""""\n', 'a="""\n"#"""#"""\n',
                        "''=1#'\n", '""=1\nb="#"\n'):
-            table.append((lambda text=hidden: self.write(text + deep[:60_000]), "tables are nested too deep"))
+            table.append((lambda text=hidden: self.write(text + deep[:60_000]), "tables are nested too deeply"))
         for make, message in table:
             if os.path.isdir(path):
                 os.rmdir(path)
             elif os.path.lexists(path):
                 os.unlink(path)
             make()
-            self.assertIn(b"kept the old one", self.reload())
+            self.assertIn(b"the previous one stays in use", self.reload())
             done = subprocess.run([self.program, "answer", "--config", path], capture_output=True, text=True,
                                   timeout=10, check=False)
             self.assertEqual((done.returncode, message in done.stderr), (4, True), (message, done.stderr[:500]))

@@ -10,7 +10,7 @@ import time
 QIVEN = ""
 SEALED = bytes.fromhex("12345566") + b"TAVO" + bytes(80)
 ANSWER = bytes.fromhex("12345678") + b"TAVO" + bytes.fromhex("010402000000a40400000000")
-CARD = """ip link add eth0 type veth peer name far0; ip link set far0 netns $HOST; ip address add 10.9.0.1/24 brd + dev eth0
+SEGMENT = """ip link add eth0 type veth peer name far0; ip link set far0 netns $HOST; ip address add 10.9.0.1/24 brd + dev eth0
 ip link set eth0 up; nsenter -t $HOST -n ip address add 10.9.0.2/24 brd + dev far0; nsenter -t $HOST -n ip link set far0 up
 until grep -q up /sys/class/net/eth0/operstate; do sleep .01; done"""
 NFT = "nft add table inet guard; nft 'add chain inet guard c { type filter hook %s priority 0; policy %s; }'; "
@@ -23,29 +23,29 @@ for _ in range(300): s.sendto(bytes.fromhex('%s'),('10.9.0.255',9999)); time.sle
 
 # name: set-up in the shell, Python that runs beside ("here" or on the "host"), status, cause, words of the verdict
 FAULTS = {
-    "healthy": (CARD, None, 0, None, ["may be off"]),
-    "a host answers": (CARD, ("host", SEND % ANSWER.hex()), 0, None, ["hosts answer"]),
-    "no card": ("", None, 1, "cards", ["no card", "loopback"]),
-    "card down": ("ip link add eth0 type veth peer name far0", None, 1, "cards", ["eth0", "down", "ip link set"]),
-    "no address": ("%s; ip address flush dev eth0" % CARD, None, 1, "cards", ["no IPv4 address", "eth0", "DHCP"]),
-    "no carrier": ("%s; nsenter -t $HOST -n ip link set far0 down" % CARD, None, 1, "cards", ["no carrier", "eth0", "cable"]),
-    "only bridges": (CARD.replace("eth0", "veth1") + "; ip link add docker0 type bridge; ip address add 172.17.0.1/16 dev docker0; "
-                     "ip link set docker0 up", None, 1, "cards", ["only container bridges", "docker0", "--all-interfaces"]),
-    "port held": (CARD, ("here", HOLD % 9999), 1, "port", ["9999", "process %d (python3"]),
-    "source port held": (CARD, ("here", HOLD % 1234), 1, "send", ["1234", "process %d (python3"]),
-    "output rule": (CARD + "; " + NFT % ("output", "accept") + "nft add rule inet guard c udp dport 9000-10000 counter drop", None,
+    "healthy": (SEGMENT, None, 0, None, ["may be off"]),
+    "a host answers": (SEGMENT, ("host", SEND % ANSWER.hex()), 0, None, ["hosts answer"]),
+    "no interface": ("", None, 1, "interfaces", ["no interface", "loopback"]),
+    "interface down": ("ip link add eth0 type veth peer name far0", None, 1, "interfaces", ["eth0", "down", "ip link set"]),
+    "no address": ("%s; ip address flush dev eth0" % SEGMENT, None, 1, "interfaces", ["no IPv4 address", "eth0", "DHCP"]),
+    "no carrier": ("%s; nsenter -t $HOST -n ip link set far0 down" % SEGMENT, None, 1, "interfaces", ["no carrier", "eth0", "cable"]),
+    "only bridges": (SEGMENT.replace("eth0", "veth1") + "; ip link add docker0 type bridge; ip address add 172.17.0.1/16 dev docker0; "
+                     "ip link set docker0 up", None, 1, "interfaces", ["only interfaces of containers", "docker0", "--all-interfaces"]),
+    "port held": (SEGMENT, ("here", HOLD % 9999), 1, "port", ["9999", "process %d (python3"]),
+    "source port held": (SEGMENT, ("here", HOLD % 1234), 1, "send", ["1234", "process %d (python3"]),
+    "output rule": (SEGMENT + "; " + NFT % ("output", "accept") + "nft add rule inet guard c udp dport 9000-10000 counter drop", None,
                     1, "firewall", ["refuses", "9000-10000", "chain inet guard c", "way out"]),
-    "input rule": (CARD + "; iptables -A INPUT -p udp --dport 9999 -j DROP", None, 1, "firewall", ["way in", "9999", "INPUT"]),
-    "older iptables": (CARD + "; iptables-legacy -A INPUT -p udp -m multiport --dports 1,9999 -j DROP", None, 1, "firewall",
+    "input rule": (SEGMENT + "; iptables -A INPUT -p udp --dport 9999 -j DROP", None, 1, "firewall", ["way in", "9999", "INPUT"]),
+    "older iptables": (SEGMENT + "; iptables-legacy -A INPUT -p udp -m multiport --dports 1,9999 -j DROP", None, 1, "firewall",
                        ["iptables chain INPUT", "--dports 1,9999"]),
-    "a log prefix, and a chain that nobody jumps to": (
-        CARD + "; iptables -N UNUSED; iptables -A UNUSED -p udp --dport 9999 -j DROP; iptables -N USED; "
+    "a log prefix, and a chain without a jump to it": (
+        SEGMENT + "; iptables -N UNUSED; iptables -A UNUSED -p udp --dport 9999 -j DROP; iptables -N USED; "
         "iptables -A INPUT -p udp --dport 9999 -j LOG --log-prefix DROP; iptables -A INPUT -p udp -j USED; "
         "iptables -A USED -p udp --dport 9000:9999 -j DROP", None, 1, "firewall", ["9000", " USED", "way in", "9999"]),
-    "input policy": (CARD + "; " + NFT % ("input", "drop") + "nft add rule inet guard c tcp dport 22 accept", None, 1, "firewall",
+    "input policy": (SEGMENT + "; " + NFT % ("input", "drop") + "nft add rule inet guard c tcp dport 22 accept", None, 1, "firewall",
                      ["policy", "chain inet guard c"]),
-    "junk": (CARD, ("host", SEND % "6a756e6b"), 1, "arrivals", ["do not decode", "10.9.0.2", "too short"]),
-    "sealed for others": (CARD, ("host", SEND % SEALED.hex()), 1, "arrivals", ["sealed", "somebody else", "10.9.0.2"]),
+    "junk": (SEGMENT, ("host", SEND % "6a756e6b"), 1, "arrivals", ["cannot be decoded", "10.9.0.2", "too short"]),
+    "sealed for others": (SEGMENT, ("host", SEND % SEALED.hex()), 1, "arrivals", ["sealed", "other searchers", "10.9.0.2"]),
 }
 
 

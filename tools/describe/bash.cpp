@@ -1,3 +1,4 @@
+// The completion for bash.
 #include <fmt/format.h>
 
 #include "command.h"
@@ -39,12 +40,12 @@ constexpr char kTail[] = R"(        esac
 complete -F _qiven qiven
 )";
 
-std::string Action(const Option &option) {
+std::string Action(const ShownOption &option) {
     switch (option.takes) {
         case Takes::kChoice:
             return fmt::format("words={}", Quote(fmt::format("{}", fmt::join(option.choices, " "))));
         case Takes::kInterface:
-            // compgen expands its words: a name is to stay one.
+            // compgen expands its words: a name must stay one word.
             return "words=$(builtin cd /sys/class/net && printf '%q ' *)";
         case Takes::kFile:
             return "compopt -o filenames 2>/dev/null; mapfile -t COMPREPLY < <(compgen -f -- \"$cur\"); "
@@ -57,7 +58,7 @@ std::string Action(const Option &option) {
 }
 
 void WriteValues(const Command &command) {
-    for (const Option &option : command.options)
+    for (const ShownOption &option : command.options)
         for (const std::string &name : option.names)
             if (option.takes != Takes::kNothing)
                 fmt::print("        {}) {} ;;\n", Quote(command.name + " " + name), Action(option));
@@ -65,7 +66,7 @@ void WriteValues(const Command &command) {
 
 void WriteNames(const std::vector<Command> &commands, const Command &command) {
     std::string words;
-    for (const Option &option : command.options)
+    for (const ShownOption &option : command.options)
         for (const std::string &name : option.names)
             words += (words.empty() ? "" : " ") + name;
     if (command.name.empty())

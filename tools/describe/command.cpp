@@ -28,15 +28,15 @@ std::vector<std::string> ChoicesOf(const std::string &type) {
     return Split(std::string_view(type).substr(iOpen + 1, type.find('}', iOpen) - iOpen - 1), ",");
 }
 
-Takes KindOf(const Option &option) {
+Takes KindOf(const ShownOption &option) {
     if (option.value.empty()) return Takes::kNothing;
     if (!option.choices.empty()) return Takes::kChoice;
     if (option.value == "FILE") return Takes::kFile;
     return option.value == "IF" ? Takes::kInterface : Takes::kText;
 }
 
-Option Describe(const CLI::Option &from) {
-    Option option;
+ShownOption Describe(const CLI::Option &from) {
+    ShownOption option;
     for (const std::string &name : from.get_snames())
         option.names.push_back("-" + name);
     for (const std::string &name : from.get_lnames())

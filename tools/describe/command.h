@@ -1,4 +1,4 @@
-// The command line as the writers of completions and manual pages need it.
+// The command line, for the writers of completions and manual pages.
 #pragma once
 
 #include <string>
@@ -7,12 +7,12 @@
 
 namespace qiven::describe {
 
-// What an option takes, as far as a shell can help with it.
+// The kind of value that an option takes, if a shell can complete it.
 enum class Takes { kNothing, kText, kFile, kInterface, kChoice };
 
-struct Option {
-    std::vector<std::string> names;  // "-v", "--verbose"; none when positional
-    std::string value;               // what help calls the value: "FILE"
+struct ShownOption {
+    std::vector<std::string> names;  // "-v", "--verbose"; empty if positional
+    std::string value;               // the name of the value in the help: "FILE"
     std::string help, group, standard;
     std::vector<std::string> choices;
     std::vector<std::string> excludes;
@@ -24,7 +24,7 @@ struct Option {
 struct Command {
     std::string name;  // empty for qiven itself
     std::string help;
-    std::vector<Option> options;
+    std::vector<ShownOption> options;
 };
 
 // The command itself first, then its subcommands.
@@ -38,8 +38,7 @@ std::string Quote(std::string_view text);
 void WriteBash(const std::vector<Command> &commands);
 void WriteZsh(const std::vector<Command> &commands);
 void WriteFish(const std::vector<Command> &commands);
-// Copies a page from standard input; "@OPTIONS@", "@FIELDS@" and "@COMMANDS@" stand for lists of
-// these.
+// Copies a page from standard input; "@OPTIONS@", "@FIELDS@" and "@COMMANDS@" are replaced by lists.
 void WriteManual(const std::vector<Command> &commands, const Command &command);
 
 }  // namespace qiven::describe

@@ -1,3 +1,4 @@
+// The completion for fish.
 #include <fmt/format.h>
 
 #include "command.h"
@@ -6,12 +7,12 @@ namespace qiven::describe {
 
 namespace {
 
-// fish knows backslash escapes for the quote and itself inside single quotes.
+// Inside single quotes, fish accepts a backslash before a quote or a backslash.
 std::string FishQuote(std::string_view text) {
     return "'" + Escape(text, "\\'") + "'";
 }
 
-std::string Action(const Option &option) {
+std::string Action(const ShownOption &option) {
     const std::string choices = fmt::format("{}", fmt::join(option.choices, " "));
     switch (option.takes) {
         case Takes::kChoice:
@@ -28,7 +29,7 @@ std::string Action(const Option &option) {
     return "";
 }
 
-void WriteOption(const Command &command, const Option &option) {
+void WriteOption(const Command &command, const ShownOption &option) {
     if (option.names.empty()) return;
     const std::string when =
         command.name.empty() ? "__fish_use_subcommand" : "__fish_seen_subcommand_from " + command.name;
@@ -47,7 +48,7 @@ void WriteFish(const std::vector<Command> &commands) {
         if (!command.name.empty())
             fmt::print("complete -c qiven -n __fish_use_subcommand -a {} -d {}\n", command.name,
                        FishQuote(command.help));
-        for (const Option &option : command.options)
+        for (const ShownOption &option : command.options)
             WriteOption(command, option);
     }
 }

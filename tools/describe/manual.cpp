@@ -1,3 +1,4 @@
+// Fills in the lists of a manual page.
 #include <fmt/format.h>
 
 #include <cstdio>
@@ -12,12 +13,12 @@ namespace {
 // Longer lists of choices have a section of their own.
 constexpr size_t kChoicesInline = 8;
 
-// The characters that scdoc reads as marks in running text.
+// Characters that are markup in scdoc.
 std::string Plain(std::string_view text) {
     return Escape(text, "\\*_");
 }
 
-std::string Term(const Option &option) {
+std::string Term(const ShownOption &option) {
     std::string term;
     for (const std::string &name : option.names)
         term += fmt::format("{}*{}*", term.empty() ? "" : ", ", name);
@@ -25,7 +26,7 @@ std::string Term(const Option &option) {
     return fmt::format("{}{}_{}_", term, term.empty() ? "" : " ", Plain(option.value));
 }
 
-void WriteOption(const Option &option) {
+void WriteOption(const ShownOption &option) {
     fmt::print("{}\n\t{}.", Term(option), Plain(option.help));
     if (option.choices.size() > kChoicesInline) {
         fmt::print(" The names are those of FIELDS, below.");
@@ -41,9 +42,9 @@ void WriteOption(const Option &option) {
 
 void WriteOptions(const Command &command) {
     std::string group = "Options";
-    for (const Option &option : command.options)
+    for (const ShownOption &option : command.options)
         if (option.group == group) WriteOption(option);
-    for (const Option &option : command.options) {
+    for (const ShownOption &option : command.options) {
         if (option.group == "Options") continue;
         if (option.group != group) fmt::print("## {}\n\n", option.group);
         group = option.group;
@@ -52,7 +53,7 @@ void WriteOptions(const Command &command) {
 }
 
 void WriteFields(const Command &command) {
-    for (const Option &option : command.options) {
+    for (const ShownOption &option : command.options) {
         if (option.choices.size() <= kChoicesInline) continue;
         fmt::print("{}\n", Plain(fmt::format("{}", fmt::join(option.choices, ", "))));
         return;

@@ -1,3 +1,4 @@
+// The completion for zsh.
 #include <fmt/format.h>
 
 #include "command.h"
@@ -23,7 +24,7 @@ constexpr char kCase[] = R"(        )
     case $words[1] in
 )";
 
-std::string Action(const Option &option) {
+std::string Action(const ShownOption &option) {
     const std::string choices = fmt::format("{}", fmt::join(option.choices, " "));
     switch (option.takes) {
         case Takes::kChoice:
@@ -40,7 +41,7 @@ std::string Action(const Option &option) {
     return " ";
 }
 
-std::string Spec(const Option &option, const std::string &name) {
+std::string Spec(const ShownOption &option, const std::string &name) {
     const std::string value = option.value + ":" + Action(option);
     if (name.empty()) return "'*:" + value + "'";
     const bool blLong = name.starts_with("--");
@@ -50,7 +51,7 @@ std::string Spec(const Option &option, const std::string &name) {
 }
 
 void WriteArguments(const Command &command) {
-    for (const Option &option : command.options) {
+    for (const ShownOption &option : command.options) {
         for (const std::string &name : option.names)
             fmt::print("        {} \\\n", Spec(option, name));
         if (option.names.empty()) fmt::print("        {} \\\n", Spec(option, ""));

@@ -1,4 +1,4 @@
-// Fills the template of Wireshark's dissector with the library's field table, so that the two cannot drift.
+// Fills the template of Wireshark's dissector with the library's field table, so that both always agree.
 // Usage: make-dissector TEMPLATE OUTPUT
 #include <qiven/keys.h>
 #include <qiven/packet.h>
@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kMarker[] = "-- @TABLES@\n";
 
-// What the dissector does with the values of an identifier.
+// How the dissector shows the values of an identifier.
 const char *KindOf(const QIVEN_FIELD_ATTRIB &attrib) {
     if (attrib.ulPktId == PKT_ID_CONTINUATION) return "continuation";
     if (attrib.ulType == FIELD_NONE) return "none";

@@ -55,7 +55,7 @@ size_t Random(size_t nBound) {
 }
 
 // Whether 12 signed bits hold the products with column j for all byte values: the largest has 255 where the
-// entry is positive and 0 elsewhere, the smallest the other way round.
+// entry is positive and 0 elsewhere, the smallest vice versa.
 bool ColumnFits(const Matrix &key, size_t j) {
     int iLargest = 0;
     int iSmallest = 0;
@@ -107,8 +107,8 @@ void Step(KeyData &data, size_t iFrom, size_t iTo, int iSign) {
         data.inverse[iFrom][j] -= iSign * data.inverse[iTo][j];
 }
 
-// A random walk over the integer matrices with an integer inverse, from the identity on, that takes back
-// every step out of bounds. It goes on past nSteps until both matrices are dense.
+// A random walk from the identity over the integer matrices with an integer inverse, which undoes every step
+// out of bounds. It continues after nSteps until both matrices are dense.
 void DrawMatrices(KeyData &data) {
     constexpr int nStepsMax = 1000 * nSteps;
     for (size_t i = 0; i < n; i++)

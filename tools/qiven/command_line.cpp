@@ -1,4 +1,4 @@
-// The parser of the command line, which takes the declarations of options.h.
+// Builds the parser from the declarations of the subcommands, and runs the chosen one.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iterator>
@@ -64,7 +64,7 @@ void Add(CLI::App &app, const Option &option) {
     AddChecks(*pAdded, option);
     if (*option.szValue != '\0') pAdded->type_name(option.szValue);
     if (*option.szGroup != '\0') pAdded->group(option.szGroup);
-    // Not get_option(), which may not run out of memory.
+    // Not get_option(), which terminates the program if it runs out of memory.
     for (CLI::Option *pOther : app.get_options())
         if (pOther->get_name() == option.szExcludes) pAdded->excludes(pOther);
     if (option.blCommas) pAdded->delimiter(',')->allow_extra_args(false);
@@ -99,7 +99,7 @@ int RunCommandLine(int argc, char **argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
+        return app.exit(error) == 0 ? exit_status::kDone : exit_status::kUsage;
     }
     return run();
 }

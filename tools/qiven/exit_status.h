@@ -1,13 +1,17 @@
-// Exit statuses of every subcommand; the man pages promise them.
+// Exit statuses of every subcommand, as the manual pages list them.
 #pragma once
 
-namespace qiven {
+namespace qiven::exit_status {
 
 constexpr int kDone = 0;
-constexpr int kNothing = 1;        // nothing found, or fewer than expected
-constexpr int kUsage = 2;          // the command line was wrong
-constexpr int kNetwork = 3;        // network, permission or output failed
-constexpr int kConfig = 4;         // bad configuration
-constexpr int kInterrupted = 130;  // what a shell reports for Ctrl-C
+constexpr int kNotFound = 1;  // nothing or too little was found, or a fault by decode and doctor
+constexpr int kUsage = 2;     // the command line or the digits to decode are wrong
+constexpr int kFailed = 3;    // the network, a permission, or reading or writing failed
+constexpr int kBadConfiguration = 4;
 
-}  // namespace qiven
+// What a shell reports for a process that a signal has ended, as Ctrl-C does.
+constexpr int AfterSignal(int iSignal) {
+    return 128 + iSignal;
+}
+
+}  // namespace qiven::exit_status

@@ -12,12 +12,12 @@ namespace qiven::fields {
 
 namespace {
 
-struct Name {
+struct SlotName {
     size_t uOffset;
     const char *szName;
 };
 
-constexpr Name kNames[] = {
+constexpr SlotName kNames[] = {
     {offsetof(nasinfo, ulPktType), "type"},
     {offsetof(nasinfo, szHostName), "name"},
     {offsetof(nasinfo, szHostIdent), "ident"},
@@ -35,7 +35,7 @@ constexpr Name kNames[] = {
     {offsetof(nasinfo, ulPeerProcessID), "peer_process_id"},
 };
 
-// Addresses are the 32-bit numbers that travel in network order.
+// Numbers of 32 bits that are sent in network order are addresses.
 Kind KindOf(const QIVEN_FIELD_ATTRIB &attrib) {
     if (attrib.ulType == FIELD_STRING) return Kind::kText;
     if (attrib.ulType == FIELD_ARRAY) return Kind::kList;
@@ -43,7 +43,7 @@ Kind KindOf(const QIVEN_FIELD_ATTRIB &attrib) {
 }
 
 std::string MakeName(const QIVEN_FIELD_ATTRIB &attrib) {
-    for (const Name &name : kNames)
+    for (const SlotName &name : kNames)
         if (name.uOffset == attrib.ulOffset) return name.szName;
     const char *szPrefix = KindOf(attrib) == Kind::kAddress ? "address" : "field";
     return fmt::format("{}_{:02x}", szPrefix, attrib.ulPktId);
@@ -119,9 +119,9 @@ std::string NameOfId(uint32_t ulPktId) {
 }
 
 size_t TextLimit(const Field &field) {
-    // The long text travels in chunks; its slot has a few bytes more than a reader fills.
-    constexpr size_t kLongText = 1535;
-    constexpr size_t kOneField = 255;
+    // The long text is sent in chunks, and a reader does not fill the last bytes of its slot.
+    constexpr size_t kLongText = QIVEN_LONG_TEXT_SIZE - 1;
+    constexpr size_t kOneField = UINT8_MAX;  // the length is one byte
     const bool blLong =
         std::find(field.ids.begin(), field.ids.end(), uint32_t{PKT_ID_LONG_TEXT}) != field.ids.end();
     return std::min<size_t>(field.cbField - 1, blLong ? kLongText : kOneField);
@@ -198,6 +198,14 @@ bool SetList(nasinfo &record, const Field &field, const std::vector<std::string>
     for (size_t i = 0; i < list.size(); ++i)
         WriteText(Slot(record, field) + i * field.cbField, field.cbField, list[i]);
     return true;
+}
+
+bool IsAnswer(const nasinfo &record) {
+    return record.ulPktType == QIVEN_PKT_ANSWER || record.ulPktType == QIVEN_PKT_ANSWER_INST;
+}
+
+std::string MacText(const unsigned char (&rgMac)[6]) {
+    return fmt::format("{:02x}", fmt::join(rgMac, ":"));
 }
 
 std::string Dotted(uint32_t ulAddress) {

@@ -1,7 +1,7 @@
-// The fields of a host record under names for people: in JSON, on the command line, in configuration files.
+// The fields of a host record by name: in JSON, on the command line, in configuration files.
 //
-// The list is made from the library's field table, so none can be forgotten. Names never change: they are
-// part of the documented output. A field without a known meaning is called after its identifier
+// The list is generated from the library's field table, so it is complete. Names never change, because they
+// are part of the documented output. A field without a known meaning is named after its identifier
 // ("field_4a", "address_13").
 #pragma once
 
@@ -26,29 +26,35 @@ struct Field {
     std::vector<uint32_t> ids;  // packet identifiers that carry the slot, ascending
 };
 
-// Every slot that packets carry, ordered by its first identifier.
+// Every slot that a packet can fill, ordered by its first identifier.
 const std::vector<Field> &All();
 const Field *ByName(std::string_view name);
 const Field *ById(uint32_t ulPktId);  // null for identifiers without a slot and unknown ones
 
-// Name of any identifier: of the slot that it fills, or "field_xx".
+// Name of the slot that an identifier fills, or "field_xx".
 std::string NameOfId(uint32_t ulPktId);
 
 // Longest text (or list element) that the slot holds and one packet field carries.
 size_t TextLimit(const Field &field);
 
-// Access. Each wants a field of its kind; a number is in host byte order, an address is dotted text.
+// Read a field of the right kind. A number is in host byte order, an address is dotted text.
 std::string Text(const nasinfo &record, const Field &field);
 uint64_t Number(const nasinfo &record, const Field &field);
 std::string Address(const nasinfo &record, const Field &field);
 std::vector<std::string> List(const nasinfo &record, const Field &field);  // up to the last non-empty element
 bool HasValue(const nasinfo &record, const Field &field);                  // neither empty nor 0
 
-// Storing; false, with the record unchanged, when the value does not fit the slot (or is no address).
+// Store a value; false, with the record unchanged, if it does not fit the slot or is not an address.
 bool SetText(nasinfo &record, const Field &field, std::string_view text);
 bool SetNumber(nasinfo &record, const Field &field, uint64_t ullValue);
 bool SetAddress(nasinfo &record, const Field &field, const std::string &address);
 bool SetList(nasinfo &record, const Field &field, const std::vector<std::string> &list);
+
+// Whether the record is that of an answer, not of a query.
+bool IsAnswer(const nasinfo &record);
+
+// "02:00:00:00:00:01"
+std::string MacText(const unsigned char (&rgMac)[6]);
 
 // An address in network byte order as dotted text, and back.
 std::string Dotted(uint32_t ulAddress);

@@ -1,5 +1,4 @@
-// The formatting library. What it leaves to each file that includes its header is compiled once
-// (format_library.cpp).
+// The formatting library. The function that its header would compile into each file is in format_library.cpp.
 #pragma once
 
 #include <fmt/format.h>

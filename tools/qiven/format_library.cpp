@@ -1,12 +1,12 @@
-// The formatting library's own code, compiled once. Its headers alone would be compiled again into every file
-// that formats something, which takes longer than the rest of the command; Debian's shared library would be
-// loaded, with the C++ runtime, by every run.
+// The code of the formatting library, compiled once. As a header-only library it would be compiled again for
+// every file, which takes longer than the rest of the command; as a shared library it would be loaded, with
+// the C++ runtime, in every run.
 #include <fmt/format-inl.h>
 
 FMT_BEGIN_NAMESPACE
 namespace detail {
 
-// What its headers declare and leave to this file.
+// Declared in its headers, and defined here.
 template auto dragonbox::to_decimal(float x) noexcept -> dragonbox::decimal_fp<float>;
 template auto dragonbox::to_decimal(double x) noexcept -> dragonbox::decimal_fp<double>;
 template locale_ref::locale_ref(const std::locale &loc);

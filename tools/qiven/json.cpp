@@ -14,8 +14,10 @@ struct Tree {
 
 namespace {
 
-// The library destroys what contains something with memory that it allocates for that, and may not fail to.
-// Only the command makes these trees: they are a few levels deep.
+constexpr uint64_t kSchema = 1;
+
+// The destructor of the library allocates memory for nested values, and cannot report a failure, so they are
+// removed first. The trees of the command are only a few levels deep.
 void Empty(ordered_json &value) {  // NOLINT(misc-no-recursion)
     if (value.is_structured())
         for (ordered_json &child : value)
@@ -32,6 +34,12 @@ void Deleter::operator()(Tree *pTree) const {
 
 Node Object() {
     return Node(new Tree{ordered_json::object()});
+}
+
+Node Document() {
+    Node object = Object();
+    Set(object, "schema", kSchema);
+    return object;
 }
 
 Node Array() {

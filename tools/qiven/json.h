@@ -1,5 +1,4 @@
-// JSON under construction. Only json.cpp sees the library's headers, which take the compiler seconds in each
-// file.
+// Builds JSON. Only json.cpp includes the library's headers, which take seconds to compile.
 #pragma once
 
 #include <memory>
@@ -16,17 +15,19 @@ struct Deleter {
 using Node = std::unique_ptr<Tree, Deleter>;
 
 Node Object();
+// An object of the documented output: its first member is the version of the schema.
+Node Document();
 Node Array();
 
-// Adds a member, or gives the one of that name another value. A column's value without anything is null.
+// Adds or replaces a member. An empty value becomes null.
 void Set(const Node &object, const std::string &name, const output::Value &value);
 void Set(const Node &object, const std::string &name, Node value);
 void Append(const Node &array, Node value);
 
 bool IsEmpty(const Node &node);
 
-// The text, pure ASCII so that it is as safe on a terminal as a table; bytes that are no UTF-8 become U+FFFD.
-// In one line, or with so many spaces for each level.
+// The text, pure ASCII so that it is safe on a terminal; bytes that are not UTF-8 become U+FFFD. In one line,
+// or indented by nIndent spaces for each level.
 std::string Text(const Node &node, int nIndent = -1);
 
 }  // namespace qiven::json

@@ -1,3 +1,4 @@
+// Starts the command: standard descriptors, locale, and the last exception.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -14,12 +15,14 @@
 
 namespace {
 
-// A closed standard descriptor would be handed to the next socket, and output would go out by it. Reading
-// ends of /dev/null keep the place, and a write to them fails as it should.
+using namespace qiven::exit_status;
+
+// If a standard descriptor were closed, the next socket would get its number, and output would be sent over
+// the network. /dev/null, opened for reading, takes the number, and a write to it fails.
 bool HoldStandardDescriptors() {
     for (int fd = 0; fd <= 2; ++fd) {
         if (fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
-        // cppcheck-suppress leakReturnValNotUsed ; it is to stay open
+        // cppcheck-suppress leakReturnValNotUsed ; it stays open
         if (open("/dev/null", O_RDONLY) != fd) return false;
     }
     return true;
@@ -27,10 +30,10 @@ bool HoldStandardDescriptors() {
 
 int Finish(int iStatus) {
     if (fflush(stdout) == 0 && ferror(stdout) == 0) return iStatus;
-    // A status that says more than "done" has had its message already.
-    if (iStatus == qiven::kDone || iStatus == qiven::kNothing) {
+    // With any other status, a failure has already been reported.
+    if (iStatus == kDone || iStatus == kNotFound) {
         qiven::messages::Say(std::string("cannot write to standard output: ") + strerror(errno));
-        return qiven::kNetwork;
+        return kFailed;
     }
     return iStatus;
 }
@@ -38,12 +41,12 @@ int Finish(int iStatus) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (!HoldStandardDescriptors()) return qiven::kNetwork;
+    if (!HoldStandardDescriptors()) return kFailed;
     setlocale(LC_CTYPE, "");
     try {
         return Finish(qiven::RunCommandLine(argc, argv));
     } catch (const std::exception &error) {
         qiven::messages::Say(error.what());
-        return qiven::kNetwork;
+        return kFailed;
     }
 }

@@ -25,27 +25,27 @@ namespace {
 constexpr size_t kLongest = 1000;
 static_assert(4 * kLongest + 80 < PIPE_BUF);
 
-// The way to standard error.
+// Standard error, or another descriptor of the same pipe or terminal.
 struct Sink {
     int fd = STDERR_FILENO;
     bool blWaits = true;
-    std::array<char, PIPE_BUF> rgcRest;  // of a line that went out in part
+    std::array<char, PIPE_BUF> rgcRest;  // of a line that was written in part
     size_t cbRest = 0;
     uint64_t nLost = 0;
 };
 Sink sink;
 
-// What the library said.
-struct Library {
+// The messages of the library.
+struct LibraryMessages {
     bool blVerbose = false;
     std::string last;
     rate_limit::Bucket shown{20, 5};
     uint64_t nHeldBack = 0;
 };
-Library library;
+LibraryMessages library;
 
-// Signals that a write sends to its own process: the reader of a pipe has gone, a file is as long as it may
-// become, a terminal does not want output from the background. The error says the same.
+// Blocks the signals that a write can cause: the pipe has no reader, the file has reached its size limit, the
+// terminal refuses output from the background. The error of the write gives the same information.
 struct SignalsHeld {
     sigset_t held, before, pending;
 
@@ -83,7 +83,7 @@ ssize_t WriteOnce(std::string_view bytes) {
     return write(sink.fd, bytes.data(), bytes.size());
 }
 
-// Writes as much as is taken, and cuts that off the front.
+// Writes as much as possible, and removes it from the front.
 void WriteAll(std::string_view &bytes) {
     const SignalsHeld held;
     while (!bytes.empty()) {
@@ -100,7 +100,7 @@ void WriteAll(std::string_view &bytes) {
     }
 }
 
-// False when nothing of it went out. What is missing at its end goes before the next line.
+// False if nothing was written. If only a part was written, the rest precedes the next line.
 bool Deliver(std::string_view line) {
     std::string_view rest(sink.rgcRest.data(), sink.cbRest);
     if (!rest.empty()) WriteAll(rest);
@@ -129,7 +129,7 @@ void ShowLibrary(std::string_view message) {
     library.nHeldBack = 0;
 }
 
-// The library must not see an exception; a message lost for lack of memory is no loss then.
+// An exception must not pass through the library. If memory runs out, the message is dropped.
 int Receive(const char *szMessage) {
     try {
         std::string message = std::string(szMessage, strnlen(szMessage, kLongest / 2));
@@ -161,16 +161,16 @@ void Show(std::string_view bytes) noexcept {
     Deliver(bytes);
 }
 
-// A descriptor of our own need not wait, whatever the shared one does. Only pipes and terminals have readers
-// and can be opened again; a file must not be, because the place to write at belongs to its descriptor.
+// Opens standard error again, without waiting, for this process only. This is possible for pipes and
+// terminals; a file must not be opened again, because its position belongs to the descriptor.
 NeverWait::NeverWait() noexcept {
     struct stat standardError {};
     if (fstat(STDERR_FILENO, &standardError) != 0) standardError.st_mode = 0;
     sink.blWaits = false;
     if (!S_ISFIFO(standardError.st_mode) && isatty(STDERR_FILENO) != 1) return;
     const int fd = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    // Where that is refused, as by a terminal of another user, or is not possible, as with a socket, each
-    // write is preceded by the question whether it would wait.
+    // If that fails, as for a terminal of another user or for a socket, each write first checks whether it
+    // would wait.
     if (fd >= 0) sink.fd = fd;
 }
 

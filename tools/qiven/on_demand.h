@@ -1,15 +1,15 @@
-// Functions of libraries that few runs need. Loading such a library with the program, and all that it needs
-// itself, would take every run longer than finding the hosts of a segment.
+// Loads libraries that few runs need. Loading them in every run, with their own dependencies, would take
+// longer than a search.
 #pragma once
 
 #include <initializer_list>
 
 namespace qiven::on_demand {
 
-// The library of the first name that can be loaded, which stays; nullptr when there is none.
+// Loads the first of the named libraries that exists, for the rest of the run; nullptr if there is none.
 void *Library(std::initializer_list<const char *> names);
 
-// nullptr when there is no such function, or no library.
+// nullptr if there is no such function, or no library.
 void *Symbol(void *pLibrary, const char *szName);
 
 template <typename Function>

@@ -2,21 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <poll.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <charconv>
-#include <climits>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
 #include <map>
 #include <string_view>
-#include <system_error>
 #include <type_traits>
 
 #include "json.h"
@@ -30,7 +20,7 @@ using Numbers = std::vector<uint64_t>;
 using Texts = std::vector<std::string>;
 
 constexpr size_t kGap = 2;        // columns between two cells
-constexpr size_t kNarrowest = 6;  // a text column is not made narrower than this before others are dropped
+constexpr size_t kNarrowest = 6;  // a column is not made narrower than this; columns are dropped instead
 
 bool IsEmpty(const Value &value) {
     return std::holds_alternative<std::monostate>(value);
@@ -60,7 +50,7 @@ std::string TerminalCell(const Value &value) {
     return CellText(value, !text::IsUtf8Locale());
 }
 
-// The exact bytes of a value that JSON cannot carry; nothing if it can.
+// The exact bytes of a value that JSON cannot represent; empty if it can.
 Value RawBytes(const Value &value) {
     if (const auto *pText = std::get_if<std::string>(&value)) {
         if (text::IsUtf8(*pText)) return {};
@@ -74,9 +64,8 @@ Value RawBytes(const Value &value) {
 }
 
 std::string Object(const Writer &writer, const Row &row) {
-    const json::Node object = json::Object();
+    const json::Node object = json::Document();
     json::Node raw = json::Object();
-    if (writer.schema) json::Set(object, "schema", *writer.schema);
     for (size_t i = 0; i < writer.columns.size(); ++i) {
         if (IsEmpty(row[i])) continue;
         const std::string &name = writer.columns[i].name;
@@ -115,7 +104,7 @@ size_t TotalWidth(const std::vector<size_t> &widths) {
     return uTotal;
 }
 
-// Makes the widest columns narrower until the table fits, and drops the last ones when that is not enough.
+// Makes the widest columns narrower until the table fits, and drops the last ones if that is not enough.
 void FitWidths(std::vector<size_t> &widths, size_t uTerminal) {
     if (uTerminal == 0) return;
     while (TotalWidth(widths) > uTerminal) {
@@ -131,7 +120,7 @@ void FitWidths(std::vector<size_t> &widths, size_t uTerminal) {
 }
 
 std::string TableLine(const Writer &writer, const std::vector<std::string> &cells) {
-    const bool blCut = TerminalWidth(STDOUT_FILENO) > 0;
+    const bool blCut = terminal::Width(STDOUT_FILENO) > 0;
     std::string line;
     for (size_t i = 0; i < writer.widths.size(); ++i) {
         const std::string cell = blCut ? text::Cut(cells[i], writer.widths[i]) : cells[i];
@@ -157,9 +146,9 @@ std::string BeginTable(Writer &writer) {
         titles.push_back(Upper(writer.columns[i].name));
         writer.widths[i] = std::max({writer.widths[i], writer.columns[i].uWidth, titles[i].size()});
     }
-    FitWidths(writer.widths, TerminalWidth(STDOUT_FILENO));
+    FitWidths(writer.widths, terminal::Width(STDOUT_FILENO));
     const std::string line = TableLine(writer, titles);
-    return UseColour(writer.colour, STDOUT_FILENO) ? "\033[1m" + line + "\033[0m\n" : line + "\n";
+    return terminal::UseColour(writer.colour, STDOUT_FILENO) ? "\033[1m" + line + "\033[0m\n" : line + "\n";
 }
 
 std::string TableRow(Writer &writer, const Row &row) {
@@ -176,8 +165,8 @@ std::string PlainRow(const Writer &writer, const Row &row) {
 }
 
 std::string CsvRow(const Row &row) {
-    // A file is UTF-8, wherever it is read; a terminal takes bytes of letters for control codes when it does
-    // not expect UTF-8.
+    // A file is always UTF-8. A terminal that does not expect UTF-8 takes some of its bytes for
+    // control codes.
     const bool blAscii = isatty(STDOUT_FILENO) == 1 && !text::IsUtf8Locale();
     std::vector<std::string> cells;
     for (const Value &value : row)
@@ -202,35 +191,26 @@ std::string RowText(Writer &writer, const Row &row) {
 }
 
 void Put(Writer &writer, const std::string &text) {
-    if (writer.blLater)
-        writer.unsent += text;
+    if (writer.blQueued)
+        writer.queue.text += text;
     else
-        Write(text);
-}
-
-// What an administrator or another process can put right while this one goes on.
-bool CanPass(int iError) {
-    constexpr std::array kPassing = {EINTR, EAGAIN, ENOSPC, EDQUOT, EFBIG, EIO, ENOMEM, ENOBUFS};
-    return std::find(kPassing.begin(), kPassing.end(), iError) != kPassing.end();
-}
-
-[[noreturn]] void ThrowWriteError(int iError) {
-    throw std::system_error(iError, std::generic_category(), "cannot write to standard output");
+        standard_output::Write(text);
 }
 
 }  // namespace
 
-std::vector<command_line::Option> Declare(Format &format, Colour &colour) {
+std::vector<command_line::Option> Declare(Format &format, terminal::Colour &colour) {
     static const std::map<std::string, Format> formats = {{"table", Format::kTable},
                                                           {"plain", Format::kPlain},
                                                           {"json", Format::kJson},
                                                           {"ndjson", Format::kNdjson},
                                                           {"csv", Format::kCsv}};
-    static const std::map<std::string, Colour> colours = {
-        {"auto", Colour::kAuto}, {"always", Colour::kAlways}, {"never", Colour::kNever}};
+    static const std::map<std::string, terminal::Colour> colours = {{"auto", terminal::Colour::kAuto},
+                                                                    {"always", terminal::Colour::kAlways},
+                                                                    {"never", terminal::Colour::kNever}};
     return {{.szNames = "--format",
              .target = [&format](const std::string &name) { format = formats.at(name); },
-             .help = "How to write the results",
+             .help = "Output format",
              .szValue = "FORMAT",
              .choices = {"table", "plain", "json", "ndjson", "csv"}},
             {.szNames = "--color",
@@ -266,69 +246,6 @@ void WriteRow(Writer &writer, const Row &row) {
 
 void End(Writer &writer) {
     if (writer.format == Format::kJson) Put(writer, writer.nRows == 0 ? "]\n" : "\n]\n");
-}
-
-bool Send(Writer &writer) {
-    // A pipe that takes anything takes this much without waiting.
-    constexpr size_t kPiece = PIPE_BUF;
-    writer.iError = 0;
-    while (writer.cbSent < writer.unsent.size()) {
-        const std::string_view left = std::string_view(writer.unsent).substr(writer.cbSent, kPiece);
-        pollfd writable{STDOUT_FILENO, POLLOUT, 0};
-        if (poll(&writable, 1, 0) < 1) return false;
-        const ssize_t cbWritten = write(STDOUT_FILENO, left.data(), left.size());
-        if (cbWritten < 0 && !CanPass(errno)) ThrowWriteError(errno);
-        if (cbWritten < 0) {
-            writer.iError = errno == EINTR || errno == EAGAIN ? 0 : errno;
-            return false;
-        }
-        writer.cbSent += static_cast<size_t>(cbWritten);
-    }
-    writer.unsent.clear();
-    writer.cbSent = 0;
-    return true;
-}
-
-// Not through stdio: a signal in a slow write would cost it data.
-void Write(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t cbWritten = write(STDOUT_FILENO, text.data(), text.size());
-        if (cbWritten >= 0) {
-            text.remove_prefix(static_cast<size_t>(cbWritten));
-        } else if (errno == EAGAIN) {
-            pollfd writable{STDOUT_FILENO, POLLOUT, 0};
-            poll(&writable, 1, -1);
-        } else if (errno != EINTR) {
-            ThrowWriteError(errno);
-        }
-    }
-}
-
-void EndWithoutReader() {
-    pollfd state{STDOUT_FILENO, 0, 0};
-    if (poll(&state, 1, 0) != 1 || (state.revents & POLLERR) == 0) return;
-    raise(SIGPIPE);
-    ThrowWriteError(EPIPE);
-}
-
-size_t TerminalWidth(int fd) {
-    const char *szColumns = getenv("COLUMNS");
-    if (szColumns != nullptr) {
-        size_t uColumns = 0;
-        const char *szEnd = szColumns + strlen(szColumns);
-        const auto [pStop, error] = std::from_chars(szColumns, szEnd, uColumns);
-        if (error == std::errc() && pStop == szEnd && uColumns > 0) return uColumns;
-    }
-    winsize size{};
-    return isatty(fd) == 1 && ioctl(fd, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
-}
-
-bool UseColour(Colour colour, int fd) {
-    if (colour != Colour::kAuto) return colour == Colour::kAlways;
-    const char *szNoColor = getenv("NO_COLOR");
-    const char *szTerm = getenv("TERM");
-    const bool blUnwanted = szNoColor != nullptr && *szNoColor != '\0';
-    return !blUnwanted && isatty(fd) == 1 && szTerm != nullptr && strcmp(szTerm, "dumb") != 0;
 }
 
 }  // namespace qiven::output

@@ -12,14 +12,10 @@ namespace qiven::packet_walk {
 namespace {
 
 constexpr size_t kHeaderSize = sizeof stQIVENHeader;
-// Bytes of the long text that continuation chunks may fill, NUL included.
-constexpr size_t kLongTextCapacity = 1536;
-constexpr uint32_t kBasicMask = 0x03;
-constexpr uint32_t kNetSettingMask = 0x1C;
 
 using Bytes = std::span<const unsigned char>;
 
-struct State {
+struct WalkState {
     Bytes rgbPacket;
     size_t cbAt = kHeaderSize;
     uint32_t ulPresent = 0;
@@ -44,12 +40,12 @@ size_t TextLength(Bytes rgbValue) {
     return static_cast<size_t>(std::find(rgbValue.begin(), rgbValue.end(), 0) - rgbValue.begin());
 }
 
-std::string CheckText(const State &state, const PacketField &field) {
+std::string CheckText(const WalkState &state, const PacketField &field) {
     const size_t cbValue = field.rgbValue.size();
     if (field.bPktId == PKT_ID_CONTINUATION) {
-        if (cbValue == 0 || state.cbLongText + cbValue < kLongTextCapacity) return {};
+        if (cbValue == 0 || state.cbLongText + cbValue < QIVEN_LONG_TEXT_SIZE) return {};
         return fmt::format("continuation brings the long text to {} bytes, at most {} fit",
-                           state.cbLongText + cbValue, kLongTextCapacity - 1);
+                           state.cbLongText + cbValue, QIVEN_LONG_TEXT_SIZE - 1);
     }
     if (field.iElement >= QIVEN_ARRAY_MAX) {
         return fmt::format("{} elements of array 0x{:02X} in a row, at most {} fit", field.iElement + 1,
@@ -60,8 +56,8 @@ std::string CheckText(const State &state, const PacketField &field) {
                        field.pAttrib->cbField - 1);
 }
 
-// What is wrong with the value of a field that the reader does not skip.
-std::string CheckValue(const State &state, const PacketField &field) {
+// Why the reader refuses the value of a field that it does not skip; empty if it does not.
+std::string CheckValue(const WalkState &state, const PacketField &field) {
     if (field.iLength < 0)
         return fmt::format("packet ends after identifier 0x{:02X}, before its length", field.bPktId);
     if (static_cast<size_t>(field.iLength) > field.rgbValue.size()) {
@@ -75,7 +71,7 @@ std::string CheckValue(const State &state, const PacketField &field) {
 }
 
 // Remembers what later fields and the last checks depend on.
-void Keep(State &state, const PacketField &field) {
+void Keep(WalkState &state, const PacketField &field) {
     const size_t cbText = TextLength(field.rgbValue);
     if (field.bPktId == PKT_ID_CONTINUATION) {
         state.cbLongText += cbText;
@@ -83,14 +79,14 @@ void Keep(State &state, const PacketField &field) {
     }
     state.ulPresent |= field.pAttrib->ulBasicMask;
     if (field.rgbValue.empty()) return;
-    if (field.bPktId == 0x01) {
+    if (field.bPktId == PKT_ID_PKT_TYPE) {
         memcpy(&state.ulPktType, field.rgbValue.data(), sizeof state.ulPktType);
         state.ulPktType = QIVENSocketLEtoHl(state.ulPktType);
     }
     if (field.pAttrib->ulOffset == offsetof(nasinfo, szLongText)) state.cbLongText = cbText;
 }
 
-int NextElement(State &state, const PacketField &field) {
+int NextElement(WalkState &state, const PacketField &field) {
     if (IsSkipped(field) || field.bPktId == PKT_ID_CONTINUATION) return -1;
     const bool blArray = field.pAttrib->ulType == FIELD_ARRAY;
     state.iElement = blArray && state.ulArrayRun == field.bPktId ? state.iElement + 1 : 0;
@@ -98,7 +94,7 @@ int NextElement(State &state, const PacketField &field) {
     return blArray ? state.iElement : -1;
 }
 
-PacketField TakeField(State &state) {
+PacketField TakeField(WalkState &state) {
     const Bytes rgbLeft = state.rgbPacket.subspan(state.cbAt);
     PacketField field{state.cbAt, rgbLeft[0], FindField(rgbLeft[0]), -1, {}, -1, {}};
     if (rgbLeft.size() > 1) {
@@ -109,8 +105,8 @@ PacketField TakeField(State &state) {
     return field;
 }
 
-// Judges a field that the reader skips; it stumbles over a missing length byte only.
-void CheckSkipped(State &state, PacketField &field) {
+// Checks a field that the reader skips: it refuses only a missing length byte.
+void CheckSkipped(WalkState &state, PacketField &field) {
     if (field.iLength < 0) {
         field.problem =
             fmt::format("packet ends after unknown identifier 0x{:02X}, before its length", field.bPktId);
@@ -122,7 +118,7 @@ void CheckSkipped(State &state, PacketField &field) {
     }
 }
 
-void WalkFields(State &state) {
+void WalkFields(WalkState &state) {
     while (state.cbAt < state.rgbPacket.size()) {
         PacketField field = TakeField(state);
         if (IsSkipped(field)) {
@@ -151,11 +147,11 @@ std::string MissingFields(uint32_t ulPresent, uint32_t ulMask) {
     return missing;
 }
 
-void CheckPresence(State &state) {
-    const std::string basic = MissingFields(state.ulPresent, kBasicMask);
+void CheckPresence(WalkState &state) {
+    const std::string basic = MissingFields(state.ulPresent, QIVEN_BASIC_MASK);
     if (!basic.empty()) state.Refuse("basic fields are missing: " + basic);
     if (state.ulPktType != QIVEN_PKT_NETSETTING) return;
-    const std::string netSetting = MissingFields(state.ulPresent, kNetSettingMask);
+    const std::string netSetting = MissingFields(state.ulPresent, QIVEN_NETSETTING_MASK);
     if (!netSetting.empty()) state.Refuse("fields of a network-setting packet are missing: " + netSetting);
 }
 
@@ -178,7 +174,7 @@ const QIVEN_FIELD_ATTRIB *FindField(uint32_t ulPktId) {
 }
 
 PacketWalk Walk(std::span<const unsigned char> rgbPacket) {
-    State state{rgbPacket, kHeaderSize, 0, 0, 0, 0, 0, {}};
+    WalkState state{rgbPacket, kHeaderSize, 0, 0, 0, 0, 0, {}};
     if (StartsWith(rgbPacket, stQIVENHeaderEncrypted) && rgbPacket.size() > kHeaderSize) {
         state.walk.verdict = Verdict::kSealed;
         return state.walk;

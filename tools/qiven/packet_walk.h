@@ -1,4 +1,4 @@
-// A packet taken apart for people: every field with its place, and why a reader would refuse the whole.
+// Splits a packet into its fields, with their offsets, and explains why a reader would refuse it.
 #pragma once
 
 #include <qiven/packet.h>
@@ -14,11 +14,11 @@ namespace qiven::packet_walk {
 struct PacketField {
     size_t cbOffset;  // of the identifier, from the start of the packet
     unsigned char bPktId;
-    const QIVEN_FIELD_ATTRIB *pAttrib;        // null when the table does not have the identifier
-    int iLength;                              // as its length byte says; -1 when the packet ends before it
-    std::span<const unsigned char> rgbValue;  // what is there of it: fewer bytes when it runs past the end
-    int iElement;                             // of an array; -1 for everything else
-    std::string problem;                      // empty, or what is wrong with this field
+    const QIVEN_FIELD_ATTRIB *pAttrib;        // null if the identifier is unknown
+    int iLength;                              // the length byte; -1 if the packet ends before it
+    std::span<const unsigned char> rgbValue;  // shorter than iLength if the packet ends before
+    int iElement;                             // index within an array; -1 for other fields
+    std::string problem;                      // why a reader refuses this field, or empty
 };
 
 enum class Verdict { kAccepted, kRefused, kSealed };
@@ -29,8 +29,7 @@ struct PacketWalk {
     std::vector<PacketField> fields;
 };
 
-// Walks the fields beyond a refusal too, as far as their limits are known. The verdict is the library
-// reader's.
+// Continues after a field that is refused. The verdict is that of the library's reader.
 PacketWalk Walk(std::span<const unsigned char> rgbPacket);
 
 // The table entry of an identifier, or null.

@@ -1,4 +1,4 @@
-// How often something may happen, by a monotonic clock in milliseconds.
+// Limits how often something happens, by a monotonic clock in milliseconds.
 #pragma once
 
 #include <algorithm>
@@ -15,11 +15,11 @@ inline Milliseconds Now() {
     return Milliseconds{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
-// A bucket of tokens that refills steadily.
+// A bucket of tokens that is refilled steadily.
 struct Bucket {
     int64_t nBurst;
     int64_t nPerSecond;
-    int64_t nThousandths = nBurst * 1000;  // below 0 after an expensive one
+    int64_t nThousandths = nBurst * 1000;  // below 0 after an expensive token
     Milliseconds last = 0;
 };
 
@@ -31,7 +31,7 @@ inline void Refill(Bucket &bucket, Milliseconds now) {
     bucket.last = now;
 }
 
-// Whether there was a token left to take.
+// Takes a token; false if none is left.
 inline bool Take(Bucket &bucket, Milliseconds now) {
     Refill(bucket, now);
     if (bucket.nThousandths < kToken) return false;

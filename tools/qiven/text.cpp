@@ -33,7 +33,7 @@ bool IsHidden(char32_t value) {
            });
 }
 
-// Length of the sequence that a lead byte announces, and the smallest value that needs this length.
+// Length of the sequence that starts with a lead byte, and the smallest value that needs this length.
 struct Lead {
     size_t cbLength;
     char32_t bits, least;
@@ -115,12 +115,12 @@ size_t Width(std::string_view text) {
 std::string Cut(std::string_view text, size_t uColumns) {
     if (uColumns == 0) return {};
     if (Width(text) <= uColumns) return std::string(text);
-    const size_t uRoom = uColumns - 1;
+    const size_t uSpace = uColumns - 1;
     size_t uWidth = 0;
     size_t cbKept = 0;
     while (cbKept < text.size()) {
         const CodePoint point = Next(text.substr(cbKept));
-        if (uWidth + WidthOf(point.value) > uRoom) break;
+        if (uWidth + WidthOf(point.value) > uSpace) break;
         uWidth += WidthOf(point.value);
         cbKept += std::max<size_t>(point.cbLength, 1);
     }

@@ -1,4 +1,4 @@
-// Text that came off the network or out of a file, made safe for terminals and logs.
+// Makes text from the network or from a file safe for terminals and logs.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@
 
 namespace qiven::text {
 
-// One step through UTF-8: the code point at the front and its length, or length 0 when the first byte starts
-// no valid sequence (overlong forms and surrogates are not valid). The text must not be empty.
+// The first code point of a UTF-8 text and its length, or length 0 if the first byte does not start a valid
+// sequence (overlong forms and surrogates are not valid). The text must not be empty.
 struct CodePoint {
     char32_t value;
     size_t cbLength;
@@ -18,23 +18,23 @@ CodePoint Next(std::string_view text);
 
 bool IsUtf8(std::string_view text);
 
-// The text with everything that could steer or deceive a reader spelt out: "\\" for a backslash, "\xNN" for a
-// control byte or a byte that is no UTF-8, "\uNNNN" or "\UNNNNNNNN" for C1 controls, bidirectional and other
+// Escapes everything that could control a terminal or deceive a reader: "\\" for a backslash, "\xNN" for a
+// control byte or a byte that is not UTF-8, "\uNNNN" or "\UNNNNNNNN" for C1 controls, bidirectional and other
 // invisible format controls, line and paragraph separators. Reversible. With blAscii everything beyond ASCII
-// is spelt out, too; a list separator given as cAlso becomes "\xNN".
+// is escaped, too; the character cAlso, such as a list separator, becomes "\xNN".
 std::string Escape(std::string_view text, bool blAscii = false, char cAlso = '\0');
 
-// Whether the locale's character set is UTF-8, so that letters beyond ASCII may be shown as they are.
+// Whether the locale uses UTF-8, so that letters beyond ASCII can be shown.
 bool IsUtf8Locale();
 
-// Columns that an escaped text takes on a terminal.
+// Columns of an escaped text on a terminal.
 size_t Width(std::string_view text);
-// The text cut to so many columns, with a mark where something is missing.
+// The text, cut to uColumns columns with a mark at its end if it is longer.
 std::string Cut(std::string_view text, size_t uColumns);
 
 std::string Hex(std::string_view bytes);
 
-// Shell pattern (*, ?, [...]); letters compare without regard to case on request.
+// Whether the text matches a shell pattern (*, ?, [...]), ignoring case if blFoldCase is set.
 bool Matches(const std::string &pattern, const std::string &text, bool blFoldCase = false);
 
 }  // namespace qiven::text

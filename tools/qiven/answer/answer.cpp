@@ -1,4 +1,4 @@
-// A host's side: answers the queries of searchers with the host's record.
+// The subcommand: answers the queries of searchers with the record of this host.
 #include <qiven/keys.h>
 #include <qiven/udp.h>
 
@@ -34,28 +34,28 @@ using rate_limit::Milliseconds;
 constexpr const char *kDefaultPath = "/etc/qiven/answer.toml";
 
 struct Answerer {
-    Source source;
+    ConfigSource source;
     Announcement announcement;
     Sender sender;
-    Shared plain;
-    Sealed sealed;
+    SharedAnswer plain;
+    SealedAnswers sealed;
     bool blVerbose = false;
     bool blNeverSeal = false;
     bool blReady = false;
     bool blTimer = false;
-    // Whatever strangers do, the log grows slowly.
+    // However many packets arrive, the log grows slowly.
     rate_limit::Bucket troubleLines{5, 1};
-    uint64_t nUnsaid = 0;
+    uint64_t nOmitted = 0;
 };
 
-Answerer state;  // the library's callbacks are given no context
+Answerer state;  // the callbacks of the library have no context
 
 volatile sig_atomic_t blStop = 0;
 volatile sig_atomic_t blReload = 0;
 timer_t wakeTimer;
 
-// Ends the library's wait after so long, and again and again: one signal could come just before the wait.
-// 0 stops it. May be called in a signal handler.
+// Interrupts the wait of the library after this time, repeatedly, since a single signal could arrive just
+// before the wait. 0 stops the timer. Can be called in a signal handler.
 void Wake(Milliseconds in) {
     constexpr long kAgain = 10'000'000;
     itimerspec spec{};
@@ -69,7 +69,7 @@ void OnSignal(int iSignal) {
     Wake(1);
 }
 
-// Without SA_RESTART: a signal ends every wait.
+// Without SA_RESTART, so that a signal interrupts every wait.
 bool CatchSignals() {
     struct sigaction action {};
     action.sa_handler = OnSignal;
@@ -87,17 +87,17 @@ void Say(std::string_view line) {
 }
 
 void SayTrouble(std::string_view line) noexcept {
-    ++state.nUnsaid;
+    ++state.nOmitted;
     if (!Take(state.troubleLines, rate_limit::Now())) return;
     try {
-        const uint64_t nMore = state.nUnsaid - 1;
-        Say(nMore == 0 ? std::string(line) : fmt::format("{} ({} more lines were left out)", line, nMore));
-        state.nUnsaid = 0;
-    } catch (const std::exception &) {  // it remains unsaid
+        const uint64_t nMore = state.nOmitted - 1;
+        Say(nMore == 0 ? std::string(line) : fmt::format("{} ({} more lines were omitted)", line, nMore));
+        state.nOmitted = 0;
+    } catch (const std::exception &) {  // the next line counts it
     }
 }
 
-// The library lets no exception through. False when there was one.
+// An exception must not pass through the library. False if there was one.
 template <typename Function>
 bool Guard(Function function) {
     try {
@@ -111,7 +111,7 @@ bool Guard(Function function) {
     return false;
 }
 
-// An answer that fails for lack of memory is tried again, as the plain one that all searchers share.
+// If memory runs out, the plain answer that all searchers share is sent later.
 void Answer(const Searcher *pSearcher, Milliseconds now) {
     const bool blTried = Guard([&] {
         const std::string trouble = Send(state.sender, state.announcement, pSearcher, now);
@@ -120,7 +120,7 @@ void Answer(const Searcher *pSearcher, Milliseconds now) {
     if (!blTried) state.plain.blAsked = true;
 }
 
-// The searcher that a query names; nothing if it names none that an answer can be sealed for.
+// The searcher of a query; empty if an answer cannot be sealed for it.
 std::optional<Searcher> SearcherOf(const nasinfo &query) {
     const std::string_view key(query.szPubKeyHex, strnlen(query.szPubKeyHex, sizeof query.szPubKeyHex));
     Searcher searcher{query.ulProcessID, {}};
@@ -131,7 +131,7 @@ std::optional<Searcher> SearcherOf(const nasinfo &query) {
     return searcher;
 }
 
-// Queries of others only: answers never lead to answers, and own broadcasts come back.
+// Only queries of other processes: an answer must not cause an answer, and own broadcasts come back.
 int IsForUs(nasinfo *pQuery) {
     return pQuery->ulPktType == QIVEN_PKT_QUERY && pQuery->ulProcessID != state.sender.ulProcessID ? 1 : 0;
 }
@@ -150,14 +150,14 @@ const char *LoadAgain() {
     const auto announcement = Load(state.source, errors);
     for (const std::string &error : errors)
         Say(error);
-    if (!announcement) return "bad configuration, kept the old one";
+    if (!announcement) return "bad configuration: the previous one stays in use";
     state.announcement = *announcement;
-    return "configuration read again";
+    return "configuration reloaded";
 }
 
 void Reload(Milliseconds now) {
     Notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", now * 1000));
-    const char *szResult = "no memory, kept the old configuration";
+    const char *szResult = "not enough memory: the previous configuration stays in use";
     Guard([&] { szResult = LoadAgain(); });
     Say(szResult);
     Notify(fmt::format("READY=1\nSTATUS={}", szResult));
@@ -170,10 +170,10 @@ void Begin() {
     const std::string ready = "READY=1\nSTATUS=" + text::Escape(line);
     state.blReady = true;
     Say(line);
-    if (!Notify(ready)) Say("cannot tell the service manager that it is ready");
+    if (!Notify(ready)) Say("cannot notify the service manager");
 }
 
-// The library asks this before each wait: everything that is not the answer to one packet happens here.
+// The library calls this before each wait. Everything but the answer to a packet happens here.
 int OnPass() {
     if (!state.blReady) Guard(Begin);
     do {
@@ -181,22 +181,22 @@ int OnPass() {
         const Milliseconds now = rate_limit::Now();
         if (blReload != 0) {
             blReload = 0;
-            state.blTimer = true;  // the signal has set it
+            state.blTimer = true;  // set by the signal handler
             Guard([&] { Reload(now); });
         }
         if (TakeDue(state.plain, now)) Answer(nullptr, now);
         const bool blTimer = state.plain.blAsked;
         if (blTimer != state.blTimer) Wake(blTimer ? state.plain.next - now : 0);
         state.blTimer = blTimer;
-        // A signal that came before the timer was set lost its own setting of it.
+        // If a signal arrived before Wake(), Wake() has replaced the setting of its handler.
     } while (blStop != 0 || blReload != 0);
     return 0;
 }
 
-// Draws the identifier of this process. The keys that come with it are not kept: no answer carries the public
-// one, so no packet can be sealed for us, and without keys the library does not try to open those of others,
-// which would take ten times as long as refusing any other packet.
-bool DrawProcessID() {
+// Creates the identifier of this process. The keys that are created with it are not kept: no answer carries
+// the public key, so no packet can be sealed for this process, and without keys the library does not try to
+// open sealed packets, which takes ten times as long as refusing any other packet.
+bool CreateProcessID() {
     if (QIVENProcessKeyInit() != 0) return false;
     state.sender.ulProcessID = QIVENProcessGetID();
     return QIVENProcessKeyCleanup() == 0;
@@ -204,18 +204,18 @@ bool DrawProcessID() {
 
 int Run() {
     const messages::NeverWait never;
-    if (!DrawProcessID() || !CatchSignals()) {
+    if (!CreateProcessID() || !CatchSignals()) {
         Say("cannot create the process identifier or the timer");
-        return kNetwork;
+        return exit_status::kFailed;
     }
     QIVEN_LOG *pLog = state.sender.pLog = messages::Record(state.blVerbose);
     const QIVEN_CONN listen{"0.0.0.0", QIVEN_PORT, 0, OnPass, pLog};
     const QIVEN_RECV callbacks{nullptr, IsForUs, OnQuery, nullptr};
     const int iResult = QIVENUDPServer(&listen, &callbacks, nullptr, nullptr);
     Guard([] { Notify("STOPPING=1"); });
-    if (iResult == 0) return kDone;
+    if (iResult == 0) return exit_status::kDone;
     Say(fmt::format("cannot listen on UDP port {}: {}", QIVEN_PORT, messages::TakeLast()));
-    return kNetwork;
+    return exit_status::kFailed;
 }
 
 int Start(bool blCheckOnly) {
@@ -224,8 +224,8 @@ int Start(bool blCheckOnly) {
     const auto announcement = Load(state.source, errors);
     for (const std::string &error : errors)
         Say(error);
-    if (!announcement) return kConfig;
-    if (blCheckOnly) return kDone;
+    if (!announcement) return exit_status::kBadConfiguration;
+    if (blCheckOnly) return exit_status::kDone;
     state.announcement = *announcement;
     return Run();
 }
@@ -234,21 +234,21 @@ int Start(bool blCheckOnly) {
 
 command_line::Subcommand Command() {
     static bool blCheckOnly = false;
-    Source &source = state.source;
-    return {.szHelp = "Answer the queries of searchers, as a host does",
+    ConfigSource &source = state.source;
+    return {.szHelp = "Answer the queries of searchers, as a host",
             .options = {{.szNames = "--config",
                          .target = &source.path,
-                         .help = fmt::format("What to announce (default {}, unless --model is given)",
+                         .help = fmt::format("Configuration file (default {}, unless --model is given)",
                                              kDefaultPath),
                          .szValue = "FILE"},
                         {"--check-config", &blCheckOnly,
-                         "Check the configuration and end: status 0, or 4 when it is bad"},
+                         "Check the configuration and exit: status 0, or 4 if it is bad"},
                         {"--name", &source.name, "Host name (default: this machine's)"},
                         {"--model", &source.ulModel, "Model number"},
-                        {"--ident", &source.ident, "Text that identifies the host"},
+                        {"--ident", &source.ident, "Host identifier"},
                         {"--second", &source.ulSecond, "Second number of a host-list line (default 240)"},
-                        {"--plain", &state.blNeverSeal, "Answer in clear, also when a query carries a key"},
-                        {"--verbose", &state.blVerbose, "Show the library's messages, too"}},
+                        {"--plain", &state.blNeverSeal, "Do not seal answers, even if a query carries a key"},
+                        {"--verbose", &state.blVerbose, "Show the library's messages"}},
             .run = [] { return Start(blCheckOnly); }};
 }
 

@@ -1,7 +1,7 @@
 #include "answer/config.h"
 
 #include <fmt/format.h>
-// toml++ declares unreachable what its tables of blanks reach with some letters beyond ASCII.
+// The tables of blanks in toml++ reach code that it declares unreachable, with some letters beyond ASCII.
 #include <toml++/impl/preprocessor.h>
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false
@@ -13,13 +13,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <map>
-#include <memory>
+#include <new>
 #include <utility>
 
 #include "answer/config_file.h"
 #include "fields.h"
+#include "packet_buffer.h"
 
 namespace qiven::answer {
 
@@ -28,10 +28,8 @@ namespace {
 using fields::Field;
 using fields::Kind;
 
-constexpr int kSealedPlainMax = QIVEN_PACKET_MAX - 56;
-// A list reader takes hosts from this second number up only.
+// The reader of a host list ignores hosts with a smaller second number.
 constexpr uint32_t kSecondDefault = 240;
-constexpr uint32_t kA4Default = 0x01020000;
 constexpr size_t kFaultsShown = 20;
 
 struct Reading {
@@ -39,7 +37,7 @@ struct Reading {
     Announcement &announcement;
     std::vector<std::string> &errors;
 
-    // Line 0 is for what no line of the file is to blame for.
+    // Line 0 is for a fault that has no line.
     void Fail(uint32_t ulLine, std::string_view key, std::string_view what) {
         std::string where = path.empty() ? "command line" : path;
         if (ulLine != 0) where += fmt::format(":{}", ulLine);
@@ -48,7 +46,7 @@ struct Reading {
     }
 };
 
-// The machine and the protocol fill these.
+// These are filled in by the program.
 constexpr std::string_view kNotAnnounced[] = {
     "address",
     "address_13",
@@ -69,12 +67,12 @@ void List(Announcement &announcement, uint32_t ulPktId) {
 }
 
 void List(Announcement &announcement, const Field &field) {
-    // A long text travels whole under the identifier that sends it in chunks.
+    // A long text is listed with the identifier that sends it in chunks.
     const bool blLong = std::find(field.ids.begin(), field.ids.end(), PKT_ID_LONG_TEXT) != field.ids.end();
     List(announcement, blLong ? PKT_ID_LONG_TEXT : field.ids.front());
 }
 
-// Each of these stores a value; the result says what the value must be when it is something else.
+// The functions below store a value. The result is empty, or says what the value must be.
 std::string StoreText(nasinfo &record, const Field &field, const toml::node &node) {
     const auto value = node.value_exact<std::string>();
     if (value && !value->empty() && fields::SetText(record, field, *value)) return {};
@@ -101,7 +99,7 @@ std::string StoreList(nasinfo &record, const Field &field, const toml::node &nod
     std::vector<std::string> list;
     for (const toml::node &element : *pArray) {
         const auto value = element.value_exact<std::string>();
-        // An empty element would not travel, and the ones behind it would move up.
+        // An empty element is not sent, and the elements after it would move up.
         if (!value || value->empty()) return must;
         list.push_back(*value);
     }
@@ -122,20 +120,20 @@ std::string StoreField(nasinfo &record, const Field &field, const toml::node &no
         case Kind::kList:
             return StoreList(record, field, node);
     }
-    return "is of an unknown kind";
+    return "has an unknown kind";
 }
 
-struct Services {
+struct ServiceKey {
     std::string_view key;
     int (*pfnSet)(const QIVEN_LOG *, nasinfo *, unsigned int);
     std::array<uint32_t, 2> ids;
 };
-constexpr Services kServices[] = {
-    {"services_supported", QIVENNasinfoServSuppSet, {0xB0, 0xB1}},
-    {"services_running", QIVENNasinfoServRunSet, {0xB8, 0xB9}},
+constexpr ServiceKey kServices[] = {
+    {"services_supported", QIVENNasinfoServSuppSet, {PKT_ID_SERV_SUPP0, PKT_ID_SERV_SUPP1}},
+    {"services_running", QIVENNasinfoServRunSet, {PKT_ID_SERV_RUN0, PKT_ID_SERV_RUN1}},
 };
 
-std::string StoreServices(Announcement &announcement, const Services &services, const toml::node &node) {
+std::string StoreServices(Announcement &announcement, const ServiceKey &services, const toml::node &node) {
     std::string must = fmt::format("must be a list of service numbers from 0 to {}", QIVEN_SERVICE_MAX - 1);
     const toml::array *pArray = node.as_array();
     if (pArray == nullptr) return must;
@@ -150,16 +148,14 @@ std::string StoreServices(Announcement &announcement, const Services &services, 
 }
 
 std::string Store(Announcement &announcement, std::string_view key, const toml::node &node) {
-    for (const Services &services : kServices)
+    for (const ServiceKey &services : kServices)
         if (services.key == key) return StoreServices(announcement, services, node);
     const Field *pField = fields::ByName(key);
     if (pField == nullptr) return "is not a key of this file";
     if (std::find(std::begin(kNotAnnounced), std::end(kNotAnnounced), key) != std::end(kNotAnnounced))
         return "is filled in by the program";
     std::string what = StoreField(announcement.record, *pField, node);
-    if (what.empty() && key == "type" && announcement.record.ulPktType != QIVEN_PKT_ANSWER &&
-        announcement.record.ulPktType != QIVEN_PKT_ANSWER_INST)
-        what = "must be 2 or 6";
+    if (what.empty() && key == "type" && !fields::IsAnswer(announcement.record)) what = "must be 2 or 6";
     if (what.empty()) List(announcement, *pField);
     if (what.empty() && pField->kind == Kind::kList) List(announcement, *fields::ByName("array_count"));
     return what;
@@ -170,10 +166,10 @@ void ReadFile(Reading &reading) {
     const std::optional<std::string> text = ReadText(reading.path, fault);
     if (!text) return reading.Fail(fault.ulLine, "", fault.what);
     try {
-        // The parser is not told the path: it would copy it in a noexcept constructor, where bad_alloc ends
-        // the program.
+        // The parser does not get the path: it would copy it in a noexcept constructor, where bad_alloc
+        // terminates the program.
         const toml::table table = toml::parse(std::string_view(*text));
-        // A table is in the order of its keys, a reader's eye in that of the lines.
+        // A table is sorted by its keys, the faults by their lines.
         std::multimap<uint32_t, std::pair<std::string, std::string>> faults;
         for (const auto &[key, node] : table) {
             const std::string what = Store(reading.announcement, key.str(), node);
@@ -196,14 +192,14 @@ void StoreOption(Reading &reading, const char *szKey, const toml::node &node) {
     if (!what.empty()) reading.errors.push_back(fmt::format("command line: {}: {}", szKey, what));
 }
 
-void ReadOptions(Reading &reading, const Source &source) {
+void ReadOptions(Reading &reading, const ConfigSource &source) {
     if (source.name) StoreOption(reading, "name", toml::value(*source.name));
     if (source.ident) StoreOption(reading, "ident", toml::value(*source.ident));
     if (source.ulModel) StoreOption(reading, "model", toml::value(int64_t{*source.ulModel}));
     if (source.ulSecond) StoreOption(reading, "field_49", toml::value(int64_t{*source.ulSecond}));
 }
 
-// The machine's own name, without its domain.
+// The name of this machine, without its domain.
 std::string HostName() {
     std::array<char, 256> szName{};
     gethostname(szName.data(), szName.size() - 1);
@@ -215,50 +211,47 @@ void Complete(Reading &reading) {
     Announcement &announcement = reading.announcement;
     if (announcement.record.szHostName[0] == '\0') StoreOption(reading, "name", toml::value(HostName()));
     const bool blModel =
-        std::find(announcement.ids.begin(), announcement.ids.end(), 0x48) != announcement.ids.end();
+        std::find(announcement.ids.begin(), announcement.ids.end(), PKT_ID_MODEL) != announcement.ids.end();
     if (!blModel) reading.Fail(0, "model", "is missing");
     for (const char *szKey : {"type", "field_a4", "field_49"})
         List(announcement, *fields::ByName(szKey));
     std::sort(announcement.ids.begin(), announcement.ids.end());
 }
 
-struct Free {
-    void operator()(unsigned char *pb) const { free(pb); }
-};
-
-// Builds the largest packet that will ever be made of this, and reads it as a searcher will.
+// Builds the largest packet of this configuration, and reads it as a searcher does.
 void CheckPacket(Reading &reading) {
     Announcement full = reading.announcement;
-    for (const uint32_t ulPktId : {kIdAddress, kIdMask, kIdMac, kIdProcess, kIdPeerProcess})
-        full.ids.push_back(ulPktId);
+    full.ids.insert(full.ids.end(), kInterfaceIds.begin(), kInterfaceIds.end());
+    full.ids.insert(full.ids.end(), kSealedIds.begin(), kSealedIds.end());
     full.record.ulPktType = QIVEN_PKT_ANSWER;
     fields::SetText(full.record, *fields::ByName("mac"), "00:00:00:00:00:00");
     QIVEN_SEND send{};
     send.pnasInfo = &full.record;
     for (const uint32_t ulPktId : full.ids)
         QIVENSendPktIDAdd(nullptr, &send, ulPktId, 0U);
-    int cbCapacity = QIVEN_PACKET_MAX;
-    unsigned char *pbPacket = static_cast<unsigned char *>(malloc(QIVEN_PACKET_MAX));
-    const int cbPacket = QIVENPacketWrite(nullptr, &pbPacket, &cbCapacity, &send);
-    const std::unique_ptr<unsigned char, Free> owner(pbPacket);
-    if (cbPacket == 0 || cbPacket > kSealedPlainMax) {
-        reading.Fail(0, "", fmt::format("all this does not fit a packet of {} bytes", kSealedPlainMax));
+    PacketBuffer buffer;
+    if (buffer.pb == nullptr) throw std::bad_alloc();
+    const int cbPacket = QIVENPacketWrite(nullptr, &buffer.pb, &buffer.cbCapacity, &send);
+    if (cbPacket == 0 || cbPacket > QIVEN_SEALED_PLAIN_MAX) {
+        reading.Fail(0, "",
+                     fmt::format("the fields do not fit a packet of {} bytes", QIVEN_SEALED_PLAIN_MAX));
         return;
     }
     nasinfo record;
-    if (QIVENPacketRead(nullptr, pbPacket, cbPacket, &record) > 0) return;
-    reading.Fail(0, "",
-                 fmt::format("a packet carries {} fields at most; every list element and every 255 bytes of "
-                             "long text are one, and the program adds {}",
-                             QIVEN_FIELDS_MAX, full.ids.size() - reading.announcement.ids.size()));
+    if (QIVENPacketRead(nullptr, buffer.pb, cbPacket, &record) > 0) return;
+    reading.Fail(
+        0, "",
+        fmt::format("too many fields: a packet carries at most {}, of which the program adds {}; every "
+                    "list element and every 255 bytes of long text count as a field",
+                    QIVEN_FIELDS_MAX, full.ids.size() - reading.announcement.ids.size()));
 }
 
 }  // namespace
 
-std::optional<Announcement> Load(const Source &source, std::vector<std::string> &errors) {
+std::optional<Announcement> Load(const ConfigSource &source, std::vector<std::string> &errors) {
     Announcement announcement;
     announcement.record.ulPktType = QIVEN_PKT_ANSWER;
-    announcement.record.ulFieldA4 = kA4Default;
+    announcement.record.ulFieldA4 = QIVEN_FIELD_A4_VQX20;
     announcement.record.ulField49 = kSecondDefault;
     const size_t uBefore = errors.size();
     Reading reading{source.path, announcement, errors};

@@ -1,8 +1,9 @@
-// What a host announces: the fields of its record, from a TOML file and the command line.
+// The record that a host announces, from a TOML file and the command line.
 #pragma once
 
 #include <qiven/packet.h>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,28 +13,24 @@ namespace qiven::answer {
 
 struct Announcement {
     nasinfo record{};
-    std::vector<uint32_t> ids;  // packet identifiers of what is announced
+    std::vector<uint32_t> ids;  // packet identifiers of its fields
 };
 
-// What the command line says; it goes before the file.
-struct Source {
-    std::string path;  // no file when empty
+// The file, and the options of the command line, which override it.
+struct ConfigSource {
+    std::string path;  // no file if empty
     std::optional<std::string> name;
     std::optional<std::string> ident;
     std::optional<uint32_t> ulModel;
     std::optional<uint32_t> ulSecond;  // second number of a host-list line
 };
 
-// Reads and checks everything. Nothing when there is an error; then each fault has its line in errors, as
-// "file:line: key: what is wrong", with names and values as they are.
-std::optional<Announcement> Load(const Source &source, std::vector<std::string> &errors);
+// Reads and checks the configuration. Empty if there is an error; then errors has a line for each fault, as
+// "file:line: key: fault", with names and values unescaped.
+std::optional<Announcement> Load(const ConfigSource &source, std::vector<std::string> &errors);
 
-// What each interface adds to its copy of the record.
-constexpr uint32_t kIdAddress = 0x12;
-constexpr uint32_t kIdMask = 0x13;
-constexpr uint32_t kIdMac = 0x7C;
-// What each sealed answer adds.
-constexpr uint32_t kIdProcess = 0xC5;
-constexpr uint32_t kIdPeerProcess = 0xC6;
+// The fields that an answer gets for each interface, and those that a sealed answer gets in addition.
+constexpr std::array<uint32_t, 3> kInterfaceIds = {PKT_ID_IP, PKT_ID_ADDR_13, PKT_ID_MAC_ADDR};
+constexpr std::array<uint32_t, 2> kSealedIds = {PKT_ID_PROCESS_ID, PKT_ID_PEER_PROCESS_ID};
 
 }  // namespace qiven::answer

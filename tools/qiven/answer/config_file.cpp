@@ -16,11 +16,11 @@ namespace qiven::answer {
 
 namespace {
 
-// Many times what a packet can announce. A parsed text takes about fifty times its size, and a program that
-// reads it again while it runs must not grow by much.
+// Many times the size of a packet. Parsing takes about fifty times the size of the text, and a program that
+// reloads its configuration must not grow by much.
 constexpr size_t kTextMax = 65536;
-// Each dot between keys is a table within a table, and the parser recurses into those without a bound of its
-// own. No key of ours has a dot.
+// Each dot between keys is a nested table, and the recursion of the parser has no limit. The keys of this
+// file have no dots.
 constexpr size_t kDotsMax = 100;
 
 struct Descriptor {
@@ -34,7 +34,7 @@ struct Descriptor {
     Descriptor &operator=(const Descriptor &) = delete;
 };
 
-// Why the file is not read; empty if it can be.
+// Why the file cannot be read; empty if it can.
 std::string Refusal(int fd) {
     struct stat file {};
     if (fd < 0 || fstat(fd, &file) != 0) return fmt::format("cannot be opened: {}", strerror(errno));
@@ -55,7 +55,7 @@ std::string ReadAll(int fd, std::string &text) {
     }
 }
 
-// The place behind the string that begins at uBegin, or behind the line if it does not end there.
+// The position after the string that begins at uBegin, or the end of the line if the string is not closed.
 size_t EndOfString(std::string_view text, size_t uBegin) {
     const char cQuote = text[uBegin];
     const std::string three(3, cQuote);
@@ -77,8 +77,8 @@ size_t EndOfString(std::string_view text, size_t uBegin) {
     return text.size();
 }
 
-// The line of the dot that is one too many; 0 if there is none. Up to the first fault that the parser finds,
-// strings and comments end here where they end there.
+// The line of the dot that exceeds the limit; 0 if there is none. Up to the first fault in the text, strings
+// and comments end here as they do in the parser.
 uint32_t LineTooDeep(std::string_view text) {
     size_t nDots = 0;
     for (size_t i = 0; i < text.size();) {
@@ -106,7 +106,7 @@ std::optional<std::string> ReadText(const std::string &path, FileFault &fault) {
     if (!fault.what.empty()) return std::nullopt;
     fault.ulLine = LineTooDeep(text);
     if (fault.ulLine == 0) return text;
-    fault.what = "tables are nested too deep";
+    fault.what = "tables are nested too deeply";
     return std::nullopt;
 }
 

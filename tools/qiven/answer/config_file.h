@@ -1,4 +1,4 @@
-// The text of a configuration file, bounded before anything parses it.
+// Reads the text of a configuration file, and bounds it before it is parsed.
 #pragma once
 
 #include <cstdint>
@@ -8,12 +8,12 @@
 namespace qiven::answer {
 
 struct FileFault {
-    uint32_t ulLine = 0;  // 0 if the whole file is at fault
+    uint32_t ulLine = 0;  // 0 if the fault has no line
     std::string what;
 };
 
-// Reads a regular file of a bounded size; nothing else is waited for. Refuses a text that a recursive parser
-// has no stack for.
+// Reads a regular file of limited size; never waits, for example for a pipe. Refuses a text that would
+// exhaust the stack of a recursive parser.
 std::optional<std::string> ReadText(const std::string &path, FileFault &fault);
 
 }  // namespace qiven::answer

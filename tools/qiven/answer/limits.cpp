@@ -4,14 +4,14 @@
 
 namespace qiven::answer {
 
-bool TakeDue(Shared &shared, Milliseconds now) {
+bool TakeDue(SharedAnswer &shared, Milliseconds now) {
     if (!shared.blAsked || now < shared.next) return false;
     shared = {false, now + kSharedGap};
     return true;
 }
 
-Admission Admit(Sealed &sealed, const Searcher &searcher, Milliseconds now) {
-    const auto IsRecent = [&](const Answered &answered) {
+Admission Admit(SealedAnswers &sealed, const Searcher &searcher, Milliseconds now) {
+    const auto IsRecent = [&](const RecentAnswer &answered) {
         return answered.searcher == searcher && now - answered.time < kSearcherGap;
     };
     if (std::any_of(sealed.recent.begin(), sealed.recent.end(), IsRecent)) return Admission::kAnswered;

@@ -2,13 +2,13 @@
 
 #include <qiven/udp.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <new>
 
 #include "fields.h"
 #include "format.h"
+#include "interface_list.h"
 #include "messages.h"
+#include "packet_buffer.h"
 
 namespace qiven::answer {
 
@@ -16,7 +16,7 @@ namespace {
 
 constexpr Milliseconds kFreshFor = 1000;
 
-// Lists the interfaces when it is time to; the result says why that was not possible.
+// Renews the list of interfaces if it is too old. The result says why that failed, or is empty.
 std::string Refresh(Sender &sender, Milliseconds now) {
     if (sender.blFresh && now - sender.read < kFreshFor) return {};
     sender.table = {};
@@ -24,40 +24,25 @@ std::string Refresh(Sender &sender, Milliseconds now) {
     sender.nListed = QIVENIfaceInit(sender.pLog, sender.table.data(), QIVEN_IFACE_MAX);
     sender.read = now;
     sender.failure = messages::TakeLast();
-    // A file that is not there, or an interface without an address, is not a failure.
-    static_assert(ENOENT == 2 && EADDRNOTAVAIL == 99);
-    if (sender.failure.ends_with("error:(2)") || sender.failure.ends_with("error:(99)"))
-        sender.failure.clear();
+    if (!interface_list::IsFailure(sender.failure)) sender.failure.clear();
     sender.blFresh = sender.nListed >= 0 && sender.failure.empty();
     if (sender.nListed >= 0) return {};
     return "cannot list the interfaces: " +
            (sender.failure.empty() ? "/proc/net/dev cannot be read" : sender.failure);
 }
 
-struct Packet {
-    int cbCapacity = QIVEN_PACKET_MAX;
-    unsigned char *pb = static_cast<unsigned char *>(malloc(QIVEN_PACKET_MAX));
-
-    Packet() {
-        if (pb == nullptr) throw std::bad_alloc();
-    }
-    ~Packet() { free(pb); }
-    Packet(const Packet &) = delete;
-    Packet &operator=(const Packet &) = delete;
-};
-
 void SetMac(QIVEN_SEND &send, const unsigned char (&rgMac)[6]) {
     std::array<char, sizeof nasinfo::szMacAddr> szMac{};
-    const auto end = fmt::format_to_n(szMac.data(), szMac.size() - 1, "{:02x}", fmt::join(rgMac, ":"));
-    QIVENSendPktIDSet(nullptr, &send, kIdMac, szMac.data(), static_cast<int>(end.size));
+    const size_t cbMac = fields::MacText(rgMac).copy(szMac.data(), szMac.size() - 1);
+    QIVENSendPktIDSet(nullptr, &send, PKT_ID_MAC_ADDR, szMac.data(), static_cast<int>(cbMac));
 }
 
-// Builds the packet, sealed if there is a searcher; 0 if that fails. The searcher's key does not go into the
-// library's store of keys, which a flood of keys would fill.
-int Build(Packet &packet, QIVEN_SEND &send, const Sender &sender, const Searcher *pSearcher) {
+// Builds the packet, sealed if there is a searcher; 0 if that fails. The key of the searcher is not added to
+// the library's key store, which a flood of keys would fill.
+int Build(PacketBuffer &packet, QIVEN_SEND &send, const Sender &sender, const Searcher *pSearcher) {
     if (pSearcher == nullptr) return QIVENPacketWrite(sender.pLog, &packet.pb, &packet.cbCapacity, &send);
-    QIVENSendPktIDSet(nullptr, &send, kIdProcess, &sender.ulProcessID, sizeof sender.ulProcessID);
-    QIVENSendPktIDSet(nullptr, &send, kIdPeerProcess, &pSearcher->ulProcessID, sizeof(uint32_t));
+    QIVENSendPktIDSet(nullptr, &send, PKT_ID_PROCESS_ID, &sender.ulProcessID, sizeof sender.ulProcessID);
+    QIVENSendPktIDSet(nullptr, &send, PKT_ID_PEER_PROCESS_ID, &pSearcher->ulProcessID, sizeof(uint32_t));
     char *szPacket = reinterpret_cast<char *>(packet.pb);
     const int cbPacket = QIVENPacketWriteEncrypted(sender.pLog, &szPacket, &packet.cbCapacity, &send,
                                                    pSearcher->szKeyHex.data());
@@ -65,22 +50,23 @@ int Build(Packet &packet, QIVEN_SEND &send, const Sender &sender, const Searcher
     return cbPacket;
 }
 
-bool SendBy(const QIVEN_NETIF &netIf, const Sender &sender, const Announcement &announcement,
+bool SendOn(const QIVEN_NETIF &netIf, const Sender &sender, const Announcement &announcement,
             const Searcher *pSearcher) {
     nasinfo record = announcement.record;
     QIVEN_SEND send{};
     send.pnasInfo = &record;
     for (const uint32_t ulPktId : announcement.ids)
         QIVENSendPktIDAdd(nullptr, &send, ulPktId, 0U);
-    QIVENSendPktIDSet(nullptr, &send, kIdAddress, &netIf.ulIP, sizeof netIf.ulIP);
-    QIVENSendPktIDSet(nullptr, &send, kIdMask, &netIf.ulMask, sizeof netIf.ulMask);
+    QIVENSendPktIDSet(nullptr, &send, PKT_ID_IP, &netIf.ulIP, sizeof netIf.ulIP);
+    QIVENSendPktIDSet(nullptr, &send, PKT_ID_ADDR_13, &netIf.ulMask, sizeof netIf.ulMask);
     SetMac(send, netIf.rgMac);
 
-    Packet packet;
+    PacketBuffer packet;
+    if (packet.pb == nullptr) throw std::bad_alloc();
     messages::TakeLast();
     const int cbPacket = Build(packet, send, sender, pSearcher);
-    const QIVEN_CONN everybody{"255.255.255.255", QIVEN_PORT, 0, nullptr, nullptr};
-    return cbPacket > 0 && QIVENUDPSend(sender.pLog, packet.pb, cbPacket, &everybody, &netIf, 1) == cbPacket;
+    const QIVEN_CONN broadcast{"255.255.255.255", QIVEN_PORT, 0, nullptr, nullptr};
+    return cbPacket > 0 && QIVENUDPSend(sender.pLog, packet.pb, cbPacket, &broadcast, &netIf, 1) == cbPacket;
 }
 
 }  // namespace
@@ -107,14 +93,14 @@ std::string Send(Sender &sender, const Announcement &announcement, const Searche
         const QIVEN_NETIF &netIf = sender.table[static_cast<size_t>(i)];
         if (netIf.blActive == 0) continue;
         ++nActive;
-        if (SendBy(netIf, sender, announcement, pSearcher)) continue;
+        if (SendOn(netIf, sender, announcement, pSearcher)) continue;
         const std::string reason = messages::TakeLast();
-        trouble = fmt::format("no answer by {}: {}", netIf.szIfName,
+        trouble = fmt::format("cannot answer on {}: {}", netIf.szIfName,
                               reason.empty() ? "the packet cannot be built" : reason);
-        sender.blFresh = false;  // perhaps it is gone, or has another address
+        sender.blFresh = false;  // it may be gone, or have another address
     }
     if (nActive == 0) {
-        trouble = "no interface has an address: nobody was answered";
+        trouble = "cannot answer: no interface has an address";
         if (!sender.failure.empty()) trouble += "; the last failure: " + sender.failure;
         sender.blFresh = false;
     }

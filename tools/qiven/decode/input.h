@@ -1,4 +1,5 @@
-// Where `qiven decode` gets its packets from.
+// The input of `qiven decode`: hexadecimal digits (input_hex.cpp), raw files and
+// captures (input_capture.cpp).
 #pragma once
 
 #include <functional>
@@ -10,11 +11,11 @@
 namespace qiven::decode {
 
 struct InputPacket {
-    std::string from;  // file and number, addresses: for people, free of network text
+    std::string from;  // file and number, to be shown
     std::string time;  // UTC, of a captured packet
     std::string source;
     std::string destination;
-    std::string flaw;  // why it cannot be judged (a fragment, captured in part), else empty
+    std::string flaw;  // why it is incomplete (a fragment, captured in part), or empty
     std::span<const unsigned char> rgbPacket;
 };
 
@@ -22,25 +23,25 @@ using PacketSink = std::function<void(const InputPacket &)>;
 
 // Largest file of hexadecimal digits.
 inline constexpr size_t kHexTextMax = 4 << 20;
-// Largest raw packet: what a UDP datagram can carry.
+// Largest raw packet: the limit of a UDP datagram.
 inline constexpr size_t kRawMax = 65535;
 
-// Reads hexadecimal digits: white space, colons and 0x between them, and the offset and text columns of xxd
-// and tcpdump -x. An empty line or offset 0 begins another packet. False with a message when it is anything
-// else.
+// Reads hexadecimal digits. Accepts white space, colons and 0x between bytes, and the offset and text
+// columns of xxd and tcpdump -x. An empty line or offset 0 begins another packet. False with a message for
+// other input.
 bool ParseHex(std::string_view text, std::vector<std::vector<unsigned char>> &packets, std::string &error);
 
-// Reads at most cbMax bytes; false with a message when the file cannot be read or is larger. "-" is standard
-// input.
+// Reads at most cbMax bytes; false with a message if the file cannot be read or is larger. "-" is
+// standard input.
 bool ReadWhole(const std::string &path, size_t cbMax, std::string &content, std::string &error);
 
-// Hands the discovery packets of a pcap or pcapng capture to the sink; false with a message when the file
-// cannot be read (to its end).
+// Passes the discovery packets of a pcap or pcapng capture to the sink; false with a message if the file
+// cannot be read to its end.
 bool ReadCapture(const std::string &path, const PacketSink &sink, std::string &error);
 
-// An IPv4 packet that carries a datagram of the discovery port.
+// A datagram to or from the discovery port.
 struct Datagram {
-    bool blFirst = true;  // a later fragment does not say its port: it belongs to the first one of its key
+    bool blFirst = true;      // a later fragment has no port: it belongs to the first one with its key
     std::string fragmentKey;  // of a fragment
     std::string source;
     std::string destination;
@@ -48,7 +49,7 @@ struct Datagram {
     std::span<const unsigned char> rgbPayload;
 };
 
-// Takes an IPv4 packet apart. cbMissing bytes of it were not captured. False when it is something else, or a
+// Parses an IPv4 packet of which cbMissing bytes were not captured. False if it is something else or a
 // datagram of another port.
 bool ParseIPv4(std::span<const unsigned char> rgbIP, size_t cbMissing, Datagram &datagram);
 

@@ -1,3 +1,4 @@
+// Reads captures, and finds the datagrams of the discovery port in them.
 #include <qiven/udp.h>
 
 #include <netinet/in.h>
@@ -8,12 +9,12 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <set>
 
 #include "decode/input.h"
 #include "on_demand.h"
+#include "utc_time.h"
 
 namespace qiven::decode {
 
@@ -33,8 +34,8 @@ std::string AddressText(Bytes rgbIP, size_t iAt) {
     return fmt::format("{}.{}.{}.{}", rgbIP[iAt], rgbIP[iAt + 1], rgbIP[iAt + 2], rgbIP[iAt + 3]);
 }
 
-// Where a link type has the type of what it carries, and how long its header is. A type of no length says
-// that IP follows at once.
+// The header of a link type: its length, and the offset of the type of its payload. If blTyped is not set,
+// the frame is an IP packet.
 struct LinkType {
     int iLink;
     size_t cbHeader;
@@ -54,7 +55,7 @@ const LinkType *FindLinkType(int iLink) {
     return pFound == kLinkTypes.end() ? nullptr : pFound;
 }
 
-// Leaves the IP packet of a frame; false when it carries something else.
+// Removes the link header from a frame; false if the payload is not IPv4.
 bool TakeLink(const LinkType &type, Bytes &rgbFrame) {
     if (!type.blTyped) return true;
     if (rgbFrame.size() < type.cbHeader) return false;
@@ -68,20 +69,7 @@ bool TakeLink(const LinkType &type, Bytes &rgbFrame) {
     return usType == kTypeIPv4;
 }
 
-// Empty for what is no time of our era: a file may claim anything.
-std::string TimeText(const timeval &stamp) {
-    constexpr int64_t kEndOf9999 = 253'402'300'799;  // more than a time_t of 32 bits holds
-    constexpr suseconds_t kSecond = 1'000'000;
-    if (stamp.tv_sec < 0 || stamp.tv_sec > kEndOf9999 || stamp.tv_usec < 0 || stamp.tv_usec >= kSecond)
-        return {};
-    tm utc{};
-    char szTime[32] = {};
-    const time_t seconds = stamp.tv_sec;
-    if (gmtime_r(&seconds, &utc) == nullptr || strftime(szTime, sizeof szTime, "%FT%T", &utc) == 0) return {};
-    return fmt::format("{}.{:06}Z", szTime, stamp.tv_usec);
-}
-
-// The fragments whose first one was for the discovery port, as far as a bounded memory goes.
+// Datagrams of the discovery port whose further fragments may follow, up to a limit.
 struct Fragments {
     static constexpr size_t kMax = 4096;
     std::set<std::string> keys;
@@ -95,7 +83,7 @@ struct Fragments {
     }
 };
 
-// What is used of libpcap.
+// The functions of libpcap that are used.
 struct Pcap {
     decltype(&pcap_open_offline) pfnOpenOffline = nullptr;
     decltype(&pcap_close) pfnClose = nullptr;
@@ -106,7 +94,7 @@ struct Pcap {
 };
 
 bool Load(Pcap &pcap) {
-    // Debian's name, and everybody else's.
+    // The name in Debian, and the name elsewhere.
     void *pLibrary = on_demand::Library({"libpcap.so.0.8", "libpcap.so.1"});
     using on_demand::Get;
     return Get(pcap.pfnOpenOffline, pLibrary, "pcap_open_offline") &&
@@ -125,7 +113,7 @@ bool ParseIPv4(std::span<const unsigned char> rgbIP, size_t cbMissing, Datagram 
     const uint16_t usFragment = Read16(rgbIP, 6);
     const bool blMore = (usFragment & 0x2000) != 0;
     const bool blFirst = (usFragment & 0x1FFF) == 0;
-    // Short frames are padded by the link: what lies behind the total length is no part of the packet.
+    // The link pads short frames: bytes after the total length are not part of the packet.
     const bool blCut = cbTotal > rgbIP.size();
     Bytes rgbLeft = rgbIP.first(std::min(cbTotal, rgbIP.size()));
     if (rgbLeft.size() < cbHeader) return false;
@@ -138,7 +126,7 @@ bool ParseIPv4(std::span<const unsigned char> rgbIP, size_t cbMissing, Datagram 
             fmt::format("{} {} {}", datagram.source, datagram.destination, Read16(rgbIP, 4));
     }
     if (!blFirst) {
-        datagram.flaw = fmt::format("fragment at offset {} of a UDP datagram: it cannot be judged alone",
+        datagram.flaw = fmt::format("fragment at offset {} of a UDP datagram: it cannot be checked alone",
                                     (usFragment & 0x1FFF) * 8);
         datagram.rgbPayload = rgbLeft;
         return true;
@@ -151,7 +139,7 @@ bool ParseIPv4(std::span<const unsigned char> rgbIP, size_t cbMissing, Datagram 
     datagram.destination += fmt::format(":{}", usDestination);
     const size_t cbUDP = Read16(rgbLeft, 4);
     if (blMore) {
-        datagram.flaw = "first fragment of a UDP datagram: it cannot be judged alone";
+        datagram.flaw = "first fragment of a UDP datagram: it cannot be checked alone";
     } else if (blCut || cbUDP > rgbLeft.size()) {
         datagram.flaw = cbMissing != 0 ? fmt::format("captured without its last {} bytes", cbMissing)
                                        : std::string("shorter than its IP and UDP headers say");
@@ -192,7 +180,7 @@ bool ReadCapture(const std::string &path, const PacketSink &sink, std::string &e
         const size_t cbMissing = pHeader->len > pHeader->caplen ? pHeader->len - pHeader->caplen : 0;
         if (!TakeLink(*pType, rgbFrame) || !ParseIPv4(rgbFrame, cbMissing, datagram)) continue;
         if (!fragments.Belongs(datagram)) continue;
-        sink({fmt::format("{} #{}", path, nPacket), TimeText(pHeader->ts), datagram.source,
+        sink({fmt::format("{} #{}", path, nPacket), UtcTime(pHeader->ts), datagram.source,
               datagram.destination, datagram.flaw, datagram.rgbPayload});
     }
     if (iResult != PCAP_ERROR) return true;

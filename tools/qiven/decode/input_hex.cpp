@@ -1,3 +1,4 @@
+// Reads hexadecimal digits and raw files.
 #include "decode/input.h"
 
 #include <fmt/format.h>
@@ -34,8 +35,8 @@ bool HasPrefix0x(std::string_view s) {
     return s.size() >= 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X');
 }
 
-// Takes the offset column ("00000010: ", "0x0010:  ") off a line, and with it the text column, which two
-// blanks set apart. A colon between bytes is no offset, because no blank follows it.
+// Removes the offset column ("00000010: ", "0x0010:  ") from a line, and the text column, which is separated
+// by two blanks. A colon between bytes does not end an offset, because no blank follows it.
 bool TakeOffset(std::string_view &line, bool &blZero) {
     const size_t iColon = line.find(':');
     if (iColon == std::string_view::npos || iColon + 1 >= line.size() || !IsBlank(line[iColon + 1]))
@@ -61,8 +62,8 @@ bool AppendHex(std::string_view line, std::vector<unsigned char> &rgb, std::stri
         const int iLow = line.size() > 1 ? HexDigit(line[1]) : -1;
         if (iHigh < 0) {
             const auto bBad = static_cast<unsigned char>(line[0]);
-            error = bBad > ' ' && bBad < 0x7F ? fmt::format("'{}' is no hexadecimal digit", line[0])
-                                              : fmt::format("byte 0x{:02x} is no hexadecimal digit", bBad);
+            error = bBad > ' ' && bBad < 0x7F ? fmt::format("'{}' is not a hexadecimal digit", line[0])
+                                              : fmt::format("byte 0x{:02x} is not a hexadecimal digit", bBad);
             return false;
         }
         if (iLow < 0) {

@@ -1,3 +1,4 @@
+// Checks the port, sends queries and listens, and explains what happened to them.
 #include <qiven/packet.h>
 #include <qiven/udp.h>
 
@@ -38,7 +39,7 @@ struct Socket {
     Socket(const Socket &) = delete;
     Socket &operator=(const Socket &) = delete;
 
-    // Shares port and broadcasts as the library's own sockets do. 0, or the error.
+    // Shares its port and may broadcast, as the sockets of the library. Returns 0, or the error.
     int Bind(uint32_t ulIP, uint16_t usPort) const {
         const int iOn = 1;
         sockaddr_in local{};
@@ -52,14 +53,14 @@ struct Socket {
     }
 };
 
-// What came in while listening.
+// The packets that arrived while listening.
 struct Arrivals {
     std::set<uint32_t> own;  // addresses whose query came back
     size_t nAnswers = 0;
     size_t nQueries = 0;
     size_t nSealed = 0;
     size_t nJunk = 0;
-    int iError = 0;  // why listening failed last
+    int iError = 0;  // the last failure to listen
     std::string sealedFrom;
     std::string junkFrom;
     std::string junkReason;
@@ -69,12 +70,12 @@ struct Arrivals {
 int SendQuery(const QIVEN_NETIF &netIf) {
     const Socket sock;
     if (const int iError = sock.Bind(netIf.ulIP, QIVEN_SOURCE_PORT); iError != 0) return iError;
-    sockaddr_in everybody{};
-    everybody.sin_family = AF_INET;
-    everybody.sin_port = htons(QIVEN_PORT);
-    everybody.sin_addr.s_addr = INADDR_BROADCAST;
+    sockaddr_in broadcast{};
+    broadcast.sin_family = AF_INET;
+    broadcast.sin_port = htons(QIVEN_PORT);
+    broadcast.sin_addr.s_addr = INADDR_BROADCAST;
     const ssize_t cbSent = sendto(sock.fd, stQIVENBroadCastVQX20, sizeof stQIVENBroadCastVQX20, 0,
-                                  reinterpret_cast<const sockaddr *>(&everybody), sizeof everybody);
+                                  reinterpret_cast<const sockaddr *>(&broadcast), sizeof broadcast);
     return cbSent == sizeof stQIVENBroadCastVQX20 ? 0 : errno;
 }
 
@@ -98,9 +99,7 @@ void Count(Arrivals &arrivals, const std::vector<QIVEN_NETIF> &usable, uint32_t 
     } else {
         nasinfo record;
         QIVENPacketRead(nullptr, rgbPacket.data(), static_cast<int>(rgbPacket.size()), &record);
-        const bool blAnswer =
-            record.ulPktType == QIVEN_PKT_ANSWER || record.ulPktType == QIVEN_PKT_ANSWER_INST;
-        ++(blAnswer ? arrivals.nAnswers : arrivals.nQueries);
+        ++(fields::IsAnswer(record) ? arrivals.nAnswers : arrivals.nQueries);
     }
 }
 
@@ -127,7 +126,7 @@ void Listen(int fd, const std::vector<QIVEN_NETIF> &usable, size_t nExpected, st
 
 std::string HeldBy(uint16_t usPort) {
     const std::string holders = PortHolders(usPort);
-    return holders.empty() ? std::string("a process that cannot be named (try as root)") : holders;
+    return holders.empty() ? std::string("an unknown process (try again as root)") : holders;
 }
 
 Check ExplainSend(const QIVEN_NETIF &netIf, int iError) {
@@ -140,12 +139,12 @@ Check ExplainSend(const QIVEN_NETIF &netIf, int iError) {
                                  rule ? *rule : "its rule cannot be read");
         check.remedy = fmt::format("allow UDP to port {} on the way out", QIVEN_PORT);
     } else if (iError == EADDRINUSE) {
-        check.text = fmt::format("source port {} is held without sharing by {}", QIVEN_SOURCE_PORT,
-                                 HeldBy(QIVEN_SOURCE_PORT));
+        check.text =
+            fmt::format("source port {} is not shared by {}", QIVEN_SOURCE_PORT, HeldBy(QIVEN_SOURCE_PORT));
         check.remedy = "stop that program";
     } else {
         check.text = fmt::format("the query cannot be sent on {}: {}", name, strerror(iError));
-        check.remedy = "look at the routes (\"ip route\") and at the state of the card (\"ip link\")";
+        check.remedy = "check the routes (\"ip route\") and the state of the interface (\"ip link\")";
     }
     return check;
 }
@@ -161,7 +160,7 @@ Check ExplainSilence(const std::string &names) {
                 fmt::format("allow UDP to port {} on the way {}", QIVEN_PORT, szWay)};
     }
     return {"loopback", Result::kFault,
-            fmt::format("our own query on {} does not come back: something on this machine drops it", names),
+            fmt::format("the query sent on {} does not come back: something on this machine drops it", names),
             fmt::format("look for a firewall or traffic filter, and allow UDP to port {}", QIVEN_PORT)};
 }
 
@@ -171,7 +170,7 @@ Check JudgeArrivals(const Arrivals &arrivals) {
         check.text = fmt::format("{} answers of hosts arrived", arrivals.nAnswers);
     } else if (arrivals.nSealed != 0) {
         check.result = Result::kFault;
-        check.text = fmt::format("{} sealed packets arrived that are for somebody else, the first from {}",
+        check.text = fmt::format("{} sealed packets for other searchers arrived, the first from {}",
                                  arrivals.nSealed, arrivals.sealedFrom);
         check.remedy =
             "the hosts answer another searcher: search again with \"qiven find\", which sends its key, "
@@ -179,19 +178,21 @@ Check JudgeArrivals(const Arrivals &arrivals) {
         return check;
     } else if (arrivals.nJunk != 0) {
         check.result = Result::kFault;
-        check.text = fmt::format("{} packets arrived that do not decode, the first from {} ({})",
+        check.text = fmt::format("{} packets that cannot be decoded arrived, the first from {} ({})",
                                  arrivals.nJunk, arrivals.junkFrom, arrivals.junkReason);
         check.remedy = fmt::format(
-            "find out what sends to UDP port {} there; \"qiven decode --pcap\" shows it", QIVEN_PORT);
+            "find the program there that sends to UDP port {}; \"qiven decode --pcap\" shows its packets",
+            QIVEN_PORT);
         return check;
     } else {
         check.text = "no host answered";
     }
-    if (arrivals.nQueries != 0) check.text += fmt::format(", {} queries of others", arrivals.nQueries);
+    if (arrivals.nQueries != 0)
+        check.text += fmt::format(", {} queries of other searchers", arrivals.nQueries);
     if (arrivals.nJunk + arrivals.nSealed == 0) return check;
     check.result = Result::kNote;
-    check.text +=
-        fmt::format(", {} sealed for somebody else, {} that do not decode", arrivals.nSealed, arrivals.nJunk);
+    check.text += fmt::format(", {} packets sealed for other searchers, {} that cannot be decoded",
+                              arrivals.nSealed, arrivals.nJunk);
     return check;
 }
 
@@ -204,21 +205,20 @@ void Skip(std::vector<Check> &checks, const char *szName, std::string reason) {
 Check CheckPort() {
     const Socket sock;
     const int iError = sock.Bind(INADDR_ANY, QIVEN_PORT);
-    if (iError == 0)
-        return {"port", Result::kOk, fmt::format("UDP port {} can be listened on", QIVEN_PORT), {}};
+    if (iError == 0) return {"port", Result::kOk, fmt::format("UDP port {} is available", QIVEN_PORT), {}};
     if (iError != EADDRINUSE)
         return {"port", Result::kFault,
                 fmt::format("UDP port {} cannot be bound: {}", QIVEN_PORT, strerror(iError)),
-                "look for what restricts this process (a sandbox, a security module)"};
+                "look for a restriction of this process (a sandbox, a security module)"};
     return {"port", Result::kFault,
-            fmt::format("UDP port {} is held without sharing by {}", QIVEN_PORT, HeldBy(QIVEN_PORT)),
-            "stop that program, or let it set SO_REUSEADDR"};
+            fmt::format("UDP port {} is not shared by {}", QIVEN_PORT, HeldBy(QIVEN_PORT)),
+            "stop that program, or make it set SO_REUSEADDR"};
 }
 
 size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::milliseconds listen, bool blAll,
                     std::vector<Check> &checks) {
     if (usable.empty()) {
-        Skip(checks, "send", "needs a usable card");
+        Skip(checks, "send", "needs a usable interface");
         return 0;
     }
     const Socket listener;
@@ -232,11 +232,11 @@ size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::millise
             checks.push_back(ExplainSend(netIf, iError));
     }
     if (sent.size() == usable.size())
-        checks.push_back({"send", Result::kOk, "the query goes out by every card", {}});
+        checks.push_back({"send", Result::kOk, "the query is sent on every interface", {}});
     if (iListenError != 0) {
-        Skip(checks, "loopback",
-             fmt::format("needs UDP port {}, which cannot be listened on: {}", QIVEN_PORT,
-                         strerror(iListenError)));
+        Skip(
+            checks, "loopback",
+            fmt::format("needs UDP port {}, which is not available: {}", QIVEN_PORT, strerror(iListenError)));
         return 0;
     }
 
@@ -251,7 +251,7 @@ size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::millise
     else if (!silent.empty())
         checks.push_back(ExplainSilence(silent));
     else if (!sent.empty())
-        checks.push_back({"loopback", Result::kOk, "our own query comes back", {}});
+        checks.push_back({"loopback", Result::kOk, "the query comes back", {}});
     if (blAll) checks.push_back(JudgeArrivals(arrivals));
     return arrivals.nAnswers;
 }

@@ -1,4 +1,4 @@
-// The single checks of `qiven doctor`. Each looks at one thing, changes nothing and never fails as a whole.
+// The checks of `qiven doctor`. They do not change anything.
 #pragma once
 
 #include <qiven/iface.h>
@@ -13,25 +13,25 @@ enum class Result {
     kOk,       // as it should be
     kNote,     // worth knowing, not the cause
     kFault,    // a cause
-    kSkipped,  // could not be looked at, or needs something that failed before
+    kSkipped,  // could not be made, or depends on a check that failed
 };
 
 struct Check {
     std::string name;
     Result result;
-    std::string text;    // one sentence without its full stop
+    std::string text;    // one sentence without a full stop
     std::string remedy;  // of a fault
 };
 
-// Whether there is an interface to search by. Fills the list of those that can be used.
-Check CheckCards(std::vector<QIVEN_NETIF> &usable);
+// Whether an interface can be used for searching. Fills the list of those that can.
+Check CheckInterfaces(std::vector<QIVEN_NETIF> &usable);
 
-// Whether the discovery port can be listened on.
+// Whether it is possible to listen on the discovery port.
 Check CheckPort();
 
-// Sends one query by every interface while listening for what comes in, our own query above all. Listens for
-// the whole time with blAll, else until every query has been heard. Adds checks "send", "loopback",
-// "firewall" and "arrivals". Returns the number of answers that hosts sent.
+// Sends one query on every interface and listens for incoming packets, in particular for these queries. With
+// blAll it listens for the whole time, else until all of the queries have come back. Adds the checks "send",
+// "loopback", "firewall" and "arrivals". Returns the number of answers of hosts.
 size_t CheckTraffic(const std::vector<QIVEN_NETIF> &usable, std::chrono::milliseconds listen, bool blAll,
                     std::vector<Check> &checks);
 

@@ -1,3 +1,4 @@
+// The subcommand: makes the checks, and names the cause.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -7,14 +8,13 @@
 #include "doctor/checks.h"
 #include "exit_status.h"
 #include "json.h"
-#include "output.h"
+#include "standard_output.h"
 
 namespace qiven::doctor {
 
 namespace {
 
-constexpr uint64_t kSchema = 1;
-// Long enough for what the kernel hands back to a sender at once.
+// Long enough for own broadcasts, which the kernel returns at once.
 constexpr std::chrono::milliseconds kShortListen{100};
 // Long enough for hosts that answer after a pause.
 constexpr std::chrono::milliseconds kLongListen{2000};
@@ -28,13 +28,13 @@ Diagnosis Examine(std::chrono::milliseconds listen, bool blAll) {
     Diagnosis diagnosis;
     std::vector<Check> &checks = diagnosis.checks;
     std::vector<QIVEN_NETIF> usable;
-    checks.push_back(CheckCards(usable));
+    checks.push_back(CheckInterfaces(usable));
     checks.push_back(CheckPort());
     diagnosis.nAnswers = CheckTraffic(usable, listen, blAll, checks);
     return diagnosis;
 }
 
-// The first fault is the cause: the checks come in the order in which one thing needs the other.
+// The first fault is the cause, since each check depends on the ones before it.
 const Check *FindCause(const std::vector<Check> &checks) {
     const auto fault = std::find_if(checks.begin(), checks.end(),
                                     [](const Check &check) { return check.result == Result::kFault; });
@@ -60,11 +60,10 @@ std::string VerdictOf(const Diagnosis &diagnosis) {
     if (pCause != nullptr) return fmt::format("{}; {}.", Capitalised(pCause->text), pCause->remedy);
     const std::string skipped = SkippedOf(diagnosis.checks);
     if (!skipped.empty())
-        return fmt::format("Nothing wrong was seen, but not everything could be checked: {}.", skipped);
+        return fmt::format("No fault was found, but not everything could be checked: {}.", skipped);
     if (diagnosis.nAnswers != 0) return "Nothing is wrong on this machine: hosts answer.";
     return "Nothing is wrong on this machine: the hosts may be off, or in another segment, which broadcasts "
-           "do "
-           "not reach.";
+           "do not reach.";
 }
 
 const char *NameOf(Result result) {
@@ -82,9 +81,8 @@ const char *NameOf(Result result) {
 }
 
 void PrintJson(const Diagnosis &diagnosis) {
-    const json::Node object = json::Object();
+    const json::Node object = json::Document();
     const Check *pCause = FindCause(diagnosis.checks);
-    json::Set(object, "schema", kSchema);
     json::Set(object, "verdict", VerdictOf(diagnosis));
     json::Set(object, "cause", pCause == nullptr ? output::Value() : pCause->name);
     json::Node list = json::Array();
@@ -97,14 +95,14 @@ void PrintJson(const Diagnosis &diagnosis) {
         json::Append(list, std::move(entry));
     }
     json::Set(object, "checks", std::move(list));
-    output::Write(json::Text(object, 2) + "\n");
+    standard_output::Write(json::Text(object, 2) + "\n");
 }
 
 void PrintText(const Diagnosis &diagnosis) {
     std::string lines = VerdictOf(diagnosis) + "\n\n";
     for (const Check &check : diagnosis.checks)
-        lines += fmt::format("{:<8} {:<9} {}\n", NameOf(check.result), check.name, check.text);
-    output::Write(lines);
+        lines += fmt::format("{:<8} {:<10} {}\n", NameOf(check.result), check.name, check.text);
+    standard_output::Write(lines);
 }
 
 int Run(bool blJson) {
@@ -113,8 +111,8 @@ int Run(bool blJson) {
         PrintJson(diagnosis);
     else
         PrintText(diagnosis);
-    if (FindCause(diagnosis.checks) != nullptr) return kNothing;
-    return SkippedOf(diagnosis.checks).empty() ? kDone : kNetwork;
+    if (FindCause(diagnosis.checks) != nullptr) return exit_status::kNotFound;
+    return SkippedOf(diagnosis.checks).empty() ? exit_status::kDone : exit_status::kFailed;
 }
 
 }  // namespace
@@ -125,7 +123,7 @@ std::string OneLineVerdict() {
 
 command_line::Subcommand Command() {
     static bool blJson = false;
-    return {.szHelp = "Say why no host is found, and what to do about it",
+    return {.szHelp = "Find out why no host is found, and how to fix it",
             .options = {{.szNames = "--format",
                          .target = [](const std::string &format) { blJson = format == "json"; },
                          .help = "Output format: text (default) or json",

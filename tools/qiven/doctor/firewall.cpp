@@ -20,7 +20,7 @@ namespace {
 
 constexpr size_t kRulesMax = 4 << 20;
 
-// A chain of either kind of filter, in one shape.
+// A chain of nftables or iptables.
 struct Chain {
     std::string name;
     bool blIn = false;
@@ -29,14 +29,14 @@ struct Chain {
     std::vector<std::string> rules;
 };
 
-// The program's output; nothing when it is missing, fails, or takes longer than a person waits.
+// The output of a program; empty if it does not exist, fails, or takes longer than a user would wait.
 std::string Run(const char *szCommand) {
     struct PipeCloser {
         void operator()(FILE *pf) const { pclose(pf); }
     };
     const std::string line = fmt::format(
         "PATH=/usr/sbin:/usr/bin:/sbin:/bin; exec timeout 1 {} 2>/dev/null </dev/null", szCommand);
-    // The shell gets literal commands of this file, and a search path of its own.
+    // The shell gets literal commands of this file, and a fixed search path.
     // NOLINTNEXTLINE(cert-env33-c)
     std::unique_ptr<FILE, PipeCloser> pipe(popen(line.c_str(), "re"));
     std::string output;
@@ -47,8 +47,8 @@ std::string Run(const char *szCommand) {
     return output;
 }
 
-// A quoted text, such as a comment or a log prefix, is one word with its quotes: it is never taken for a
-// verdict.
+// A quoted text, such as a comment or a log prefix, is one word including its quotes, so that it is not taken
+// for a verdict.
 std::vector<std::string> Words(const std::string &line) {
     std::vector<std::string> words;
     size_t uAt = 0;
@@ -104,13 +104,14 @@ std::string WordAfter(const std::vector<std::string> &words, std::initializer_li
     return {};
 }
 
-// In iptables the verdict is what a rule jumps to; a log prefix may be the same word.
+// In iptables the verdict is the target of a rule; a log prefix may be the same word.
 bool Drops(const std::vector<std::string> &words) {
     const std::string target = WordAfter(words, {"-j", "-g"});
     return HasWord(words, {"drop", "reject"}) || target == "DROP" || target == "REJECT";
 }
 
-// Whether a rule without our port can match our datagrams: it is about no other protocol and no port at all.
+// Whether a rule that does not name the port can match its datagrams: it names neither another protocol nor
+// any port.
 bool IsAboutEverything(const std::vector<std::string> &words) {
     return !HasWord(words, {"tcp", "icmp", "icmpv6", "ip6", "igmp", "dport", "sport", "--dport", "--sport",
                             "--dports", "--sports", "invalid", "INVALID", "lo", "\"lo\""});
@@ -166,13 +167,13 @@ std::vector<Chain> ParseIptables(const std::string &saved) {
 }
 
 std::string Describe(const Chain &chain, const std::string &rule) {
-    // Rules carry comments and names that anybody may have written.
+    // Rules have comments and names, which may contain any text.
     const size_t iStart = std::min(rule.find_first_not_of(" \t"), rule.size());
     return fmt::format("the rule \"{}\" in {}", text::Escape(rule.substr(iStart)), text::Escape(chain.name));
 }
 
-// The chains that a datagram of the port can pass in this direction: those with the hook, and those that they
-// jump to.
+// The chains that a datagram of the port can pass in this direction: those with the hook, and those to which
+// they jump.
 std::vector<const Chain *> ChainsOf(const std::vector<Chain> &chains, Direction direction) {
     std::vector<const Chain *> reached;
     for (const Chain &chain : chains)
@@ -216,7 +217,7 @@ std::optional<std::string> FindPolicy(const std::vector<Chain> &chains, Directio
     return std::nullopt;
 }
 
-// From the surest to the vaguest: a rule about the port, a policy, a rule about everything.
+// From the most to the least certain: a rule about the port, a policy, a rule about everything.
 std::optional<std::string> FindIn(const std::vector<Chain> &chains, Direction direction) {
     if (auto rule = FindRule(
             chains, direction, [](const auto &words) { return Drops(words) && NamesPort(words); }, false))
@@ -226,11 +227,9 @@ std::optional<std::string> FindIn(const std::vector<Chain> &chains, Direction di
         chains, direction, [](const auto &words) { return Drops(words) && IsAboutEverything(words); }, true);
 }
 
-// Rules made with the newer iptables show up in nftables as well; those of the older one only in its own
-// list.
+// nftables also lists the rules of the newer iptables; those of the older one are only in its own list.
 std::vector<std::vector<Chain>> ReadFilters() {
-    // The list of tables is for the machine's root alone; the root of a container may ask for a table by
-    // name.
+    // Only root of the machine may read the list of tables; root of a container may read a table by name.
     constexpr const char *kLegacy = "sh -c 'iptables-legacy-save || iptables-legacy-save -t filter'";
     return {ParseNft(Run("nft --stateless list ruleset")), ParseIptables(Run(kLegacy)),
             ParseIptables(Run("iptables-save"))};

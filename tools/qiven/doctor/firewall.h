@@ -1,4 +1,4 @@
-// What the packet filter does with datagrams of the discovery port, as far as its rules can be read.
+// Finds firewall rules that drop datagrams of the discovery port, in nftables and iptables.
 #pragma once
 
 #include <optional>
@@ -8,8 +8,8 @@ namespace qiven::doctor {
 
 enum class Direction { kIn, kOut };
 
-// The rule (or policy) that most likely drops or refuses datagrams of the port in this direction, in words;
-// none when there is no such rule or none can be read.
+// The rule or policy that most likely drops or rejects datagrams of the port in this direction, in words;
+// empty if there is none or the rules cannot be read.
 std::optional<std::string> FindDrop(Direction direction);
 
 }  // namespace qiven::doctor

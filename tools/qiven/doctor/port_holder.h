@@ -1,4 +1,4 @@
-// Which process has a UDP port open, as far as /proc tells.
+// Finds the processes that hold a UDP port, in /proc.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 namespace qiven::doctor {
 
-// "process 123 (program)", several of them joined, or empty when none can be named. Leaves this process out.
+// "process 123 (program)", several of them joined by commas, or empty if none is found. Omits this process.
 std::string PortHolders(uint16_t usPort);
 
 }  // namespace qiven::doctor

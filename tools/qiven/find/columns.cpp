@@ -1,6 +1,5 @@
 #include "find/columns.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <arpa/inet.h>
@@ -11,6 +10,7 @@
 #include <string_view>
 
 #include "fields.h"
+#include "utc_time.h"
 
 namespace qiven::find {
 
@@ -25,7 +25,7 @@ std::vector<std::string> Dotted(const Host &host) {
     return addresses;
 }
 
-// Columns beside the record's own fields.
+// Columns that are not fields of the record.
 struct Derived {
     const char *szName;
     Value (*pfnValue)(const Host &host, const nasinfo &record);
@@ -40,20 +40,20 @@ constexpr Derived kDerived[] = {
      [](const Host &, const nasinfo &record) -> Value { return fields::ServicesRunning(record); }},
     {"answers", [](const Host &host, const nasinfo &) -> Value { return host.ullAnswers; }},
     {"sealed", [](const Host &host, const nasinfo &) -> Value { return host.blSealed; }},
-    // Without its keys the command does not ask at all.
+    // Without its keys the command does not search at all.
     {"query_key", [](const Host &, const nasinfo &) -> Value { return true; }},
     {"first_seen", [](const Host &host, const nasinfo &) -> Value { return UtcTime(host.firstSeen); }},
     {"last_seen", [](const Host &host, const nasinfo &) -> Value { return UtcTime(host.lastSeen); }},
 };
 
-// Members that every object has, so that their readers need not ask.
-bool IsAlwaysThere(std::string_view name) {
+// Members of every object, even if they are empty.
+bool IsAlwaysPresent(std::string_view name) {
     constexpr std::array<std::string_view, 4> names = {"name", "ident", "model", "type"};
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 Value FieldValue(const nasinfo &record, const fields::Field &field) {
-    if (!fields::HasValue(record, field) && !IsAlwaysThere(field.name)) return {};
+    if (!fields::HasValue(record, field) && !IsAlwaysPresent(field.name)) return {};
     switch (field.kind) {
         case fields::Kind::kText:
             return fields::Text(record, field);
@@ -67,7 +67,7 @@ Value FieldValue(const nasinfo &record, const fields::Field &field) {
     return fields::Number(record, field);
 }
 
-// The words of the service flags are shown as lists of service numbers.
+// The bitmaps of the services are shown as lists of service numbers instead.
 bool IsShown(const fields::Field &field) {
     return field.cbField != sizeof(uint64_t) || field.kind != fields::Kind::kNumber;
 }
@@ -150,14 +150,6 @@ void Sort(std::vector<const Host *> &hosts, const std::string &column) {
         return blReverse ? b.first < a.first : a.first < b.first;
     });
     std::transform(keyed.begin(), keyed.end(), hosts.begin(), [](const auto &entry) { return entry.second; });
-}
-
-std::string UtcTime(WallClock::time_point time) {
-    using std::chrono::duration_cast;
-    using std::chrono::milliseconds;
-    const auto sinceEpoch = duration_cast<milliseconds>(time.time_since_epoch()).count();
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(WallClock::to_time_t(time)),
-                       sinceEpoch % 1000);
 }
 
 }  // namespace qiven::find

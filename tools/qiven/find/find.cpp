@@ -12,8 +12,8 @@ command_line::Subcommand Command(std::string (*pfnExplain)()) {
         .options = Declare(options),
         .run = [pfnExplain] { return Search(options, pfnExplain); },
         .szFooter =
-            "Ends by itself when all is quiet. Exit status: 0 found, 1 nothing or too few found, 2 usage,\n"
-            "3 network or output failed, 130 interrupted (what was found is shown)."};
+            "Stops by itself when no more hosts answer. Exit status: 0 found, 1 nothing or too few found,\n"
+            "2 usage, 3 network or output failed, 130 interrupted (the hosts found so far are shown)."};
 }
 
 }  // namespace qiven::find

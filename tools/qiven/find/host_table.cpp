@@ -12,7 +12,7 @@ namespace qiven::find {
 
 namespace {
 
-// What a forged answer may add to one host.
+// Bounds the addresses that forged answers can add to one host.
 constexpr size_t kInterfacesMax = 64;
 
 // A stretch of the record that is not zero; its bytes follow. A record of 12 KB mostly packs into 200 bytes.
@@ -44,7 +44,7 @@ std::string KeyOf(const nasinfo &record) {
     return "n" + fields::Text(record, *fields::ByName("name")) + "\n" + fields::Dotted(record.ulIP);
 }
 
-// The record without what differs from interface to interface and from query to query of one unchanged host.
+// The record without the fields that differ between interfaces and queries although the host has not changed.
 nasinfo Description(nasinfo record) {
     for (const fields::Field &field : fields::All()) {
         if (field.kind == fields::Kind::kAddress) fields::SetNumber(record, field, 0);
@@ -56,7 +56,7 @@ nasinfo Description(nasinfo record) {
     return record;
 }
 
-// What the allocator takes for a block beside the block itself.
+// Overhead of the allocator for each block.
 constexpr size_t kBlock = 16;
 
 size_t SizeOf(const std::string &text) {
@@ -86,7 +86,7 @@ void Count(Hosts &hosts, Table::iterator at) {
     host.cbCounted = cb;
 }
 
-// Nobody sees what is drawn: it only has to differ from run to run.
+// A simple generator is enough: the senders cannot see its numbers, which only have to differ between runs.
 size_t Draw(Hosts &hosts) {
     constexpr uint32_t kFactor = 1664525;
     constexpr uint32_t kStep = 1013904223;
@@ -100,7 +100,7 @@ bool IsFull(const Hosts &hosts, size_t nMore) {
     return hosts.byKey.size() + nMore > kHostsMax || hosts.cbCounted >= kBytesMax;
 }
 
-// Whether there is space for so many more hosts, or for more of the given one.
+// Whether there is space for nMore new hosts, or for more data of the given host.
 bool MakeSpace(Hosts &hosts, size_t nMore, const Host *pHost) {
     constexpr unsigned int kDraws = 16;
     unsigned int nDrawn = 0;
@@ -115,7 +115,7 @@ bool MakeSpace(Hosts &hosts, size_t nMore, const Host *pHost) {
     return true;
 }
 
-// Notes the interface of the host that an answer came from; true when it is a new address of the host.
+// Adds the interface from which the host answered; true if its address is new.
 bool AddInterface(Hosts &hosts, Host &host, const nasinfo &record) {
     std::string mac = fields::Text(record, *fields::ByName("mac"));
     const bool blKnownMac = std::find(host.macs.begin(), host.macs.end(), mac) != host.macs.end();
@@ -143,7 +143,7 @@ void NoteAnswer(Host &host, const nasinfo &record, const Context &context) {
     host.lastSeen = WallClock::now();
 }
 
-// A failed allocation leaves the table as it was.
+// Leaves the table unchanged if an allocation fails.
 Table::iterator Insert(Hosts &hosts, std::string key, Host host) {
     constexpr size_t kFirst = 64;
     if (hosts.places.size() == hosts.places.capacity())

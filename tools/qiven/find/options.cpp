@@ -2,6 +2,9 @@
 
 #include <qiven/nasinfo.h>
 
+#include <fmt/format.h>
+
+#include "container_interfaces.h"
 #include "find/columns.h"
 
 namespace qiven::find {
@@ -12,27 +15,28 @@ constexpr double kDay = 86400;
 
 std::string CheckColumn(const std::string &name) {
     const std::string bare = !name.empty() && name[0] == '-' ? name.substr(1) : name;
-    return IsColumn(bare) ? std::string() : "no such field: " + bare + " (known: " + AllColumns() + ")";
+    return IsColumn(bare) ? std::string()
+                          : "unknown field: " + bare + " (known fields: " + AllColumns() + ")";
 }
 
-constexpr const char *szWhich = "Which hosts", *szWhere = "Where to ask", *szHowLong = "How long";
+constexpr const char *szWhich = "Which hosts", *szWhere = "Where to search", *szHowLong = "How long";
 
 std::vector<command_line::Option> Filters(Options &options) {
     return {{.szNames = "--name",
              .target = &options.names,
-             .help = "Names that match a pattern (*, ?, [...]), in any case",
+             .help = "Hosts whose name matches a pattern (*, ?, [...]), ignoring case",
              .szValue = "GLOB",
              .szGroup = szWhich,
              .blCommas = true},
             {.szNames = "--model",
              .target = &options.models,
-             .help = "Hosts of this model number",
+             .help = "Hosts with this model number",
              .szValue = "N",
              .szGroup = szWhich,
              .blCommas = true},
             {.szNames = "--type",
              .target = &options.types,
-             .help = "Answers of this packet type (2 or 6)",
+             .help = "Hosts that answer with this packet type (2 or 6)",
              .szValue = "N",
              .szGroup = szWhich,
              .choices = {"2", "6"},
@@ -49,23 +53,23 @@ std::vector<command_line::Option> Filters(Options &options) {
 std::vector<command_line::Option> Interfaces(Options &options) {
     return {{.szNames = "--interface",
              .target = &options.interfaces,
-             .help = "Only interfaces whose name matches",
+             .help = "Use only interfaces whose name matches",
              .szValue = "IF",
              .szGroup = szWhere,
              .blCommas = true},
             {.szNames = "--exclude",
              .target = &options.excludes,
-             .help = "No interface whose name matches",
+             .help = "Do not use interfaces whose name matches",
              .szValue = "IF",
              .szGroup = szWhere,
              .blCommas = true},
             {.szNames = "--all-interfaces",
              .target = &options.blAllInterfaces,
-             .help = "Also docker*, veth*, br-* and virbr*, which are left out otherwise",
+             .help = fmt::format("Use all interfaces, including {}", fmt::join(kContainerInterfaces, ", ")),
              .szGroup = szWhere}};
 }
 
-std::vector<command_line::Option> Ending(Options &options) {
+std::vector<command_line::Option> Stopping(Options &options) {
     return {{.szNames = "--timeout",
              .target = &options.timeout,
              .help = "Longest time to listen, in seconds [10; 60 while new hosts answer]",
@@ -74,19 +78,19 @@ std::vector<command_line::Option> Ending(Options &options) {
              .range = {{0.01, kDay}}},
             {.szNames = "--count",
              .target = &options.count,
-             .help = "End when so many hosts are found",
+             .help = "Stop after N hosts",
              .szValue = "N",
              .szGroup = szHowLong,
              .blPositive = true},
             {.szNames = "--expect",
              .target = &options.expect,
-             .help = "Like --count, and listen to the timeout until then",
+             .help = "Listen until N hosts have answered or the timeout is reached",
              .szValue = "N",
              .szGroup = szHowLong,
              .blPositive = true},
             {.szNames = "--watch",
              .target = &options.blWatch,
-             .help = "Go on: report hosts that appear, change and vanish",
+             .help = "Keep running, and report hosts that appear, change and vanish",
              .szGroup = szHowLong,
              .szExcludes = "--expect"},
             {.szNames = "--interval",
@@ -107,7 +111,7 @@ std::vector<command_line::Option> Showing(Options &options) {
              .blCommas = true},
             {.szNames = "--sort",
              .target = &options.sort,
-             .help = "Field to sort by; a leading '-' reverses",
+             .help = "Field to sort by; a leading '-' reverses the order",
              .szValue = "FIELD",
              .pfnCheck = CheckColumn},
             {"-v,--verbose", &options.blVerbose, "Show the library's messages on standard error"}};
@@ -117,7 +121,7 @@ std::vector<command_line::Option> Showing(Options &options) {
 
 std::vector<command_line::Option> Declare(Options &options) {
     std::vector<command_line::Option> all;
-    for (const auto &some : {Filters(options), Interfaces(options), Ending(options),
+    for (const auto &some : {Filters(options), Interfaces(options), Stopping(options),
                              output::Declare(options.format, options.colour), Showing(options)})
         all.insert(all.end(), some.begin(), some.end());
     return all;

@@ -19,7 +19,7 @@ struct Options {
     bool blVerbose = false;
 
     output::Format format = output::Format::kTable;
-    output::Colour colour = output::Colour::kAuto;
+    terminal::Colour colour = terminal::Colour::kAuto;
     std::vector<std::string> fields;
     std::string sort;  // a leading "-" reverses
     std::vector<std::string> names;
@@ -28,7 +28,7 @@ struct Options {
     bool blAllInterfaces = false;
 };
 
-// The options, which fill the record.
+// The options of the command line, which fill the structure.
 std::vector<command_line::Option> Declare(Options &options);
 
 }  // namespace qiven::find

@@ -1,4 +1,4 @@
-// Asking the segment: which interfaces, and the query out of each of them.
+// The query of "qiven find": its fields, and the interfaces on which it is sent.
 #pragma once
 
 #include <qiven/udp.h>
@@ -9,25 +9,25 @@
 
 namespace qiven::find {
 
-struct Asker {
+struct Querier {
     std::vector<std::string> interfaces, excludes;  // patterns
     bool blAllInterfaces = false;
     QIVEN_LOG *pLog = nullptr;
 
-    std::set<std::string> complained;  // what was said once is not said again
+    std::set<std::string> complained;  // messages that are not repeated
 };
 
-// Whether the patterns let an interface be used. Bridges and interfaces of containers and virtual machines
-// are left out unless they are named or all are wanted.
-bool IsWanted(const Asker &asker, const std::string &name);
+// Whether the options allow an interface to be used. Interfaces of containers and virtual machines are left
+// out unless they are named or all are wanted.
+bool IsWanted(const Querier &querier, const std::string &name);
 
-struct Asked {
-    int nSent = 0;        // interfaces that the query was sent on
-    bool blNone = false;  // there is no interface to send it on
+struct Queried {
+    int nSent = 0;               // interfaces on which the query was sent
+    bool blNoInterface = false;  // there is no interface to send it on
 };
 
 // Sends the query, which carries the process key, on every wanted interface that has an address, from that
-// address. Says once for each interface if that failed, and why if there is none.
-Asked Ask(Asker &asker);
+// address. Reports each failure once, and the reason if there is no such interface.
+Queried SendQueries(Querier &querier);
 
 }  // namespace qiven::find

@@ -6,29 +6,22 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <system_error>
 
 #include "find/columns.h"
 #include "messages.h"
+#include "standard_output.h"
+#include "terminal.h"
+#include "utc_time.h"
 
 namespace qiven::find {
 
 namespace {
 
-constexpr uint64_t kSchema = 1;
-
-// JSON is one array whose objects count all answers, and sorting needs all hosts: both wait for the end.
+// JSON is one array whose objects count all answers, and sorting needs all hosts, so both wait for the end.
 bool WaitsForEnd(const Options &options) {
     if (options.blWatch) return false;
     return options.format == output::Format::kJson || !options.sort.empty();
-}
-
-bool IsTerminal(int fd) {
-    const char *szTerm = getenv("TERM");
-    return isatty(fd) == 1 && szTerm != nullptr && strcmp(szTerm, "dumb") != 0;
 }
 
 }  // namespace
@@ -37,20 +30,19 @@ void Begin(Report &report) {
     output::Writer &writer = report.writer;
     writer.format = report.options.format;
     writer.colour = report.options.colour;
-    writer.schema = kSchema;
-    writer.blLater = true;
+    writer.blQueued = true;
     writer.columns = ChooseColumns(report.options.fields, writer.format);
     if (report.options.blWatch) {
         const output::Column columns[] = {{"time", 24}, {"event", 8}};
         writer.columns.insert(writer.columns.begin(), std::begin(columns), std::end(columns));
     }
-    report.blLive = IsTerminal(STDERR_FILENO) && !report.options.blVerbose;
+    report.blLive = terminal::IsCapable(STDERR_FILENO) && !report.options.blVerbose;
     output::Begin(writer);
 }
 
 bool IsReady(Report &report) {
-    const bool blReady = output::Send(report.writer);
-    const int iError = report.writer.iError;
+    const bool blReady = standard_output::Send(report.writer.queue);
+    const int iError = report.writer.queue.iError;
     if (iError != 0 && !report.blSaidError) {
         ClearLive(report);
         messages::Say(fmt::format("cannot write to standard output: {}; trying again", strerror(iError)));
@@ -71,28 +63,26 @@ size_t Event(Report &report, const char *szEvent, const Host &host) {
     output::Row row = MakeRow(host, report.writer.columns);
     row[0] = UtcTime(WallClock::now());
     row[1] = std::string(szEvent);
-    const size_t cbBefore = report.writer.unsent.size();
+    const size_t cbBefore = report.writer.queue.text.size();
     output::WriteRow(report.writer, row);
-    const size_t cbRow = report.writer.unsent.size() - cbBefore;
+    const size_t cbRow = report.writer.queue.text.size() - cbBefore;
     IsReady(report);
     return cbRow;
 }
 
 bool Drain(Report &report, const volatile sig_atomic_t &iSignal) {
-    constexpr int kLook = 100;  // milliseconds
+    constexpr int kLookMilliseconds = 100;
     constexpr std::chrono::seconds kPatience{1};
-    const output::Writer &writer = report.writer;
+    const standard_output::Queue &queue = report.writer.queue;
     Clock::time_point progress = Clock::now();
-    size_t cbSent = writer.cbSent;
-    while (!output::Send(report.writer)) {
-        if (writer.iError != 0)
-            throw std::system_error(writer.iError, std::generic_category(),
-                                    "cannot write to standard output");
-        if (writer.cbSent != cbSent) progress = Clock::now();
+    size_t cbSent = queue.cbSent;
+    while (!standard_output::Send(report.writer.queue)) {
+        if (queue.iError != 0) standard_output::ThrowError(queue.iError);
+        if (queue.cbSent != cbSent) progress = Clock::now();
         if (iSignal != 0 && Clock::now() - progress > kPatience) return false;
-        cbSent = writer.cbSent;
+        cbSent = queue.cbSent;
         pollfd writable{STDOUT_FILENO, POLLOUT, 0};
-        poll(&writable, 1, kLook);
+        poll(&writable, 1, kLookMilliseconds);
     }
     return true;
 }
@@ -119,7 +109,7 @@ void ShowLive(Report &report, size_t nHosts, double dLeft) {
     if (!report.blLive) return;
     std::string text = fmt::format("{} host{}", nHosts, nHosts == 1 ? "" : "s");
     text += dLeft < 0 ? std::string(", watching") : fmt::format(", {:.1f} s left", std::max(dLeft, 0.0));
-    const size_t uTerminal = output::TerminalWidth(STDERR_FILENO);
+    const size_t uTerminal = terminal::Width(STDERR_FILENO);
     if (uTerminal > 1) text.resize(std::min(text.size(), uTerminal - 1));
     messages::Show(fmt::format("\r{}\033[K", text));
     report.blLiveShown = true;

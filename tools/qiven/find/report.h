@@ -1,4 +1,4 @@
-// What "qiven find" shows while it runs and when it ends.
+// The output of "qiven find": rows, events of --watch, and the live line on a terminal.
 #pragma once
 
 #include <csignal>
@@ -12,26 +12,27 @@ namespace qiven::find {
 struct Report {
     const Options &options;
     output::Writer writer{};
-    bool blLive = false;       // a line on the terminal says how it goes
-    bool blLiveShown = false;  // and stands there now
+    bool blLive = false;       // standard error is a terminal, and gets a line that shows the progress
+    bool blLiveShown = false;  // the line is there now
     bool blSaidError = false;
 };
 
 void Begin(Report &report);
-// Whether standard output has taken all that was written so far, so that there may be more. Never waits:
-// while a reader sleeps or a disk is full, the search goes on. Says once what is wrong with standard output.
+// Whether standard output has taken everything that was written so far, so that more can be written. Never
+// waits: the search continues if the reader does not read or the disk is full. Reports an error of standard
+// output once.
 bool IsReady(Report &report);
-// A host was found: its row, if rows are shown as hosts arrive.
+// Writes the row of a host that was found, if rows are shown as hosts answer.
 void Found(Report &report, const Host &host);
-// Something happened to a host, for --watch. Returns the length of the row.
+// Writes an event of --watch. Returns the length of the row.
 size_t Event(Report &report, const char *szEvent, const Host &host);
-// Sends all that was written. It waits for the reader; after the signal only as long as there is progress:
-// false if the reader sleeps on.
+// Sends everything that was written, and waits for the reader; after a signal only while there is progress.
+// False if the reader did not read.
 bool Drain(Report &report, const volatile sig_atomic_t &iSignal);
-// The same after the rows that wait for the end.
+// Writes the rows that wait for the end, and drains.
 bool End(Report &report, const Hosts &hosts, const volatile sig_atomic_t &iSignal);
 
-// The live line: dLeft seconds to go, or below 0 for no end.
+// The live line. dLeft is the number of seconds left, or below 0 if there is no limit.
 void ShowLive(Report &report, size_t nHosts, double dLeft);
 void ClearLive(Report &report);
 

@@ -19,60 +19,26 @@
 #include <vector>
 
 #include "exit_status.h"
-#include "fields.h"
-#include "find/host_table.h"
-#include "find/query.h"
-#include "find/report.h"
-#include "find/watch.h"
+#include "find/filter.h"
+#include "find/pace.h"
+#include "find/run.h"
+#include "find/stop.h"
 #include "messages.h"
-#include "text.h"
+#include "standard_output.h"
 
 namespace qiven::find {
 
 namespace {
 
-constexpr double kTimeout = 10;
-// Of a search that new hosts alone keep from ending.
-constexpr double kTimeoutCrowd = 60;
-// When nothing new has come for so long, all who can answer have. A segment where nobody has answered yet
-// gets more time: disks spin up.
-constexpr double kQuiet = 1.5;
-constexpr double kQuietEmpty = 3;
-constexpr unsigned int kRoundsMin = 2;
-constexpr double kMissedQueries = 3.5;  // of --watch, before a host counts as vanished
+// Of --watch: a host that has not answered this many queries has vanished.
+constexpr double kMissedQueries = 3.5;
 constexpr double kLivePeriod = 0.2;
-// A row costs many times what an answer does. The socket has room for what comes in while so many are written
-// at once; when a burst brings more, the rest wait for its end, at most so long. Writing each at once would
-// let the socket overflow, and always at the cost of the same late hosts.
+// Writing a row takes many times longer than receiving an answer. The socket buffers the answers that arrive
+// while this many rows are written at once; the rest of a larger burst waits for its end, but only so long.
+// If each row were written at once, the socket would overflow, and the same late hosts would always be lost.
 constexpr unsigned int kRowsAtOnce = 32;
 constexpr double kRowsWait = 0.1;
-// Answers closer together than this are one burst; a query waits for its end, but not forever.
-constexpr double kPauseMin = 0.3;
-constexpr size_t kSocketHolds = 150;  // answers, in the buffer of 64 KB that the library asks for
-constexpr double kBurstGap = 0.1;
-constexpr double kBurstWait = 6;
 constexpr suseconds_t kTickMicroseconds = 20000;
-
-struct Run {
-    const Options &options;
-    Asker asker;
-    Report report;
-    Hosts hosts{};
-    bool blListening = false;
-    bool blNoInterface = false;
-    std::exception_ptr failure{};
-    Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, lastQuery{};
-    Clock::time_point lastShown{}, lastHeard{};
-    std::vector<Host *> unshown{};  // found, their rows not written yet
-    size_t nShown = 0;              // of these
-    unsigned int nShownAtOnce = 0;  // since the last pause
-    bool blHeard = false;           // an answer came in this pass
-    unsigned int nRounds = 0;
-    bool blAsked = false;  // a query was sent
-    bool blSaidFull = false;
-    bool blSaidMemory = false;
-    Teller teller{};
-};
 
 Run *pRun = nullptr;
 volatile sig_atomic_t iSignal = 0;
@@ -80,78 +46,25 @@ volatile sig_atomic_t iSignal = 0;
 void OnSignal(int iNumber) {
     iSignal = iNumber;
 }
-// The timer only has to end the library's wait.
+// The timer only interrupts the library's wait.
 void OnTick(int) {
 }
 
-double Seconds(Clock::duration duration) {
-    return std::chrono::duration<double>(duration).count();
-}
-Clock::duration ToDuration(double dSeconds) {
-    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(dSeconds));
-}
-
-uint64_t Wanted(const Options &options) {
-    return std::max(options.count.value_or(0), options.expect.value_or(0));
-}
-
-// While queries bring new hosts, or more than one burst of answers has room, some are being lost: the next
-// query follows as soon as "qiven answer" lets this asker ask again. The second comes soon in any case; later
-// ones are rarer.
-double PauseAfter(const Run &run) {
-    if (run.options.blWatch && run.nRounds >= kRoundsMin) return run.options.dInterval;
-    if (run.lastNew > run.lastQuery || run.hosts.byKey.size() > kSocketHolds) return kPauseMin;
-    return run.nRounds < 3 ? 0.6 : 1.5;
-}
-
-// Asking into a burst of answers would only double it, and the socket holds some hundred: a large segment's
-// answers are let in first. A flood of forged answers would put the next query off for ever.
-bool IsQueryDue(const Run &run) {
-    if (run.nRounds == 0) return true;
-    const auto now = Clock::now();
-    const bool blBurst = now - run.lastHeard < ToDuration(kBurstGap) && !run.hosts.blWasFull;
-    return now - run.lastQuery >= ToDuration(std::max(PauseAfter(run), blBurst ? kBurstWait : 0));
-}
-
-void AskAll(Run &run) {
-    // Counted first, so that a query without memory for it counts as a round.
+void Query(Run &run) {
+    // Counted first, so that a query that fails for lack of memory counts as a round.
     const bool blFirst = run.nRounds++ == 0;
     run.lastQuery = Clock::now();
-    const Asked asked = Ask(run.asker);
-    run.blAsked = run.blAsked || asked.nSent > 0;
-    run.blNoInterface = asked.blNone && blFirst && !run.options.blWatch;
+    const Queried queried = SendQueries(run.querier);
+    run.blQuerySent = run.blQuerySent || queried.nSent > 0;
+    run.blNoInterface = queried.blNoInterface && blFirst && !run.options.blWatch;
 }
 
-// Seconds until the run ends if nothing new comes; below 0 when it does not.
-double TimeLeft(const Run &run) {
-    const Options &options = run.options;
-    const auto now = Clock::now();
-    const bool blQuietEnds = !options.expect && !run.hosts.byKey.empty();
-    const double dDefault = blQuietEnds ? kTimeoutCrowd : kTimeout;
-    const double dLimit = options.timeout.value_or(dDefault) - Seconds(now - run.start);
-    if (options.blWatch) return options.timeout ? std::max(dLimit, 0.0) : -1;
-    if (options.expect) return std::max(dLimit, 0.0);
-    // The second query would be for nothing if the burst that held it back had used its answers' time up.
-    const bool blHeldBack = run.nRounds == kRoundsMin && run.lastQuery - run.lastNew > ToDuration(kQuiet);
-    const double dQuiet = (run.hosts.byKey.empty() ? kQuietEmpty : kQuiet) -
-                          Seconds(now - (blHeldBack ? run.lastQuery : run.lastNew));
-    return std::max(std::min(dLimit, run.nRounds < kRoundsMin ? dLimit : dQuiet), 0.0);
-}
-
-bool IsOver(const Run &run) {
-    if (iSignal != 0 || run.failure || run.blNoInterface) return true;
-    const uint64_t ullWanted = Wanted(run.options);
-    if (ullWanted > 0 && run.hosts.byKey.size() >= ullWanted) return true;
-    // However short the time and busy the machine, the search asks once.
-    return run.nRounds > 0 && TimeLeft(run) == 0;
-}
-
-void TellRest(Run &run) {
+void ReportWaiting(Run &run) {
     const double dPatience = kMissedQueries * std::max(run.options.dInterval, 1.0);
-    TellRest(run.teller, run.report, run.hosts, Clock::now() - ToDuration(dPatience));
+    ReportWaiting(run.watch, run.report, run.hosts, Clock::now() - ToDuration(dPatience));
 }
 
-// As many as standard output takes without waiting.
+// Shows as many hosts as standard output takes without waiting.
 void ShowFound(Run &run) {
     run.lastShown = Clock::now();
     while (run.nShown < run.unshown.size() && IsReady(run.report)) {
@@ -174,39 +87,15 @@ void Progress(Run &run) {
     run.blHeard = false;
     const auto now = Clock::now();
     if (IsQueryDue(run)) {
-        ClearLive(run.report);  // asking may print a message
-        AskAll(run);
+        ClearLive(run.report);  // a query may print a message
+        Query(run);
     }
     if (now - run.lastLive < ToDuration(kLivePeriod)) return;
     run.lastLive = now;
-    output::EndWithoutReader();
+    standard_output::EndWithoutReader();
     IsReady(run.report);
-    if (run.options.blWatch) TellRest(run);
-    ShowLive(run.report, run.hosts.byKey.size(), TimeLeft(run));
-}
-
-bool Contains(const std::vector<uint32_t> &list, uint32_t ulValue) {
-    return std::find(list.begin(), list.end(), ulValue) != list.end();
-}
-
-bool HasService(const nasinfo &record, uint32_t ulService) {
-    return QIVENNasinfoServSuppGet(nullptr, &record, ulService) == 1 ||
-           QIVENNasinfoServRunGet(nullptr, &record, ulService) == 1;
-}
-
-// Our own broadcast and other searchers' come in, too; only what describes a host counts.
-bool IsWantedHost(const Options &options, const nasinfo &record) {
-    const uint32_t ulType = record.ulPktType;
-    if (ulType != QIVEN_PKT_ANSWER && ulType != QIVEN_PKT_ANSWER_INST) return false;
-    if (!options.types.empty() && !Contains(options.types, ulType)) return false;
-    if (!options.models.empty() && !Contains(options.models, record.ulModel)) return false;
-    if (!std::all_of(options.services.begin(), options.services.end(),
-                     [&record](uint32_t ulService) { return HasService(record, ulService); }))
-        return false;
-    const std::string name = fields::Text(record, *fields::ByName("name"));
-    return options.names.empty() ||
-           std::any_of(options.names.begin(), options.names.end(),
-                       [&name](const auto &pattern) { return text::Matches(pattern, name, true); });
+    if (run.options.blWatch) ReportWaiting(run);
+    ShowLive(run.report, run.hosts.byKey.size(), SecondsLeft(run));
 }
 
 void SayFull(Run &run) {
@@ -214,12 +103,12 @@ void SayFull(Run &run) {
     run.blSaidFull = true;
     ClearLive(run.report);
     messages::Say(
-        fmt::format("more hosts than are kept: the table is full with {}, and somebody may be forging "
-                    "answers; from now on a host must answer two queries to be shown",
+        fmt::format("too many hosts: the table is full with {} of them, and answers may be forged; from now "
+                    "on a host must answer two queries to be shown",
                     run.hosts.byKey.size()));
 }
 
-// Its row, now or when the burst that it came in is over.
+// Shows a host at once, or when the burst in which it answered is over.
 void ShowSoon(Run &run, Host &host) {
     run.unshown.push_back(&host);
     host.blHeld = true;
@@ -239,20 +128,20 @@ void Receive(Run &run, const nasinfo &record) {
     if (pHost == nullptr) return;
     if (run.options.blWatch) {
         pHost->blChanged = pHost->blChanged || heard == Heard::kChanged;
-        TellNow(run.teller, run.report, *pHost);
+        ReportNow(run.watch, run.report, *pHost);
     } else if (heard == Heard::kNew) {
         ShowSoon(run, *pHost);
     }
 }
 
-// The library lets no exception through, so they wait until it has returned. Without memory for it, one
-// answer or query is lost, and there will be others.
+// An exception must not pass through the library: it is kept until the library returns. If memory runs out,
+// one answer or query is lost, and others will follow.
 template <typename Function>
 void Guard(Function function) {
     try {
         function(*pRun);
     } catch (const std::bad_alloc &) {
-        if (!pRun->blSaidMemory) messages::Say("not enough memory: an answer or a query was left out");
+        if (!pRun->blSaidMemory) messages::Say("not enough memory: an answer or a query was lost");
         pRun->blSaidMemory = true;
     } catch (...) {
         pRun->failure = std::current_exception();
@@ -285,8 +174,8 @@ void SetTimer(suseconds_t microseconds) {
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-// A second Ctrl-C ends the process at once, whatever it waits for. Without the ticks, which a parent may have
-// blocked, it would wait too long for everything.
+// A second Ctrl-C ends the process at once, whatever it waits for. The ticks, which the parent process may
+// have blocked, bound every wait.
 void CatchSignals() {
     Handle(SIGXFSZ, SIG_IGN, 0);
     Handle(SIGALRM, OnTick, 0);
@@ -298,13 +187,13 @@ void CatchSignals() {
         Handle(iNumber, OnSignal, static_cast<int>(SA_RESETHAND));
 }
 
-// Writes what is left, for --watch as much as its rate allows. The ticks go on, so that a write to a reader
-// that sleeps can be given up.
+// Writes the remaining rows, for --watch as many as its rate allows. The ticks continue, so that a write is
+// interrupted if the reader does not read.
 bool Finish(Run &run) {
     do {
         if (!Drain(run.report, iSignal)) return false;
-        if (run.options.blWatch) TellRest(run);
-    } while (run.teller.blBehind && !IsReady(run.report));
+        if (run.options.blWatch) ReportWaiting(run);
+    } while (run.watch.blBehind && !IsReady(run.report));
     for (; run.nShown < run.unshown.size(); ++run.nShown) {
         if (!Drain(run.report, iSignal)) return false;
         Found(run.report, *run.unshown[run.nShown]);
@@ -312,7 +201,7 @@ bool Finish(Run &run) {
     return End(run.report, run.hosts, iSignal);
 }
 
-// The library does not say why it has no socket.
+// The library does not report why it could not open a socket.
 std::string WhyNotListening() {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd == -1) return strerror(errno);
@@ -321,18 +210,17 @@ std::string WhyNotListening() {
 }
 
 int Status(const Run &run, int iResult, std::string (*pfnExplain)()) {
-    constexpr int kShellSignalBase = 128;
-    if (iSignal != 0) return kShellSignalBase + iSignal;
-    if (run.blNoInterface) return kNetwork;
+    if (iSignal != 0) return exit_status::AfterSignal(iSignal);
+    if (run.blNoInterface) return exit_status::kFailed;
     if (iResult != 0 && !run.blListening) {
         messages::Say(fmt::format("cannot listen on UDP port {}: {}", QIVEN_PORT, WhyNotListening()));
-        return kNetwork;
+        return exit_status::kFailed;
     }
-    if (iResult != 0) return kNetwork;
+    if (iResult != 0) return exit_status::kFailed;
     const size_t nHosts = run.hosts.byKey.size();
-    if (nHosts == 0 && !run.blAsked) return kNetwork;
+    if (nHosts == 0 && !run.blQuerySent) return exit_status::kFailed;
     if (nHosts == 0 && isatty(STDERR_FILENO) == 1) messages::Say(pfnExplain());
-    return nHosts == 0 || nHosts < Wanted(run.options) ? kNothing : kDone;
+    return nHosts == 0 || nHosts < WantedHosts(run.options) ? exit_status::kNotFound : exit_status::kDone;
 }
 
 }  // namespace
@@ -340,11 +228,14 @@ int Status(const Run &run, int iResult, std::string (*pfnExplain)()) {
 int Search(const Options &options, std::string (*pfnExplain)()) {
     const messages::NeverWait never;
     if (QIVENProcessKeyInit() != 0) {
-        messages::Say("cannot make the keys of this process");
-        return kNetwork;
+        messages::Say("cannot create the process keys");
+        return exit_status::kFailed;
     }
     QIVEN_LOG *pLog = messages::Record(options.blVerbose);
-    Run run{options, {options.interfaces, options.excludes, options.blAllInterfaces, pLog, {}}, {options}};
+    Run run{options,
+            iSignal,
+            {options.interfaces, options.excludes, options.blAllInterfaces, pLog, {}},
+            {options}};
     pRun = &run;
     Begin(run.report);
     CatchSignals();
@@ -356,8 +247,7 @@ int Search(const Options &options, std::string (*pfnExplain)()) {
     QIVENProcessKeyCleanup();
     ClearLive(run.report);
     if (run.failure) std::rethrow_exception(run.failure);
-    if (!Finish(run))
-        messages::Say("standard output was not read to the end: not all that was found is shown");
+    if (!Finish(run)) messages::Say("standard output was not read to the end: some hosts are not shown");
     SetTimer(0);
     return Status(run, iResult, pfnExplain);
 }

@@ -1,4 +1,4 @@
-// One run of "qiven find": the receive loop and what it decides.
+// One run of "qiven find": the receive loop, signals and the exit status.
 #pragma once
 
 #include <string>
@@ -7,9 +7,9 @@
 
 namespace qiven::find {
 
-// Searches and shows what is found. Returns the exit status. One run per process: the library's callbacks and
-// the signal handlers carry no context.
-// pfnExplain says why nothing was found, to a person at a terminal.
+// Searches, and shows the hosts that answer. Returns the exit status. One run per process: the library's
+// callbacks and the signal handlers carry no context. pfnExplain says why no host was found; it is used on
+// a terminal.
 int Search(const Options &options, std::string (*pfnExplain)());
 
 }  // namespace qiven::find

@@ -8,70 +8,70 @@ constexpr char kAppeared[] = "appeared";
 constexpr char kChanged[] = "changed";
 constexpr char kVanished[] = "vanished";
 
-// What the reader does not know yet; null if that is nothing, or may not be told yet.
-const char *NewsOf(const Host &host, Clock::time_point since) {
+// The event that the reader does not know of; null if there is none, or if it must wait.
+const char *EventOf(const Host &host, Clock::time_point since) {
     const bool blSilent = host.heard < since;
-    if (!host.blTold) return blSilent || host.blDoubtful ? nullptr : kAppeared;
+    if (!host.blReported) return blSilent || host.blDoubtful ? nullptr : kAppeared;
     if (blSilent) return kVanished;
-    return host.blChanged && Clock::now() - host.told >= kChangePause ? kChanged : nullptr;
+    return host.blChanged && Clock::now() - host.reported >= kChangePause ? kChanged : nullptr;
 }
 
-bool Tell(Teller &teller, Report &report, Host &host, const char *szNews) {
+bool Write(Watch &watch, Report &report, Host &host, const char *szEvent) {
     constexpr size_t kLine = 1024;
-    if (!IsReady(report) || !rate_limit::Take(teller.lines, rate_limit::Now())) return false;
-    const size_t cbRow = Event(report, szNews, host);
-    teller.lines.nThousandths -= static_cast<int64_t>(cbRow / kLine) * rate_limit::kToken;
-    host.blTold = host.blHeld = true;
+    if (!IsReady(report) || !rate_limit::Take(watch.lines, rate_limit::Now())) return false;
+    const size_t cbRow = Event(report, szEvent, host);
+    watch.lines.nThousandths -= static_cast<int64_t>(cbRow / kLine) * rate_limit::kToken;
+    host.blReported = host.blHeld = true;
     host.blChanged = false;
-    host.told = Clock::now();
+    host.reported = Clock::now();
     return true;
 }
 
-// What goes first under a flood of forged hosts, which rarely answer twice.
+// The order of events, for a flood of forged hosts, which rarely answer twice.
 enum class Rank { kConfirmed, kKnown, kRest };
 
-Rank RankOf(const Host &host, const char *szNews) {
-    if (szNews == kAppeared && host.blConfirmed) return Rank::kConfirmed;
-    return szNews == kChanged ? Rank::kKnown : Rank::kRest;
+Rank RankOf(const Host &host, const char *szEvent) {
+    if (szEvent == kAppeared && host.blConfirmed) return Rank::kConfirmed;
+    return szEvent == kChanged ? Rank::kKnown : Rank::kRest;
 }
 
-// One look at every host, which goes on where the last one ended.
-void TellRank(Teller &teller, Report &report, Hosts &hosts, Clock::time_point since, Rank rank) {
-    // Each rank leaves half of the lines to the next ones.
-    const int64_t nReserve = rank == Rank::kRest ? 0 : teller.lines.nThousandths / 2;
+// Considers every host, beginning where the last call stopped.
+void ReportRank(Watch &watch, Report &report, Hosts &hosts, Clock::time_point since, Rank rank) {
+    // Each rank leaves half of the lines to the next one.
+    const int64_t nReserve = rank == Rank::kRest ? 0 : watch.lines.nThousandths / 2;
     bool blBehind = false;
     for (size_t nLeft = hosts.places.size(); nLeft > 0 && !blBehind; --nLeft) {
-        if (teller.uNext >= hosts.places.size()) teller.uNext = 0;
-        Host &host = hosts.places[teller.uNext]->second;
+        if (watch.uNext >= hosts.places.size()) watch.uNext = 0;
+        Host &host = hosts.places[watch.uNext]->second;
         const bool blSilent = host.heard < since;
-        const char *szNews = NewsOf(host, since);
-        const bool blDue = szNews != nullptr && RankOf(host, szNews) == rank;
-        const bool blTold =
-            blDue && teller.lines.nThousandths >= nReserve && Tell(teller, report, host, szNews);
-        blBehind = blDue && !blTold;
-        // The last host takes the place of one that goes.
-        if (blSilent && (!host.blTold || (blTold && szNews == kVanished))) {
+        const char *szEvent = EventOf(host, since);
+        const bool blDue = szEvent != nullptr && RankOf(host, szEvent) == rank;
+        const bool blReported =
+            blDue && watch.lines.nThousandths >= nReserve && Write(watch, report, host, szEvent);
+        blBehind = blDue && !blReported;
+        // The last host takes the place of one that is removed.
+        if (blSilent && (!host.blReported || (blReported && szEvent == kVanished))) {
             Remove(hosts, host);
         } else if (!blBehind) {
             if (!blSilent) ForgetAddresses(hosts, host, since);
-            ++teller.uNext;
+            ++watch.uNext;
         }
     }
-    teller.blBehind = teller.blBehind || blBehind;
+    watch.blBehind = watch.blBehind || blBehind;
 }
 
 }  // namespace
 
-void TellNow(Teller &teller, Report &report, Host &host) {
-    const char *szNews = teller.blBehind ? nullptr : NewsOf(host, host.heard);
-    if (szNews != nullptr) teller.blBehind = !Tell(teller, report, host, szNews);
+void ReportNow(Watch &watch, Report &report, Host &host) {
+    const char *szEvent = watch.blBehind ? nullptr : EventOf(host, host.heard);
+    if (szEvent != nullptr) watch.blBehind = !Write(watch, report, host, szEvent);
 }
 
-void TellRest(Teller &teller, Report &report, Hosts &hosts, Clock::time_point since) {
-    teller.blBehind = false;
-    rate_limit::Refill(teller.lines, rate_limit::Now());
+void ReportWaiting(Watch &watch, Report &report, Hosts &hosts, Clock::time_point since) {
+    watch.blBehind = false;
+    rate_limit::Refill(watch.lines, rate_limit::Now());
     for (const Rank rank : {Rank::kConfirmed, Rank::kKnown, Rank::kRest})
-        TellRank(teller, report, hosts, since, rank);
+        ReportRank(watch, report, hosts, since, rank);
 }
 
 }  // namespace qiven::find

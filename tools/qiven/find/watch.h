@@ -1,6 +1,6 @@
-// What the reader of --watch is told. The state of the table is told, not every step on the way to it: while
-// a line may not be written, further changes of its host join it. Strangers decide how much happens, and the
-// lines may go into a log.
+// The events of --watch: which are written, in which order, and how many. An event shows the current state of
+// a host, so further changes of the host join an event that could not be written yet. Since any sender can
+// cause events, and they may go into a log, their rate is limited.
 #pragma once
 
 #include "find/host_table.h"
@@ -9,21 +9,22 @@
 
 namespace qiven::find {
 
-// A long line counts for as many as its length in KiB.
+// A long line counts as one line per KiB.
 constexpr int64_t kLinesAtOnce = 1000;
 constexpr int64_t kLinesPerSecond = 100;
-constexpr std::chrono::seconds kChangePause{1};  // between lines about one host that stays
+constexpr std::chrono::seconds kChangePause{1};  // between two changes of one host
 
-struct Teller {
+struct Watch {
     rate_limit::Bucket lines{kLinesAtOnce, kLinesPerSecond};
-    bool blBehind = false;  // somebody waits, so nobody may go first
-    size_t uNext = 0;       // place of the host that is looked at next
+    bool blBehind = false;  // an event waits, so later ones must wait, too
+    size_t uNext = 0;       // place of the host that is considered next
 };
 
-// Tells about a host that has just been heard, unless others wait or its own line must.
-void TellNow(Teller &teller, Report &report, Host &host);
+// Writes the event of a host that has just answered, unless other events wait or the limit is reached.
+void ReportNow(Watch &watch, Report &report, Host &host);
 
-// Tells what waits, and which hosts have vanished: those not heard since then. Takes these out.
-void TellRest(Teller &teller, Report &report, Hosts &hosts, Clock::time_point since);
+// Writes the waiting events, and those of hosts that have vanished because they have not answered since then.
+// Removes the latter.
+void ReportWaiting(Watch &watch, Report &report, Hosts &hosts, Clock::time_point since);
 
 }  // namespace qiven::find

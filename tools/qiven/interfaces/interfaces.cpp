@@ -1,10 +1,10 @@
+// The subcommand: lists the interfaces with their addresses and configuration.
 #include <qiven/iface.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <string_view>
@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "exit_status.h"
 #include "fields.h"
+#include "interface_list.h"
 #include "messages.h"
 #include "output.h"
 
@@ -20,21 +21,19 @@ namespace qiven::interfaces {
 
 namespace {
 
-constexpr uint64_t kSchema = 1;
-
-// 0 is what nobody filled in, all bits set is "none".
+// 0 means that the value is not known, all bits set that there is none.
 output::Value AddressOf(uint32_t ulAddress) {
     if (ulAddress == 0 || ulAddress == 0xFFFFFFFF) return {};
     return fields::Dotted(ulAddress);
 }
 
 output::Row RowOf(const QIVEN_NETIF &netIf) {
-    // The interface's own DNS server goes before the machine's.
+    // The DNS server of the interface precedes that of the machine.
     output::Value dns = AddressOf(netIf.ulDNS);
     if (std::holds_alternative<std::monostate>(dns)) dns = AddressOf(gulDNS);
     output::Row row;
     row.emplace_back(std::string(netIf.szIfName));
-    row.emplace_back(fmt::format("{:02x}", fmt::join(netIf.rgMac, ":")));
+    row.emplace_back(fields::MacText(netIf.rgMac));
     for (const uint32_t ulAddress : {netIf.ulIP, netIf.ulMask, netIf.ulBroadCast, netIf.ulGateway})
         row.push_back(AddressOf(ulAddress));
     row.push_back(std::move(dns));
@@ -43,32 +42,29 @@ output::Row RowOf(const QIVEN_NETIF &netIf) {
     return row;
 }
 
-char szRefusal[200] = "";  // the last thing that the kernel did not tell
+char szRefusal[200] = "";  // the last failure to read from the kernel
 
-// The library goes on without what it cannot learn, and only its messages say so. A file that is not there
-// and an address that an interface does not have are no failures.
+// The library continues if it cannot read something, and reports it only in its messages.
 int KeepRefusal(const char *szMessage) {
-    static_assert(ENOENT == 2 && EADDRNOTAVAIL == 99);
     const std::string_view message = szMessage;
-    if (!message.ends_with("error:(2)") && !message.ends_with("error:(99)"))
+    if (interface_list::IsFailure(message))
         snprintf(szRefusal, sizeof szRefusal, "%s",
                  szMessage + std::min(message.find(' ') + 1, message.size()));
     return 0;
 }
 
-int Run(output::Format format, output::Colour colour) {
+int Run(output::Format format, terminal::Colour colour) {
     std::array<QIVEN_NETIF, QIVEN_IFACE_MAX> table{};
     QIVEN_LOG log{};
     QIVENLogFuncSet(&log, QIVEN_LOG_ERR, KeepRefusal);
     const int nNetIf = QIVENIfaceInit(&log, table.data(), QIVEN_IFACE_MAX);
     if (nNetIf < 0) {
         messages::Say("the kernel's list of interfaces cannot be read (/proc/net/dev)", "interfaces");
-        return kNetwork;
+        return exit_status::kFailed;
     }
     output::Writer writer;
     writer.format = format;
     writer.colour = colour;
-    writer.schema = kSchema;
     writer.columns = {{"interface"}, {"mac"}, {"address"},       {"netmask"}, {"broadcast"},
                       {"gateway"},   {"dns"}, {"configuration"}, {"active"}};
     std::vector<output::Row> rows;
@@ -82,19 +78,19 @@ int Run(output::Format format, output::Colour colour) {
     output::End(writer);
     if (*szRefusal != '\0') {
         messages::Say(fmt::format("the list is not complete: {}", szRefusal), "interfaces");
-        return kNetwork;
+        return exit_status::kFailed;
     }
-    if (nNetIf > 0) return kDone;
+    if (nNetIf > 0) return exit_status::kDone;
     messages::Say("no usable interface; \"qiven doctor\" says why", "interfaces");
-    return kNothing;
+    return exit_status::kNotFound;
 }
 
 }  // namespace
 
 command_line::Subcommand Command() {
     static auto format = output::Format::kTable;
-    static auto colour = output::Colour::kAuto;
-    return {.szHelp = "List the interfaces that are searched by",
+    static auto colour = terminal::Colour::kAuto;
+    return {.szHelp = "List the interfaces used for searching",
             .options = output::Declare(format, colour),
             .run = [] { return Run(format, colour); }};
 }
