@@ -3,6 +3,7 @@
 // survive a slow handler. Measures the processor time of the receiving thread per datagram, which excludes
 // the sender and other processes.
 #include <qiven/udp.h>
+#include <qiven/watch.h>
 
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
@@ -17,6 +18,7 @@
 #include <csignal>
 #include <ctime>
 #include <functional>
+#include <utility>
 
 #include "packets.h"
 #include "support/sandbox.h"
@@ -107,6 +109,30 @@ void BareLoop() {
         Decode(rgBytes, recvfrom(fd, rgBytes, sizeof rgBytes, 0, nullptr, nullptr), record);
     }
     close(fd);
+}
+
+// The search of libqiven-watch, which decodes answers and merges them into its table.
+void WatchLoop() {
+    QIVEN_WATCH_CONF conf{};
+    conf.cbSize = sizeof conf;
+    QIVEN_WATCH *pWatch = nullptr;
+    if (QIVENWatchOpen(&pWatch, &conf) != 0) Fail("no search");
+    const auto Heard = [pWatch] {
+        const QIVEN_WATCH_HOST *pHost = QIVENWatchHost(pWatch, 0);
+        return pHost != nullptr ? static_cast<int>(pHost->ullAnswers) : 0;
+    };
+    int nBefore = 0;
+    while (Cancel() == 0) {
+        pollfd readable{QIVENWatchFd(pWatch), POLLIN, 0};
+        poll(&readable, 1, 2000);
+        QIVENWatchDispatch(pWatch);
+        while (QIVENWatchNext(pWatch) != nullptr) {
+        }
+        const int nHeard = Heard();
+        watch.nHandled += nHeard - nBefore;
+        nBefore = nHeard;
+    }
+    QIVENWatchClose(pWatch);
 }
 
 // Up to 32 datagrams per wait: faster, but time, cancel and query are looked at once per 32 only.
@@ -272,6 +298,10 @@ int main(int argc, char **argv) {
                 ->UseManualTime()
                 ->Iterations(1);
     }
+    for (const auto &[szWho, loop] : {std::pair{"qiven", &WatchLoop}, std::pair{"floor", &BareLoop}})
+        benchmark::RegisterBenchmark((std::string("merged/flood/") + szWho).c_str(), Flood, loop)
+            ->UseManualTime()
+            ->Iterations(2);
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -228,7 +228,12 @@ struct Tested {
         received.ulSource = a.ulSource;
         received.ulIfIndex = a.ulIfIndex;
         received.ullMonotonicUs = a.ullUs;
-        AddAnswer(*pTable, received);
+        Datagram arrived{};
+        arrived.ullArrivedUs = a.ullUs;
+        arrived.ulSource = a.ulSource;
+        arrived.ulIfIndex = a.ulIfIndex;
+        const uint64_t ullDatagram = SipHash(pTable->key, pb, datagram.size());
+        if (!HearAgain(*pTable, arrived, ullDatagram)) AddAnswer(*pTable, received, ullDatagram);
     }
     // As events are taken; each host appears once, and vanishes if it appeared.
     void TakeEvents() {

@@ -43,6 +43,7 @@ int QIVENEndpointOpen(QIVEN_ENDPOINT **ppEndpoint, const QIVEN_ENDPOINT_CONF *pC
     auto *pEndpoint = new (p) QIVEN_ENDPOINT;
     Port &port = pEndpoint->port;
     port.blPlain = (conf.ulFlags & QIVEN_ENDPOINT_PLAIN) != 0;
+    port.blShut = (conf.ulFlags & QIVEN_ENDPOINT_SHUT) != 0;
     port.blGiveOwn = (conf.ulFlags & QIVEN_ENDPOINT_OWN) != 0;
     port.blGiveRefused = (conf.ulFlags & QIVEN_ENDPOINT_REFUSED) != 0;
     port.ulTypes = conf.ulTypes;

@@ -41,6 +41,30 @@ Host **BucketOf(const Table &table, uint64_t ullHash) {
     return &table.rgBucket[ullHash & (table.nBuckets - 1)].pFirst;
 }
 
+KnownSet &SetOf(const Table &table, uint64_t ullDatagram) {
+    return table.rgKnown[ullDatagram & (table.nKnown - 1)];
+}
+
+void Learn(Table &table, uint32_t ulHost) {
+    if (table.ullDatagram == 0 || table.nKnown == 0) return;
+    KnownSet &set = SetOf(table, table.ullDatagram);
+    Known *pWay = std::find_if(std::begin(set.rg), std::end(set.rg), [&table](const Known &known) {
+        return known.ullDatagram == table.ullDatagram || known.ulHost == 0;
+    });
+    if (pWay == std::end(set.rg)) pWay = &set.rg[table.ullDatagram >> 62];
+    *pWay = {table.ullDatagram, ulHost};
+}
+
+// Without memory for more, fewer are recognised.
+void ResizeKnown(Table &table, size_t nKnown) {
+    auto *rgKnown = static_cast<KnownSet *>(Allocate(table.budget, nKnown * sizeof(KnownSet)));
+    if (rgKnown == nullptr) return;
+    Free(table.budget, table.rgKnown, table.nKnown * sizeof(KnownSet));
+    table.rgKnown = rgKnown;
+    table.nKnown = nKnown;
+    ForgetKnown(table);
+}
+
 bool Resize(Table &table, size_t nBuckets) {
     auto *rgBucket = static_cast<Bucket *>(Allocate(table.budget, nBuckets * sizeof(Bucket)));
     if (rgBucket == nullptr) return false;
@@ -57,6 +81,7 @@ bool Resize(Table &table, size_t nBuckets) {
         }
     }
     Free(table.budget, rgBucket, nBuckets * sizeof(Bucket));
+    ResizeKnown(table, table.nBuckets / 2);
     return true;
 }
 
@@ -160,6 +185,7 @@ void FreeTable(Table &table) {
     }
     Free(table.budget, table.rgPlace, table.nPlacesMax * sizeof(Place));
     Free(table.budget, table.rgBucket, table.nBuckets * sizeof(Bucket));
+    Free(table.budget, table.rgKnown, table.nKnown * sizeof(KnownSet));
 }
 
 Host *AddHost(Table &table, const Key &key, const QIVEN_RECEIVED &received) {
@@ -177,18 +203,19 @@ Host *AddHost(Table &table, const Key &key, const QIVEN_RECEIVED &received) {
     pHost->cbKey = key.cb;
     memcpy(pHost->rgchKey, key.rgch, key.cb);
     const uint64_t ullSays = SipHash(table.key, table.packed.rgb.data(), table.packed.cbDescription);
+    pHost->shown.ulHost = table.ulLast + 1;
     if (!SetRecord(table, *pHost, received) || !AddAddress(table, *pHost, received, ullSays)) {
         FreeHost(table, pHost);
         ++table.ullNoMemory;
         return nullptr;
     }
     pHost->shown.cbSize = sizeof pHost->shown;
-    pHost->shown.ulHost = ++table.ulLast;
+    ++table.ulLast;
     pHost->shown.ullFirstUs = received.ullMonotonicUs;
     pHost->shown.llFirstUnixUs = received.llUnixUs;
     if (table.nHosts >= table.nBuckets) Resize(table, table.nBuckets * 2);
     PutIn(table, *pHost);
-    NoteHeard(table, *pHost, received);
+    NoteHeard(table, *pHost, received.ullMonotonicUs, received.llUnixUs);
     Tell(table, *pHost, kToldAppeared, received.ullMonotonicUs);
     return pHost;
 }
@@ -233,15 +260,17 @@ bool AddAddress(Table &table, Host &host, const QIVEN_RECEIVED &received, uint64
     memcpy(address.szIfName, received.szIfName, sizeof address.szIfName);
     memcpy(address.szMacAddr, received.pnasInfo->szMacAddr, sizeof address.szMacAddr);
     ++host.shown.nAddresses;
-    RefreshAddress(host, u, received, ullSays);
+    RefreshAddress(table, host, u, received, ullSays);
     return true;
 }
 
-void RefreshAddress(Host &host, uint32_t uAddress, const QIVEN_RECEIVED &received, uint64_t ullSays) {
+void RefreshAddress(Table &table, Host &host, uint32_t uAddress, const QIVEN_RECEIVED &received,
+                    uint64_t ullSays) {
     QIVEN_WATCH_ADDRESS &address = host.rgAddress[uAddress];
     address.ulFlags = AddressFlags(received);
     address.ullLastUs = received.ullMonotonicUs;
-    host.rgSaying[uAddress] = {ullSays, received.pnasInfo->ulProcessID};
+    host.rgSaying[uAddress] = {ullSays, table.ullDatagram, received.pnasInfo->ulProcessID};
+    Learn(table, host.shown.ulHost);
 }
 
 void RemoveAddress(Host &host, uint32_t uAddress) {
@@ -250,10 +279,10 @@ void RemoveAddress(Host &host, uint32_t uAddress) {
     std::copy(host.rgSaying + uAddress + 1, host.rgSaying + n, host.rgSaying + uAddress);
 }
 
-void NoteHeard(Table &table, Host &host, const QIVEN_RECEIVED &received) {
+void NoteHeard(Table &table, Host &host, uint64_t ullMonotonicUs, int64_t llUnixUs) {
     ++host.shown.ullAnswers;
-    host.shown.ullLastUs = std::max(host.shown.ullLastUs, received.ullMonotonicUs);
-    host.shown.llLastUnixUs = received.llUnixUs;
+    host.shown.ullLastUs = std::max(host.shown.ullLastUs, ullMonotonicUs);
+    host.shown.llLastUnixUs = llUnixUs;
     host.ulHeardRound = table.ulRound;
     if (table.pLoudest == &host) return;
     Unlink(table, host);
@@ -326,6 +355,18 @@ Host *HostAfter(const Table &table, uint32_t ulHost) {
 Host *FindHost(const Table &table, uint32_t ulHost) {
     const Place *p = PlaceFrom(table, ulHost);
     return p != table.rgPlace + table.nPlaces && p->ulHost == ulHost ? p->pHost : nullptr;
+}
+
+Host *FindKnown(const Table &table, uint64_t ullDatagram) {
+    if (table.nKnown == 0) return nullptr;
+    for (const Known &known : SetOf(table, ullDatagram).rg) {
+        if (known.ullDatagram == ullDatagram) return FindHost(table, known.ulHost);
+    }
+    return nullptr;
+}
+
+void ForgetKnown(Table &table) {
+    if (table.nKnown > 0) memset(table.rgKnown, 0, table.nKnown * sizeof(KnownSet));
 }
 
 const QIVEN_WATCH_HOST *Show(const Table &table, Host &host, nasinfo &record) {

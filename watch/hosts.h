@@ -3,6 +3,7 @@
 
 #include <qiven/watch.h>
 
+#include "inbox.h"
 #include "memory.h"
 #include "packed.h"
 #include "queue.h"
@@ -12,8 +13,20 @@ namespace qiven::watch {
 
 // What one sender says of a host; beside each address of it.
 struct Saying {
-    uint64_t ullSays;  // hash of the description
+    uint64_t ullSays;      // hash of the description
+    uint64_t ullDatagram;  // hash of the datagram that said it; 0: not known
     uint32_t ulProcessID;
+};
+
+// Datagrams that were filed, by their hash: most answers are the same bytes again. It only points to where
+// the same may be found, so an entry may be stale, and be overwritten at any time.
+struct Known {
+    uint64_t ullDatagram;
+    uint32_t ulHost;
+};
+constexpr size_t kKnownWays = 4;
+struct KnownSet {
+    Known rg[kKnownWays];
 };
 
 // Why a host waits to be told.
@@ -62,6 +75,8 @@ struct Table {
 
     Bucket *rgBucket = nullptr;
     size_t nBuckets = 0;
+    KnownSet *rgKnown = nullptr;  // half as many as buckets
+    size_t nKnown = 0;
     Place *rgPlace = nullptr;  // by rising number
     size_t nPlaces = 0, nPlacesMax = 0;
     Host *pQuietest = nullptr, *pLoudest = nullptr;
@@ -70,7 +85,8 @@ struct Table {
 
     NodeQueue ready, held;  // held: changed again soon after the caller was told
     uint64_t ullLeftOut = 0, ullNoMemory = 0;
-    Packed packed;  // the answer at hand
+    Packed packed;             // the answer at hand
+    uint64_t ullDatagram = 0;  // its hash; 0: it is not to be recognised
 };
 
 // Did not answer so many queries.
@@ -91,15 +107,20 @@ struct Key {
 Key KeyOf(const Table &table, const nasinfo &record);
 
 enum class Heard { kAgain, kNew, kChanged, kLeftOut };
-Heard AddAnswer(Table &table, const QIVEN_RECEIVED &received);
+// The hash of its datagram, if it may be recognised by that.
+Heard AddAnswer(Table &table, const QIVEN_RECEIVED &received, uint64_t ullDatagram = 0);
+// Whether an address of a host answered with these bytes last, and it all still holds. Then that is noted,
+// and it need not be decoded.
+bool HearAgain(Table &table, const Datagram &datagram, uint64_t ullDatagram);
 
 // For merge.cpp. Null if there is no space or no memory; both are counted.
 Host *AddHost(Table &table, const Key &key, const QIVEN_RECEIVED &received);
 bool SetRecord(Table &table, Host &host, const QIVEN_RECEIVED &received);
 bool AddAddress(Table &table, Host &host, const QIVEN_RECEIVED &received, uint64_t ullSays);
-void RefreshAddress(Host &host, uint32_t uAddress, const QIVEN_RECEIVED &received, uint64_t ullSays);
+void RefreshAddress(Table &table, Host &host, uint32_t uAddress, const QIVEN_RECEIVED &received,
+                    uint64_t ullSays);
 void RemoveAddress(Host &host, uint32_t uAddress);
-void NoteHeard(Table &table, Host &host, const QIVEN_RECEIVED &received);
+void NoteHeard(Table &table, Host &host, uint64_t ullMonotonicUs, int64_t llUnixUs);
 void Tell(Table &table, Host &host, uint8_t uTell, uint64_t ullNowUs);
 // Takes a host out of the table; it is freed when the caller has been told, at once if it knows nothing of
 // it.
@@ -114,6 +135,10 @@ void ReleaseHeld(Table &table, uint64_t ullNowUs);
 uint64_t DueOf(const Table &table);
 
 Host *FindHost(const Table &table, uint32_t ulHost);
+// The host of a datagram that was filed with this hash, perhaps; null if there is none.
+Host *FindKnown(const Table &table, uint64_t ullDatagram);
+// When answers with the same bytes may mean something else.
+void ForgetKnown(Table &table);
 Host *HostAfter(const Table &table, uint32_t ulHost);
 // Puts addresses and record into what is shown.
 const QIVEN_WATCH_HOST *Show(const Table &table, Host &host, nasinfo &record);

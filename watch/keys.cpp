@@ -75,13 +75,13 @@ bool IsKeyText(const char *szHex, size_t cbHex) {
     return true;
 }
 
-Verdict ReadDatagram(const Keys &keys, const unsigned char *pb, uint16_t cb, nasinfo &record,
+Verdict ReadDatagram(const Keys &keys, bool blOpen, const unsigned char *pb, uint16_t cb, nasinfo &record,
                      bool &blSealed) {
     blSealed = cb > sizeof stQIVENHeaderEncrypted &&
                memcmp(pb, stQIVENHeaderEncrypted, sizeof stQIVENHeaderEncrypted) == 0;
     if (!blSealed)
         return QIVENPacketRead(nullptr, pb, cb, &record) > 0 ? Verdict::kRecord : Verdict::kRefused;
-    if (!keys.blUsed) return Verdict::kForOthers;
+    if (!keys.blUsed || !blOpen) return Verdict::kForOthers;
     const Lock lock;
     const bool blOpened = QIVENPacketReadEncrypted(nullptr, pb, cb, &record) > 0;
     return blOpened ? Verdict::kRecord : Verdict::kForOthers;

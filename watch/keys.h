@@ -25,7 +25,8 @@ void RefreshKeys(Keys &keys);
 bool IsKeyText(const char *szHex, size_t cbHex);
 
 enum class Verdict { kRecord, kRefused, kForOthers };
-// Reads a datagram of either kind.
-Verdict ReadDatagram(const Keys &keys, const unsigned char *pb, uint16_t cb, nasinfo &record, bool &blSealed);
+// Reads a datagram of either kind, a sealed one only if it may be opened.
+Verdict ReadDatagram(const Keys &keys, bool blOpen, const unsigned char *pb, uint16_t cb, nasinfo &record,
+                     bool &blSealed);
 
 }  // namespace qiven::watch

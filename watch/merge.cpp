@@ -74,7 +74,7 @@ bool NoteAddress(Table &table, Host &host, const QIVEN_RECEIVED &received, uint6
     const uint32_t u = FindAddress(
         host, [&](const auto &address, const Saying &) { return IsSameAddress(address, received); });
     if (u < host.shown.nAddresses) {
-        RefreshAddress(host, u, received, ullSays);
+        RefreshAddress(table, host, u, received, ullSays);
         return false;
     }
     if (AddAddress(table, host, received, ullSays)) return true;
@@ -109,14 +109,14 @@ Heard Change(Table &table, Host &host, const QIVEN_RECEIVED &received, uint32_t 
 // The answer agrees with what the host says.
 Heard Agree(Table &table, Host &host, const QIVEN_RECEIVED &received) {
     const bool blNew = NoteAddress(table, host, received, host.ullSays);
-    NoteHeard(table, host, received);
+    NoteHeard(table, host, received.ullMonotonicUs, received.llUnixUs);
     return blNew ? Change(table, host, received, QIVEN_CHANGED_ADDRESS) : Heard::kAgain;
 }
 
 // The host says something new.
 Heard Renew(Table &table, Host &host, const QIVEN_RECEIVED &received, uint64_t ullSays) {
     const bool blNew = NoteAddress(table, host, received, ullSays);
-    NoteHeard(table, host, received);
+    NoteHeard(table, host, received.ullMonotonicUs, received.llUnixUs);
     if (!SetRecord(table, host, received)) {
         ++table.ullNoMemory;
         return Heard::kAgain;
@@ -191,7 +191,7 @@ Heard Contradict(Table &table, const Key &key, Rows &rows, Host &host, const QIV
     });
     if (!blKeepsWord || !blOtherChanged) return Renew(table, host, received, ullSays);
     if (host.ullChangedUs + kLate > received.ullMonotonicUs) {
-        NoteHeard(table, host, received);
+        NoteHeard(table, host, received.ullMonotonicUs, received.llUnixUs);
         return Heard::kAgain;
     }
     RemoveSpeaker(host, received);
@@ -213,12 +213,11 @@ Heard FromStranger(Table &table, const Key &key, Rows &rows, const QIVEN_RECEIVE
     return AddBeside(table, key, rows, received);
 }
 
-Rows RowsOf(const Table &table, const Key &key) {
+Rows RowsOf(const Table &table, uint64_t ullHash, const char *pchKey, uint8_t cbKey) {
     Rows rows;
-    Host *pHost = table.rgBucket[key.ullHash & (table.nBuckets - 1)].pFirst;
+    Host *pHost = table.rgBucket[ullHash & (table.nBuckets - 1)].pFirst;
     for (; pHost != nullptr && rows.n < kSameKeyMax; pHost = pHost->pNextInBucket) {
-        if (pHost->ullHash == key.ullHash && pHost->cbKey == key.cb &&
-            memcmp(pHost->rgchKey, key.rgch, key.cb) == 0)
+        if (pHost->ullHash == ullHash && pHost->cbKey == cbKey && memcmp(pHost->rgchKey, pchKey, cbKey) == 0)
             rows.rg[rows.n++] = pHost;
     }
     return rows;
@@ -243,12 +242,28 @@ Key KeyOf(const Table &table, const nasinfo &record) {
     return key;
 }
 
-Heard AddAnswer(Table &table, const QIVEN_RECEIVED &received) {
+bool HearAgain(Table &table, const Datagram &datagram, uint64_t ullDatagram) {
+    Host *pHost = FindKnown(table, ullDatagram);
+    if (pHost == nullptr) return false;
+    const uint32_t u = FindAddress(*pHost, [&](const auto &address, const Saying &saying) {
+        return saying.ullDatagram == ullDatagram && saying.ullSays == pHost->ullSays &&
+               address.ulSource == datagram.ulSource && address.ulIfIndex == datagram.ulIfIndex;
+    });
+    if (u == pHost->shown.nAddresses) return false;
+    pHost->rgAddress[u].ullLastUs = datagram.ullArrivedUs;
+    NoteHeard(table, *pHost, datagram.ullArrivedUs, datagram.llArrivedUnixUs);
+    const Rows rows = RowsOf(table, pHost->ullHash, pHost->rgchKey, pHost->cbKey);
+    if (rows.n > 1) FindConflicts(table, rows, *pHost, datagram.ullArrivedUs);
+    return true;
+}
+
+Heard AddAnswer(Table &table, const QIVEN_RECEIVED &received, uint64_t ullDatagram) {
     const nasinfo &record = *received.pnasInfo;
     const Key key = KeyOf(table, record);
     const bool blSealed = (received.ulFlags & QIVEN_RECEIVED_SEALED) != 0;
+    table.ullDatagram = blSealed ? 0 : ullDatagram;
     Pack(table.layout, record, blSealed ? nullptr : received.pbDatagram, received.cbDatagram, table.packed);
-    Rows rows = RowsOf(table, key);
+    Rows rows = RowsOf(table, key.ullHash, key.rgch, key.cb);
     if (rows.n == 0) return AddHost(table, key, received) != nullptr ? Heard::kNew : Heard::kLeftOut;
     Host *pHost = FindRow(
         rows, [&received](const auto &address, const Saying &) { return IsSameSpeaker(address, received); });

@@ -124,43 +124,43 @@ void Work(Port &port, uint64_t ullUntilUs) {
         port.blInterfacesWait = !UpdateInterfaces(port.interfaces, ullUntilUs);
 }
 
+bool Read(Port &port, const Datagram &datagram, const unsigned char *pb, QIVEN_RECEIVED &received) {
+    bool blSealed = false;
+    const Verdict verdict =
+        datagram.blCut ? Verdict::kRefused
+                       : ReadDatagram(port.keys, !port.blShut, pb, datagram.cb, port.record, blSealed);
+    port.blOpened = blSealed && !port.blShut;
+    const Interface *pInterface = FindInterface(port.interfaces, datagram.ulIfIndex);
+    uint32_t ulFlags = 0;
+    if (verdict != Verdict::kRecord) {
+        ++(verdict == Verdict::kRefused ? port.ullRefused : port.ullForOthers);
+        if (!port.blGiveRefused) return false;
+        ulFlags = FlagsOf(port, datagram, pInterface, false) & ~QIVEN_RECEIVED_KEY;
+    } else {
+        ulFlags = FlagsOf(port, datagram, pInterface, blSealed);
+        if (!IsWanted(port, datagram, ulFlags)) return false;
+    }
+    received = {};
+    received.cbSize = sizeof received;
+    received.ulFlags = ulFlags;
+    received.ulSource = datagram.ulSource;
+    received.ulIfIndex = datagram.ulIfIndex;
+    if (pInterface != nullptr)
+        memcpy(received.szIfName, pInterface->shown.szIfName, sizeof received.szIfName);
+    received.usPort = datagram.usPort;
+    received.cbDatagram = datagram.cb;
+    received.ullMonotonicUs = datagram.ullArrivedUs;
+    received.llUnixUs = datagram.llArrivedUnixUs;
+    received.pnasInfo = verdict == Verdict::kRecord ? &port.record : nullptr;
+    received.pbDatagram = pb;
+    return true;
+}
+
 bool Take(Port &port, QIVEN_RECEIVED &received, uint64_t ullUntilUs) {
-    constexpr unsigned kBetweenLooks =
-        16;  // at the clock; opening a sealed packet takes as long as many plain
     Datagram datagram;
     const unsigned char *pb = nullptr;
-    for (unsigned n = 0;
-         (n % kBetweenLooks != 0 || NowUs() < ullUntilUs) && TakeFirst(port.sockets.inbox, datagram, pb);
-         ++n) {
-        bool blSealed = false;
-        const Verdict verdict = datagram.blCut
-                                    ? Verdict::kRefused
-                                    : ReadDatagram(port.keys, pb, datagram.cb, port.record, blSealed);
-        if (blSealed) n = kBetweenLooks - 1;
-        uint32_t ulFlags = 0;
-        const Interface *pInterface = FindInterface(port.interfaces, datagram.ulIfIndex);
-        if (verdict != Verdict::kRecord) {
-            ++(verdict == Verdict::kRefused ? port.ullRefused : port.ullForOthers);
-            if (!port.blGiveRefused) continue;
-            ulFlags = FlagsOf(port, datagram, pInterface, false) & ~QIVEN_RECEIVED_KEY;
-        } else {
-            ulFlags = FlagsOf(port, datagram, pInterface, blSealed);
-            if (!IsWanted(port, datagram, ulFlags)) continue;
-        }
-        received = {};
-        received.cbSize = sizeof received;
-        received.ulFlags = ulFlags;
-        received.ulSource = datagram.ulSource;
-        received.ulIfIndex = datagram.ulIfIndex;
-        if (pInterface != nullptr)
-            memcpy(received.szIfName, pInterface->shown.szIfName, sizeof received.szIfName);
-        received.usPort = datagram.usPort;
-        received.cbDatagram = datagram.cb;
-        received.ullMonotonicUs = datagram.ullArrivedUs;
-        received.llUnixUs = datagram.llArrivedUnixUs;
-        received.pnasInfo = verdict == Verdict::kRecord ? &port.record : nullptr;
-        received.pbDatagram = pb;
-        return true;
+    for (Pace pace{ullUntilUs}; !pace.IsOver(port.blOpened) && TakeFirst(port.sockets.inbox, datagram, pb);) {
+        if (Read(port, datagram, pb, received)) return true;
     }
     return false;
 }

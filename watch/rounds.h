@@ -11,7 +11,8 @@ struct Rounds {
     uint64_t ullStartUs = 0, ullQueryUs = 0, ullNewUs = 0, ullHeardUs = 0;
     unsigned nRounds = 0;  // of this search
     bool blSettled = false;
-    bool blNews = false;  // since the last query: new hosts or losses
+    bool blNews = false;     // since the last query: new hosts or losses
+    bool blBacklog = false;  // answers wait to be looked at
 };
 
 void Start(Rounds &rounds, uint64_t ullNowUs);

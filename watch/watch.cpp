@@ -112,6 +112,7 @@ void AskAlone(QIVEN_WATCH &watch, uint64_t ullUntilUs) {
 }
 
 void AskIfDue(QIVEN_WATCH &watch, uint64_t ullNowUs, uint64_t ullUntilUs) {
+    watch.rounds.blBacklog = watch.port.sockets.inbox.nDatagrams > 0;
     if (!watch.blAsking && ullNowUs >= NextQueryUs(watch.rounds, HasHosts(watch)))
         BeginRound(watch, ullNowUs);
     if (watch.blAsking)
@@ -124,14 +125,28 @@ void AskIfDue(QIVEN_WATCH &watch, uint64_t ullNowUs, uint64_t ullUntilUs) {
     PutOnce(watch.table.ready, watch.settled, ullNowUs);
 }
 
-void Listen(QIVEN_WATCH &watch, const QIVEN_RECEIVED &received) {
-    const Heard heard = AddAnswer(watch.table, received);
-    watch.rounds.ullHeardUs = received.ullMonotonicUs;
+void NoteAnswer(QIVEN_WATCH &watch, Heard heard, uint64_t ullMonotonicUs) {
+    watch.rounds.ullHeardUs = std::max(watch.rounds.ullHeardUs, ullMonotonicUs);
     ++watch.round.nAnswers;
     if (heard != Heard::kNew) return;
     ++watch.round.nNew;
-    watch.rounds.ullNewUs = std::max(watch.rounds.ullNewUs, received.ullMonotonicUs);
+    watch.rounds.ullNewUs = std::max(watch.rounds.ullNewUs, ullMonotonicUs);
     watch.rounds.blNews = true;
+}
+
+void Listen(QIVEN_WATCH &watch, uint64_t ullUntilUs) {
+    Table &table = watch.table;
+    Datagram datagram;
+    QIVEN_RECEIVED received;
+    const unsigned char *pb = nullptr;
+    Pace pace{ullUntilUs};
+    while (!pace.IsOver(watch.port.blOpened) && TakeFirst(watch.port.sockets.inbox, datagram, pb)) {
+        const uint64_t ullDatagram = SipHash(table.key, pb, datagram.cb);
+        if (HearAgain(table, datagram, ullDatagram))
+            NoteAnswer(watch, Heard::kAgain, datagram.ullArrivedUs);
+        else if (Read(watch.port, datagram, pb, received))
+            NoteAnswer(watch, AddAnswer(table, received, ullDatagram), datagram.ullArrivedUs);
+    }
 }
 
 // Empties the sockets and reads what came, in turns: reading takes longer than a burst leaves.
@@ -139,10 +154,11 @@ void Hear(QIVEN_WATCH &watch, uint64_t ullUntilUs) {
     uint64_t ullNowUs = NowUs();
     do {
         Work(watch.port, std::min(ullUntilUs, ullNowUs + kEmptyTime));
-        const uint64_t ullSliceUs = std::min(ullUntilUs, NowUs() + kSliceTime);
-        QIVEN_RECEIVED received;
-        while (Take(watch.port, received, ullSliceUs))
-            Listen(watch, received);
+        // An interface that has changed may put the same answer into another light.
+        if (watch.port.interfaces.nChanges != watch.nInterfaceChanges) ForgetKnown(watch.table);
+        watch.nInterfaceChanges = watch.port.interfaces.nChanges;
+        ullNowUs = NowUs();
+        Listen(watch, std::min(ullUntilUs, ullNowUs + kSliceTime));
         ullNowUs = NowUs();
     } while (watch.port.sockets.inbox.nDatagrams > 0 && ullNowUs < ullUntilUs);
 }

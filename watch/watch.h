@@ -12,13 +12,14 @@ struct QIVEN_WATCH {
     QIVEN_SEND query{};
     nasinfo queryRecord{};
 
-    uint32_t ulAskedUpTo = 0;      // interface that the round under way has reached
-    bool blAsking = false;         // a round is under way
-    bool blRoundOpen = false;      // the present round is not over
-    uint64_t ullAloneUs = 0;       // when a new interface was last asked alone
-    QIVEN_WATCH_EVENT round{};     // what is known of the present round
-    QIVEN_WATCH_EVENT finished{};  // rounds that are over and were not told yet
-    uint64_t ullLostBefore = 0;    // losses when the present round began
+    uint32_t ulAskedUpTo = 0;        // interface that the round under way has reached
+    bool blAsking = false;           // a round is under way
+    bool blRoundOpen = false;        // the present round is not over
+    uint32_t nInterfaceChanges = 0;  // that the table knows of
+    uint64_t ullAloneUs = 0;         // when a new interface was last asked alone
+    QIVEN_WATCH_EVENT round{};       // what is known of the present round
+    QIVEN_WATCH_EVENT finished{};    // rounds that are over and were not told yet
+    uint64_t ullLostBefore = 0;      // losses when the present round began
 
     qiven::watch::Node lost{qiven::watch::Of::kLost}, full{qiven::watch::Of::kFull};
     qiven::watch::Node interfaces{qiven::watch::Of::kInterfaces};

@@ -1,6 +1,7 @@
 // Runs one search like a program:   search HOSTS [plain]
-// Writes a line of JSON: number of hosts, milliseconds from the start of the process to the first host and
-// until the search was settled, losses, rounds, processor time, memory.
+// Writes the name of each host as it appears, and then a line of JSON: number of hosts, the monotonic time in
+// milliseconds of the last of HOSTS hosts and when the search was settled, losses, queries, processor time,
+// memory.
 #include <qiven/watch.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -10,8 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <string>
 
 namespace {
 
@@ -19,12 +18,6 @@ double Milliseconds(clockid_t clock) {
     timespec now{};
     clock_gettime(clock, &now);
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
-}
-
-// The start time that the kernel reports is in hundredths of a second, which is
-// too coarse: the parent passes it.
-double StartOf(const char *szMilliseconds) {
-    return szMilliseconds != nullptr ? atof(szMilliseconds) : Milliseconds(CLOCK_MONOTONIC);
 }
 
 long PeakKilobytes() {
@@ -37,7 +30,6 @@ long PeakKilobytes() {
 
 int main(int nArguments, char **rgszArgument) {
     const unsigned long nWanted = nArguments > 1 ? strtoul(rgszArgument[1], nullptr, 10) : 0;
-    const double dStart = StartOf(getenv("SEARCH_START"));
     QIVEN_WATCH_CONF conf{};
     conf.cbSize = sizeof conf;
     conf.ulFlags = nArguments > 2 ? QIVEN_WATCH_PLAIN : 0;
@@ -46,7 +38,6 @@ int main(int nArguments, char **rgszArgument) {
         fprintf(stderr, "%s\n", QIVENWatchError(iResult));
         return 3;
     }
-    double dFirst = 0;
     double dAll = 0;
     double dLongest = 0;
     unsigned long nFound = 0;
@@ -59,24 +50,25 @@ int main(int nArguments, char **rgszArgument) {
         dLongest = std::max(dLongest, Milliseconds(CLOCK_MONOTONIC) - dBefore);
         while (const QIVEN_WATCH_EVENT *pEvent = QIVENWatchNext(pWatch)) {
             if (pEvent->ulType == QIVEN_WATCH_APPEARED) {
-                if (nFound++ == 0) dFirst = Milliseconds(CLOCK_MONOTONIC) - dStart;
-                if (nFound == nWanted) dAll = Milliseconds(CLOCK_MONOTONIC) - dStart;
+                puts(pEvent->pHost->pnasInfo->szHostName);
+                if (++nFound == nWanted) dAll = Milliseconds(CLOCK_MONOTONIC);
+                if (nFound == 1) fflush(stdout);
             }
             if (pEvent->ulType == QIVEN_WATCH_ROUND) nRounds = pEvent->ulRound;
             blSettled |= pEvent->ulType == QIVEN_WATCH_SETTLED;
         }
+        fflush(stdout);
     }
     QIVEN_COUNTS counts{};
     counts.cbSize = sizeof counts;
     QIVENWatchCounts(pWatch, &counts);
     printf(
-        "{\"found\": %lu, \"first\": %.2f, \"all\": %.2f, \"settled\": %.1f, \"lost\": %llu, "
+        "{\"found\": %lu, \"all\": %.2f, \"settled\": %.1f, \"lost\": %llu, "
         "\"received\": %llu, \"rounds\": %u, \"cpu\": %.1f, \"longest\": %.2f, \"table\": %llu, "
         "\"memory\": %ld}\n",
-        nFound, dFirst, dAll, Milliseconds(CLOCK_MONOTONIC) - dStart,
-        static_cast<unsigned long long>(counts.ullLost), static_cast<unsigned long long>(counts.ullReceived),
-        nRounds, Milliseconds(CLOCK_PROCESS_CPUTIME_ID), dLongest,
-        static_cast<unsigned long long>(counts.cbMemory), PeakKilobytes());
+        nFound, dAll, Milliseconds(CLOCK_MONOTONIC), static_cast<unsigned long long>(counts.ullLost),
+        static_cast<unsigned long long>(counts.ullReceived), nRounds, Milliseconds(CLOCK_PROCESS_CPUTIME_ID),
+        dLongest, static_cast<unsigned long long>(counts.cbMemory), PeakKilobytes());
     QIVENWatchClose(pWatch);
     return 0;
 }

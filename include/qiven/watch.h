@@ -147,6 +147,7 @@ typedef struct QIVEN_ENDPOINT QIVEN_ENDPOINT;
 #define QIVEN_ENDPOINT_PLAIN 1U   /**< without keys: nothing sealed is opened */
 #define QIVEN_ENDPOINT_OWN 2U     /**< give out the queries of this process, too, when they come back */
 #define QIVEN_ENDPOINT_REFUSED 4U /**< give out datagrams that cannot be read, too, with a null pnasInfo */
+#define QIVEN_ENDPOINT_SHUT 8U    /**< with keys, but nothing sealed is opened, as a host has no use for it */
 /** @} */
 
 /** How an endpoint is opened. Zero is a sensible value for every member but cbSize. */
@@ -222,6 +223,10 @@ QIVEN_API const QIVEN_RECEIVED *QIVENEndpointReceive(QIVEN_ENDPOINT *pEndpoint);
  * and port 1234 (another one if that is taken), with its hardware address (0x7C). A packet of type 1 also
  * carries the key and the identifier of the process (0xC4, 0xC5) unless the handle has no keys; a sealed one
  * carries the latter. Where sending fails, QIVENEndpointInterface() says why.
+ *
+ * To answer a query, send out of its ulIfIndex with QIVEN_TO_SEGMENT, sealed with its key (szPubKeyHex) for
+ * its process (ulProcessID) if it has QIVEN_RECEIVED_KEY. Do not answer one with QIVEN_RECEIVED_OFF_LINK: its
+ * sender is not on the segment, and may be forged.
  * @param pqivenSend the request, as for QIVENPacketWrite(); neither it nor its record is changed
  * @param pTo        null: plain, out of every used interface
  * @return number of interfaces that the packet left by, above 0; -ENODEV if there is none to send out of,
@@ -248,15 +253,18 @@ QIVEN_API void QIVENEndpointClose(QIVEN_ENDPOINT *pEndpoint);
  *
  * A search is a series of rounds. In each the query goes out of every used interface; the next one follows
  * when the answers have ebbed away. There are at least two, and more as long as they bring new hosts or
- * losses. When all is quiet the search has settled: who could answer has, usually 1.5 to 2 seconds after the
- * first query, 3 if nobody answers. After that the table is kept up to date by what is heard, and by a query
- * from time to time if ulQueryMs says so. An interface that comes is asked at once.
+ * losses: a round in which the kernel dropped datagrams is repeated. When all is quiet and no query is due
+ * the search has settled: who could answer has, usually 1.5 to 2 seconds after the first query, 3 if nobody
+ * answers. After that the table is kept up to date by what is heard, and by a query from time to time if
+ * ulQueryMs says so. An interface that comes is asked at once.
  *
  * Which answers are one host: those with the same host identifier; without one, with the same hardware
  * address; without both, with the same name and address. A host may have several addresses, on one interface
  * of this machine or on several. Answers under one identifier that contradict each other at the same time,
  * from different hardware addresses, senders or processes, are two machines: each is a host of its own, and a
- * conflict is reported. At most eight hosts share an identifier.
+ * conflict is reported once, which lasts until one of them vanishes. Machines that say the same under one
+ * identifier cannot be told from one host with several interfaces, unless their processes have identifiers.
+ * At most eight hosts share an identifier.
  */
 
 /** A search as a handle. */
@@ -306,7 +314,7 @@ typedef struct QIVEN_WATCH_ADDRESS {
 typedef struct QIVEN_WATCH_HOST {
     uint32_t cbSize;     /**< bytes of this record */
     uint32_t ulHost;     /**< its number: 1, 2, ... in the order of appearance, not used again */
-    uint32_t ulConflict; /**< number of another host under its identifier, or 0 */
+    uint32_t ulConflict; /**< number of another host under its identifier; 0: none, or it has vanished */
     uint32_t nAddresses; /**< elements of rgAddress, at least 1 */
     const QIVEN_WATCH_ADDRESS *rgAddress; /**< its addresses, in the order in which they were first heard */
     const nasinfo *pnasInfo;              /**< what it said of itself when it was new or last changed */

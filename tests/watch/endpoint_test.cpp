@@ -144,6 +144,14 @@ TEST(Endpoint, GivesOutTheTypesAskedFor) {
     Take();
     EXPECT_EQ("1;1 own local;", seen);
     EXPECT_EQ(6U, endpoint.Counts().ullOtherType);
+    // One that is shut has keys, but does not open what is sealed to it.
+    const Endpoint shut(QIVEN_ENDPOINT_SHUT);
+    lan0.Send(Sealed(Basic(2), QIVENProcessPublicKeyGet()), "10.9.0.7");
+    lan0.Send(Basic(2), "10.9.0.7");
+    seen.clear();
+    shut.TakeAll(30, [&seen](const QIVEN_RECEIVED &received) { seen += FlagNames(received.ulFlags) + ";"; });
+    EXPECT_EQ(";", seen);
+    EXPECT_EQ(1U, shut.Counts().ullSealedForOthers);
 }
 
 nasinfo Open(const Datagram &datagram) {
