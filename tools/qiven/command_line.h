@@ -22,7 +22,7 @@ struct Option {
     const char *szNames;  // "-v,--verbose"; "HEX" for the arguments that are not options
     Target target;
     std::string help;
-    const char *szValue = "";  // what the help calls the value; by its type if empty
+    const char *szValue = "";  // the name of the value in the help; by its type if empty
     const char *szGroup = "";
     std::vector<std::string> choices = {};
     std::optional<std::pair<double, double>> range = {};

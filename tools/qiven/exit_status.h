@@ -9,7 +9,7 @@ constexpr int kUsage = 2;     // the command line or the digits to decode are wr
 constexpr int kFailed = 3;    // the network, a permission, or reading or writing failed
 constexpr int kBadConfiguration = 4;
 
-// What a shell reports for a process that a signal has ended, as Ctrl-C does.
+// The status that a shell reports for a process that was ended by a signal, for example by Ctrl-C.
 constexpr int AfterSignal(int iSignal) {
     return 128 + iSignal;
 }

@@ -1,4 +1,4 @@
-// What the terminal can show.
+// The abilities of the terminal: width and colour.
 #pragma once
 
 #include <cstddef>
