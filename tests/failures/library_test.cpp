@@ -180,20 +180,11 @@ const std::string kCard = "3|socket/socket_qiven_dump_host(#): ErrQIVENSendQuery
 const struct Expected {
     std::string operation, calls, numbers, outcome;
 } kExpected[] = {
-    {"make keys", "memory mmap", "", "-1 "},
-    {"use key", "mprotect", "", "-2 "},
-    // Leaks an unreadable page rather than aborting the program.
-    {"clean up", "mprotect", "", "0 "},
     {"read sealed", "mprotect", "", "0 2|packet:# No key to decrypt"},
     {"read damaged", "mprotect", "", "0 2|packet:# No key to decrypt"},
     {"write sealed", "memory", "",
      "0 1|packet:# Reallocate memory failed!\n1|packet:# FAILED to write plain packet\n"},
-    {"write sealed", "memory", "",
-     "-20 2|packet:# pcbPKTOutput 20 cbWrittenPlain 20 needed 76\n1|packet:# Reallocate memory failed!\n"},
-    {"add key", "memory", "", "-1 "},
     {"add key", "memory", "", "0  HELD"},  // the store is kept, without the key
-    {"make space", "memory", "", "0 "},
-    {"make space", "memory", "", "-1 "},
     {"interfaces", "socket", "1", "11111111 " + kNoSocket},
     {"interfaces", "socket", "2", "10 " + kNoSocket},
     {"interfaces", "socket", "3", "1000111 " + kNoSocket},
@@ -210,13 +201,9 @@ const struct Expected {
     {"interfaces", "open fdopen fstat", "3", "11111011 "},
     {"interfaces", "__getdelim", "", "11111101 "},  // getline, if the compiler inlines it
     {"interfaces", "__getdelim", "", "11111011 "},
-    {"interfaces", "memory", "", "-1 "},
     {"dump", "fopen fgets", "", "-1 "},
-    {"dump", "memory", "", "-1 "},
-    {"client", "memory", "", "-1 "},
     {"client", "open fdopen fstat", "1", "0 " + kNoResolv + kFound},
     {"client", "memory", "", "0 " + kNoResolv + kFound},
-    {"client", "memory", "", "-1 " + kNone},
     {"client", "fopen fgets", "", "-1 " + kNone},
     {"client", "socket", "1", "0 " + kNoSocket + kFound},
     {"client", "socket", "2", "-1 " + kNoSocket + kNone},
@@ -242,8 +229,7 @@ const struct Expected {
     {"listen", "bind", "",
      "-1 1|udp:# bind(sockfd=#, servaddr.sin_addr.s_addr = 16777343) error!! errno: {e} [{s}]\n"},
     {"listen", "recvfrom", "", "0 " + kReadError},
-    {"search", "memory mmap", "", "-1 3|Failed to initialize key for encrypted communication\n"},
-    {"search", "memory if_nameindex", "", "-1 " + kCard},
+    {"search", "if_nameindex", "", "-1 " + kCard},
     {"search", "mprotect", "", "0  HELD"},
     {"search", "socket", "2 5", "-1 3|create socket error." + kCard},
     {"search", "socket", "7", "-1 3|Fail to search!\n"},
@@ -261,14 +247,9 @@ const struct Expected {
      "0 3|socket/socket_qiven_dump_host: addNasinfoToList(#) - write(#, 7,300,nas1,10.0.0.2,\n, 21) {s}\n"},
     {"search", "rename", "", "0 3|socket/socket_qiven_dump_host(#): rename file failed! [{s}]"},
     {"hash", "memory open fdopen", "1", "0 "},  // cannot be opened
-    {"hash", "memory", "", "-1 "},
-    {"hash", "memory", "", "1 "},  // a line is lost
+    {"hash", "memory", "", "1 "},               // a line is lost
     {"hash", "memory", "", "1 3|socket/socket_qiven_get2hash:# field number < 5"},
     {"hash", "fstat", "", "-1 "},
-    {"invert", "memory", "", "-9 "},
-    {"invert", "memory", "", "-3 "},
-    {"encode", "memory", "", "-1 "},
-    {"decode", "memory", "", "-1 "},
 };
 
 struct Failure {
@@ -297,7 +278,13 @@ bool IsForeign(const std::string &call) {
     return HasWord("memory mmap mprotect __getdelim getdelim", call);
 }
 
-// The outcomes that are right: one, or for foreign calls any of those that the table has.
+// If a foreign call fails, a function may refuse, with whatever message, but must leave nothing behind.
+bool IsRefusal(const std::string &outcome) {
+    return outcome.starts_with("!-") && outcome.find("READABLE") == std::string::npos &&
+           outcome.find("HELD") == std::string::npos && outcome.find("OPEN") == std::string::npos;
+}
+
+// The other outcomes that are right: one, or for foreign calls any of those that the table has.
 std::vector<std::string> Expect(const Operation &operation, const Failure &failure,
                                 const std::string &normal) {
     std::vector<std::string> outcomes;
@@ -417,6 +404,7 @@ TEST(Failures, EveryCallFailsOnce) {
                     break;
                 }
                 counts[failure.call]++;
+                if (IsForeign(failure.call) && IsRefusal(outcome)) continue;
                 const auto outcomes = Expect(operation, failure, normal);
                 EXPECT_NE(outcomes.end(), std::find(outcomes.begin(), outcomes.end(), outcome))
                     << operation.name << ": " << failure.call << " " << failure.n << '\n'

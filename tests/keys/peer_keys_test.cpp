@@ -1,37 +1,24 @@
-// The peer key store. The test sets the clock, reads the hash of the store, and makes its calls fail.
+// The peer key store. The test sets the clock and reads the hash of the store.
 #include <qiven/keys.h>
 #include <tavocore.h>
 #include <gtest/gtest.h>
-#include <time.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
-static time_t g_now = 1000;
-static std::string g_fails;
+#include "support/failing_calls.h"
+
 static TLIBC_SZHASH_HANDLE g_pStore = nullptr;
 
-// NOLINTBEGIN(bugprone-macro-parentheses): types and argument lists are not expressions.
-#define WRAP(type, name, parameters, arguments, failure, before)     \
-    extern "C" type __real_##name parameters;                        \
-    extern "C" type __wrap_##name parameters;                        \
-    extern "C" type __wrap_##name parameters {                       \
-        before;                                                      \
-        return g_fails == #name ? failure : __real_##name arguments; \
-    }
-WRAP(const char *, TLIBCSzListGet, (TLIBC_SZLIST_HANDLE p, int i), (p, i), nullptr, )
-WRAP(const char *, TLIBCSzHashGetValue, (TLIBC_SZHASH_HANDLE p, const char *sz), (p, sz), nullptr, )
-WRAP(int, TLIBCSzHashRemoveKey, (TLIBC_SZHASH_HANDLE p, const char *sz), (p, sz), 0, )
-WRAP(int, TLIBCSzHashSetValue, (TLIBC_SZHASH_HANDLE * pp, const char *szKey, const char *szValue),
-     (pp, szKey, szValue), -1, g_pStore = *pp)
-
-// NOLINTEND(bugprone-macro-parentheses)
-
-extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime);
-extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *pTime) {
-    EXPECT_EQ(CLOCK_MONOTONIC, clock);
-    *pTime = {g_now, 999'999'999};
-    return 0;
+extern "C" int __real_TLIBCSzHashSetValue(TLIBC_SZHASH_HANDLE *ppHash, const char *szKey,
+                                          const char *szValue);
+extern "C" int __wrap_TLIBCSzHashSetValue(TLIBC_SZHASH_HANDLE *ppHash, const char *szKey,
+                                          const char *szValue);
+extern "C" int __wrap_TLIBCSzHashSetValue(TLIBC_SZHASH_HANDLE *ppHash, const char *szKey,
+                                          const char *szValue) {
+    g_pStore = *ppHash;
+    return __real_TLIBCSzHashSetValue(ppHash, szKey, szValue);
 }
 
 namespace {
@@ -48,7 +35,7 @@ std::string Get(const std::string &peer, uint32_t ulProcessID) {
 }
 // Fills the store with entries 1 to 4096 of one peer, all written at one time.
 void Fill(time_t when) {
-    g_now = when;
+    FailingCallsUptime(when);
     QIVENRemoveAllKeys();
     for (uint32_t i = 1; i <= QIVEN_KEYS_MAX; ++i)
         ASSERT_EQ(0, QIVENAddKey("nas", i, kKey.c_str()));
@@ -56,6 +43,7 @@ void Fill(time_t when) {
 }
 
 TEST(PeerKeys, TheFirstGoodAddCreatesTheStore) {
+    FailingCallsUptime(1000);
     EXPECT_EQ(-1, QIVENAddKey("nas1", 0, kKey.c_str()));
     EXPECT_EQ("none", Get("nas1", 1));
     EXPECT_EQ(-1, QIVENRemoveKey("nas1", 1));
@@ -67,13 +55,13 @@ TEST(PeerKeys, TheFirstGoodAddCreatesTheStore) {
 }
 
 TEST(PeerKeys, EntriesAreNamedByPeerAndProcess) {
-    g_now = 0x1234;
+    FailingCallsUptime(0x1234);
     EXPECT_EQ(0, QIVENAddKey("nas1", 1, "old"));
     EXPECT_EQ(0, QIVENAddKey("nas1", 1, kKey.c_str()));
     EXPECT_EQ(0, QIVENAddKey("nas1", 0xFFFFFFFF, ""));
     EXPECT_EQ(2, TLIBCSzHashPairNum(g_pStore));
     EXPECT_STREQ(",1234", TLIBCSzHashGetValue(g_pStore, "nas1+ffffffff"));
-    g_now = 0x1235;
+    FailingCallsUptime(0x1235);
     EXPECT_EQ(kKey, Get("nas1", 1));
     EXPECT_EQ(kKey + ",1235", TLIBCSzHashGetValue(g_pStore, "nas1+00000001"));
     EXPECT_EQ("none", Get("nas2", 1));
@@ -117,9 +105,9 @@ TEST(PeerKeys, AFullStoreMakesRoomByAge) {
     };
     for (const auto &c : cases) {
         Fill(c.filled);
-        g_now = std::max(c.filled, c.added - 60);
+        FailingCallsUptime(std::max(c.filled, c.added - 60));
         EXPECT_EQ(kKey, Get("nas", 77));
-        g_now = c.added;
+        FailingCallsUptime(c.added);
         EXPECT_EQ(0, QIVENAddKey("new", 1, "k"));
         EXPECT_EQ("k", Get("new", 1)) << c.filled;
         EXPECT_EQ(c.blKeepsRenewed ? kKey : "none", Get("nas", 77)) << c.filled;
@@ -131,10 +119,10 @@ TEST(PeerKeys, AFailureWhilePruningRefusesTheNewEntry) {
     for (const char *szCall : {"TLIBCSzListGet", "TLIBCSzHashGetValue", "TLIBCSzHashRemoveKey", "no comma"}) {
         Fill(10 * kDay);
         if (szCall == std::string("no comma")) __real_TLIBCSzHashSetValue(&g_pStore, "nas+00000001", "?");
-        g_now = 12 * kDay;
-        g_fails = szCall;
+        FailingCallsUptime(12 * kDay);
+        FailingCallsArm(szCall, 1, 0);
         EXPECT_EQ(-1, QIVENAddKey("new", 1, "k")) << szCall;
-        g_fails.clear();
+        FailingCallsDisarm();
         EXPECT_EQ(QIVEN_KEYS_MAX, TLIBCSzHashPairNum(g_pStore)) << szCall;
     }
 }

@@ -1,4 +1,4 @@
-// The process key pair. Wrappers make those calls of libsodium fail that fail in no other way.
+// The process key pair.
 #include <qiven/keys.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -6,23 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 
-static std::string g_fails;
-
-// A wrapper of each call: it fails when g_fails names it.
-// NOLINTBEGIN(bugprone-macro-parentheses): types and argument lists are not expressions.
-#define FAILING(type, name, parameters, arguments, failure)                                  \
-    extern "C" type __real_##name parameters;                                                \
-    extern "C" type __wrap_##name parameters;                                                \
-    extern "C" type __wrap_##name parameters {                                               \
-        return g_fails.find(#name) != std::string::npos ? failure : __real_##name arguments; \
-    }
-FAILING(int, sodium_init, (), (), -1)
-FAILING(int, crypto_box_keypair, (unsigned char *pPublic, unsigned char *pSecret), (pPublic, pSecret), -1)
-FAILING(int, sodium_mprotect_noaccess, (void *p), (p), -1)
-FAILING(int, sodium_mprotect_readwrite, (void *p), (p), -1)
-// NOLINTEND(bugprone-macro-parentheses)
+#include "support/failing_calls.h"
 
 static void *g_pSecret;
 extern "C" void *__real_sodium_malloc(size_t cb);
@@ -35,7 +22,7 @@ namespace {
 
 struct ProcessKeys : testing::Test {
     ~ProcessKeys() override {
-        g_fails.clear();
+        FailingCallsDisarm();
         QIVENProcessKeyCleanup();
     }
     static void ExpectNoKeys() {
@@ -73,14 +60,13 @@ TEST_F(ProcessKeys, LiveFromInitToCleanup) {
 
 TEST_F(ProcessKeys, FailuresLeaveNoKeys) {
     for (const char *szCall : {"sodium_init", "crypto_box_keypair"}) {
-        g_fails = szCall;
-        const int iResult = QIVENProcessKeyInit();
-        g_fails.clear();
-        EXPECT_EQ(-1, iResult) << szCall;
+        FailingCallsArm(szCall, 1, ENOMEM);
+        EXPECT_EQ(-1, QIVENProcessKeyInit()) << szCall;
+        EXPECT_TRUE(FailingCallsDisarm());
         ExpectNoKeys();
     }
     ASSERT_EQ(0, QIVENProcessKeyInit());
-    g_fails = "sodium_mprotect_noaccess";
+    FailingCallsArm("sodium_mprotect", -1, ENOMEM);
     EXPECT_EQ(-1, QIVENProcessSecretKeyRelease());
 }
 
@@ -115,11 +101,12 @@ TEST_F(ProcessKeys, TheSecretKeyIsReadableWhileAcquiredOnly) {
 // If the kernel refuses to change the protection, the page is leaked, but the key in it is wiped.
 TEST_F(ProcessKeys, CleanupWipesMemoryThatItCannotFree) {
     for (const char *szState : {"writable", "readable", "hidden"}) {
-        g_fails = *szState == 'w' ? "sodium_mprotect_noaccess" : "";
+        if (*szState == 'w') FailingCallsArm("sodium_mprotect", -1, ENOMEM);
         ASSERT_EQ(0, QIVENProcessKeyInit());
         if (*szState == 'r') QIVENProcessSecretKeyAcquire();
-        g_fails = "sodium_mprotect_noaccess sodium_mprotect_readwrite";
+        FailingCallsArm("sodium_mprotect", -1, ENOMEM);
         EXPECT_EQ(0, QIVENProcessKeyCleanup());
+        FailingCallsDisarm();
         ASSERT_EQ(0, sodium_mprotect_readonly(g_pSecret));
         const auto *pSecret = static_cast<const unsigned char *>(g_pSecret);
         EXPECT_EQ(1, sodium_is_zero(pSecret, QIVEN_KEY_SIZE)) << szState;

@@ -7,6 +7,7 @@
 
 #include <memory>
 
+#include "support/failing_calls.h"
 #include "support/log_capture.h"
 #include "support/wire.h"
 
@@ -172,6 +173,21 @@ TEST_F(SealedPacket, OpensForItsAskerAlone) {
     EXPECT_EQ(0, Read(packet));
     EXPECT_EQ(Lines{"2|packet:# No key to decrypt"}, LogCapture::Take());
     EXPECT_EQ(20, Read(Basic() + "\x11\6abcdef"));  // plain packets need no key
+}
+
+TEST_F(SealedPacket, ReadingAllocatesNothing) {
+    m_record.ulPktType = 2;
+    List({0x01, 0xA4, 0x11});
+    for (const char *szKey : {static_cast<const char *>(nullptr), static_cast<const char *>(m_szKey)}) {
+        for (const char *szMore : {"", "\x01"}) {
+            const std::string packet = Write(QIVEN_PACKET_MAX, szKey) + szMore;
+            FailingCallsArm("memory", 1, ENOMEM);
+            const int iResult = Open(nullptr, reinterpret_cast<const unsigned char *>(packet.data()),
+                                     static_cast<int>(packet.size()), &m_back);
+            EXPECT_FALSE(FailingCallsDisarm());
+            EXPECT_EQ(*szMore == '\0', iResult > 0);
+        }
+    }
 }
 
 }  // namespace

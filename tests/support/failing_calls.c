@@ -38,7 +38,8 @@ static int g_nSuspended;
 
 /* Memory is wanted before AddressSanitizer is ready for what it would look at in here. */
 __attribute__((no_sanitize("address", "undefined"))) static int Fails(const char *szCall) {
-    if (*g_pnUntil == 0 || g_nSuspended > 0 || strcmp(szCall, g_szCall) != 0 || --*g_pnUntil > 0) return 0;
+    if (*g_pnUntil == 0 || g_nSuspended > 0 || strcmp(szCall, g_szCall) != 0) return 0;
+    if (*g_pnUntil > 0 && --*g_pnUntil > 0) return 0;
     errno = g_iErrno;
     return 1;
 }
@@ -97,13 +98,15 @@ static void Serve(void) {
     _exit(0);
 }
 
-#define DEFINE(before, result, name, failed, params, args)                 \
+#define DEFINE_AS(as, before, result, name, failed, params, args)          \
     EXPORTED result name params {                                          \
         static result(*pfnReal) params;                                    \
         if (pfnReal == NULL) *(void **)&pfnReal = dlsym(RTLD_NEXT, #name); \
         before;                                                            \
-        return Fails(#name) ? failed : pfnReal args;                       \
+        return Fails(as) ? failed : pfnReal args;                          \
     }
+#define DEFINE(before, result, name, failed, params, args) \
+    DEFINE_AS(#name, before, result, name, failed, params, args)
 #define CALL(...) DEFINE((void)0, __VA_ARGS__)
 CALL(int, socket, -1, (int a, int b, int c), (a, b, c))
 CALL(int, setsockopt, -1, (int a, int b, int c, const void *d, socklen_t e), (a, b, c, d, e))
@@ -143,7 +146,7 @@ CALL(int, timer_create, -1, (clockid_t a, struct sigevent *b, timer_t *c), (a, b
 static int ShowsUptime(clockid_t clock, struct timespec *pNow) {
     if (g_nUptime == 0 || clock != CLOCK_MONOTONIC || strcmp(g_szCall, "clock_gettime") == 0) return 0;
     pNow->tv_sec = g_nUptime;
-    pNow->tv_nsec = 0;
+    pNow->tv_nsec = 999999999;
     return 1;
 }
 DEFINE(if (ShowsUptime(a, b)) return 0, int, clock_gettime, -1, (clockid_t a, struct timespec *b), (a, b))
@@ -159,6 +162,15 @@ DEFINE(FAILED_STREAM(c), char *, fgets, NULL, (char *a, int b, FILE *c), (a, b, 
 DEFINE(FAILED_STREAM(d), size_t, fread, 0, (void *a, size_t b, size_t c, FILE *d), (a, b, c, d))
 DEFINE(FAILED_STREAM(d), ssize_t, getdelim, -1, (char **a, size_t *b, int c, FILE *d), (a, b, c, d))
 DEFINE(FAILED_STREAM(d), ssize_t, __getdelim, -1, (char **a, size_t *b, int c, FILE *d), (a, b, c, d))
+
+/* Of libsodium and libtavocore. */
+CALL(int, sodium_init, -1, (void), ())
+CALL(int, crypto_box_keypair, -1, (unsigned char *a, unsigned char *b), (a, b))
+DEFINE_AS("sodium_mprotect", (void)0, int, sodium_mprotect_noaccess, -1, (void *a), (a))
+DEFINE_AS("sodium_mprotect", (void)0, int, sodium_mprotect_readwrite, -1, (void *a), (a))
+CALL(const char *, TLIBCSzListGet, NULL, (const void *a, int b), (a, b))
+CALL(const char *, TLIBCSzHashGetValue, NULL, (const void *a, const char *b), (a, b))
+CALL(int, TLIBCSzHashRemoveKey, 0, (void *a, const char *b), (a, b))
 
 #define VARIADIC(name, type, first)                                        \
     EXPORTED int name(type a, first b, ...) {                              \

@@ -6,7 +6,8 @@
 extern "C" {
 #endif
 
-/* Makes the n-th call from now on fail, once, with this errno. "memory" means all allocation functions. */
+/* Makes the n-th call from now on fail, once, with this errno; every call, if n is -1. "memory" means all
+   allocation functions, "sodium_mprotect" all functions that change the protection of a key. */
 void FailingCallsArm(const char *szCall, int n, int iErrno);
 /* Lets all calls succeed again; returns whether the failure has happened. */
 int FailingCallsDisarm(void);
