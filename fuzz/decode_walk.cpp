@@ -36,7 +36,7 @@ void RequireWhole(const PacketWalk &walk, const uint8_t *pData, size_t cbData) {
 int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
     const std::string packet(fuzz::AsText(pData, cbData));
     const PacketWalk walk = qiven::packet_walk::Walk({pData, cbData});
-    if (packet.size() > 8 && packet.starts_with("\x12\x34\x55\x66TAVO")) {
+    if (packet.size() > 8 && packet.starts_with(kSealedHeader)) {
         Require(walk.verdict == Verdict::kSealed && walk.fields.empty(),
                 "a sealed packet is not looked into");
         return 0;

@@ -18,7 +18,8 @@ bool IsPreferred(const SlowField &field) {
 }
 
 bool IsBasic(const SlowField &field, const nasinfo &record) {
-    return (SlowBasicMask(field.id) & (record.ulPktType == 3 ? 31U : 3U)) != 0;
+    return (SlowBasicMask(field.id) &
+            (record.ulPktType == 3 ? QIVEN_BASIC_MASK | QIVEN_NETSETTING_MASK : QIVEN_BASIC_MASK)) != 0;
 }
 
 bool IsZero(const char *p, size_t cb) {

@@ -159,6 +159,6 @@ int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
     if (cb == 0) return 0;
     const SlowReader read = fuzz::RequireSameRead(all.substr(0, cbPacket), QIVENPacketRead);
     if (read.iResult > 0) RequireCameBack(request, read.record);
-    if (cbPacket <= QIVEN_PACKET_MAX - 56) RequireSealsAndOpens(request, read);
+    if (cbPacket <= QIVEN_SEALED_PLAIN_MAX) RequireSealsAndOpens(request, read);
     return 0;
 }

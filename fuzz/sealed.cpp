@@ -9,7 +9,6 @@ namespace {
 using fuzz::Lines;
 using fuzz::Require;
 
-const std::string kSealedHeader = "\x12\x34\x55\x66TAVO";
 const Lines kNotOpened = {"2|packet:# Failed to decrypt packet\n"};
 
 std::string Seal(std::string_view plain) {

@@ -7,6 +7,7 @@ queries within 200 ms as one. With "sealed", it seals answers if the query carri
 """
 import ctypes
 import heapq
+import os
 import random
 import re
 import select
@@ -15,14 +16,12 @@ import struct
 import sys
 import time
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../tests/support"))
+from segment import FIELD_A4, PORT, SEALED, field, packet  # noqa: E402
+
 CARD, HOSTS, SPREAD, KIND = sys.argv[1], int(sys.argv[2]), float(sys.argv[3]), sys.argv[4]
-PORT, PLAIN, SEALED = 9999, bytes.fromhex("12345678") + b"TAVO", bytes.fromhex("12345566") + b"TAVO"
 COALESCE = 0.2
 sodium = ctypes.CDLL("libsodium.so.23")
-
-
-def field(ident, value):
-    return bytes([ident, len(value)]) + value
 
 
 def address(i):
@@ -34,10 +33,10 @@ def mac(i):
 
 
 def plain_packet(i, more=b""):
-    number, flags = struct.Struct("<I").pack, struct.pack("<Q", 0x23)
-    return PLAIN + b"".join(field(*pair) for pair in (
-        (0x01, number(2)), (0xA4, number(0x01020000)), (0x11, b"storage-%05d" % i), (0x12, address(i)),
-        (0x13, b"\xff\xff\0\0"), (0x19, b"ident-%05d" % i), (0x48, number(4711)), (0x49, number(240)),
+    flags = struct.pack("<Q", 0x23)
+    return packet((
+        (0x01, 2), (0xA4, FIELD_A4), (0x11, b"storage-%05d" % i), (0x12, address(i)),
+        (0x13, b"\xff\xff\0\0"), (0x19, b"ident-%05d" % i), (0x48, 4711), (0x49, 240),
         (0x7C, mac(i).hex(":").encode()), (0xB0, flags), (0xB8, flags))) + more
 
 
@@ -54,9 +53,9 @@ class Sealer:
         self.head, self.process = SEALED + ours.raw, process
 
     def seal(self, i):
-        packet = plain_packet(i, field(0xC5, struct.pack("<I", i + 1)) + field(0xC6, self.process))
-        box = ctypes.create_string_buffer(len(packet) + 16)
-        sodium.crypto_box_easy_afternm(box, packet, ctypes.c_ulonglong(len(packet)), self.nonce, self.shared)
+        plain = plain_packet(i, field(0xC5, struct.pack("<I", i + 1)) + field(0xC6, self.process))
+        box = ctypes.create_string_buffer(len(plain) + 16)
+        sodium.crypto_box_easy_afternm(box, plain, ctypes.c_ulonglong(len(plain)), self.nonce, self.shared)
         return self.head + box.raw
 
 

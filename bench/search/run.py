@@ -183,8 +183,7 @@ def ask(count):
     sock.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
     for i in range(1, count + 1):
         key = os.urandom(32).hex().encode()
-        fields = [(0x01, 1), (0xA4, 0x01020000), (0xC4, key), (0xC5, i)]
-        sock.sendto(segment.packet(fields), ("255.255.255.255", segment.PORT))
+        sock.sendto(segment.QUERY + segment.field(0xC4, key) + segment.field(0xC5, i), ("255.255.255.255", segment.PORT))
         time.sleep(0.001)
 
 

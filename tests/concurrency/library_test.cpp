@@ -54,7 +54,7 @@ bool Packets(const QIVEN_LOG *pLog, int iThread) {
     int cbSealed = 1;
     const int cbBox = QIVENPacketWriteEncrypted(pLog, &pSealed, &cbSealed, &send, kPublicKey);
     const Buffer sealed(reinterpret_cast<unsigned char *>(pSealed), free);
-    return name == back.szHostName && back.ulModel == ulModel && cbBox == cb + 56 &&
+    return name == back.szHostName && back.ulModel == ulModel && cbBox == cb + 8 + QIVEN_SEAL_OVERHEAD &&
            QIVENNasinfoServRunGet(pLog, &back, ulModel) == 1;
 }
 

@@ -18,10 +18,10 @@ import xml.etree.ElementTree as ElementTree
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 import segment  # noqa: E402
 from captures import pcap, udp  # noqa: E402
-from segment import answer, packet  # noqa: E402
+from segment import SEALED, answer, packet  # noqa: E402
 
 QIVEN, LUA, CORPORA = sys.argv[1:4]
-SEALED, BASIC = bytes.fromhex("12345566") + b"TAVO", [(1, 2), (0xA4, 0)]
+BASIC = [(1, 2), (0xA4, 0)]
 # The corpora of the fuzz targets packet and decode_walk.
 CORPUS = [open(path, "rb").read() for path in sorted(glob.glob(CORPORA + "/packet/*") + glob.glob(CORPORA + "/decode_walk/*"))]
 

@@ -24,7 +24,6 @@ NOT_RUN = {
 }
 # Commands that run until they are interrupted.
 ENDLESS = re.compile(r"qiven find .*--watch|qiven answer (?!.*--check-config)")
-QUERY = segment.packet([(0x01, 1), (0xA4, 0x01020000)])
 
 
 def examples(path):
@@ -50,7 +49,7 @@ def furnish(folder):
     os.symlink(BUILD, folder + "/build/release")
     os.symlink(SOURCE + "/examples/search.c", folder + "/search.c")
     with open(folder + "/capture.pcapng", "wb") as file:
-        file.write(captures.pcap(101, captures.udp(QUERY)))
+        file.write(captures.pcap(101, captures.udp(segment.QUERY)))
     # As if installed: the command, headers, libraries, and a configuration.
     os.environ.update(PATH=f"{BUILD}/bin:{os.environ['PATH']}", CPATH=SOURCE + "/include",
                       LIBRARY_PATH=BUILD + "/lib", LD_LIBRARY_PATH=BUILD + "/lib")

@@ -86,7 +86,7 @@ class WireFormat(unittest.TestCase):
         self.assertEqual(subprocess.run([QIVEN, "decode", shown[1]], capture_output=True, text=True).stdout, shown[2])
         secret = bytes.fromhex(re.search(r"secret key is\s+`(\w{64})`", TEXT)[1])
         public = bytes.fromhex(keyed[22:86].decode())
-        plain = ctypes.create_string_buffer(len(sealed) - 56)
+        plain = ctypes.create_string_buffer(len(sealed) - 8 - CONSTANTS["QIVEN_SEAL_OVERHEAD"])
         opened = sodium.crypto_box_seal_open(plain, sealed[8:], ctypes.c_ulonglong(len(sealed) - 8), public, secret)
         self.assertEqual((opened, plain.raw), (0, answer + bytes.fromhex("c60467452301")))
 

@@ -132,7 +132,7 @@ struct SealedPacket : PacketWriter {
 TEST_F(SealedPacket, SizesAndGrowth) {
     for (const auto &[nPlain, cbBuffer] : {std::pair{600, 10}, {600, 700}, {8136, 100}, {8137, 8192}}) {
         ListExactly(static_cast<size_t>(nPlain));
-        const int cbSealed = nPlain + 56;
+        const int cbSealed = nPlain + 8 + QIVEN_SEAL_OVERHEAD;
         EXPECT_EQ(cbSealed > 8192 ? 0 : cbSealed, static_cast<int>(Write(cbBuffer, m_szKey).size()));
         EXPECT_EQ(std::min(8192, std::max(cbBuffer, cbSealed)), m_cbBuffer);
         const std::string needed = std::to_string(cbSealed);
@@ -162,7 +162,7 @@ TEST_F(SealedPacket, OpensForItsAskerAlone) {
     strcpy(m_record.szHostName, "sealed");
     List({0x01, 0xA4, 0x11});
     const std::string packet = Write(QIVEN_PACKET_MAX, m_szKey);
-    EXPECT_EQ("\x12\x34\x55\x66TAVO", packet.substr(0, 8));
+    EXPECT_EQ(kSealedHeader, packet.substr(0, 8));
     EXPECT_EQ(20, Read(packet));
     EXPECT_STREQ("sealed", m_back.szHostName);
     LogCapture::Take();

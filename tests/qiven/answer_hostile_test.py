@@ -16,8 +16,9 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "support"))
-from answering import PLAIN, PORT, QUERY, SEALED, Answering, Searcher, enter_namespaces, query  # noqa: E402
+from answering import Answering, Searcher, enter_namespaces, query  # noqa: E402
 from outputs import OUTPUTS, wake  # noqa: E402
+from segment import PLAIN, PORT, QUERY, SEALED, packet  # noqa: E402
 
 Answering.program, SHIM, CALLS = sys.argv[1:4]
 LONG = "QIVEN_LONG" in os.environ
@@ -52,7 +53,7 @@ def forgeries():
         noise = rng.randbytes(36)
         fresh = query(noise[:32], noise[32:])
         pool += [QUERY, fresh, NO_KEY[:-4] + noise[32:], noise, SEALED + noise * 3, fresh[:-1], fresh + b"\x11",
-                 PLAIN + b"\x01\x04\x02\0\0\0\xa4\x04\0\0\x02\x01\x11\x10\x1b[2J\r\n%s%n\x9b31m\xff\xfe\0\0"]
+                 packet([(0x01, 2), (0xA4, 0), (0x11, b"\x1b[2J\r\n%s%n\x9b31m\xff\xfe\0\0")])]
     rng.shuffle(pool)
     return pool
 

@@ -15,7 +15,8 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "support"))
 import segment  # noqa: E402
-from answering import PLAIN, QUERY, SEALED, Answering, Searcher, enter_namespaces, fields, query, run  # noqa: E402
+from answering import Answering, Searcher, enter_namespaces, fields, query, run  # noqa: E402
+from segment import PLAIN, QUERY, SEALED  # noqa: E402
 
 Answering.program, EXAMPLE = sys.argv[1:3]
 
@@ -44,7 +45,7 @@ class Answer(Answering):
         self.assertIsNone(Searcher().open(packet))
         got = searcher.open(packet)
         self.assertEqual((got[0x11], got[0xC6]), (b"nas1", searcher.id))
-        answer = PLAIN + b"\x01\x04\x02\0\0\0\xa4\x04\0\0\x02\x01"
+        answer = QUERY.replace(b"\4\1", b"\4\2", 1)
         for silent in (answer, answer.replace(b"\4\2", b"\4\6"), packet, QUERY + b"\xc5\x04" + got[0xC5], b"junk",
                        searcher.query.replace(searcher.public.raw.hex().encode(), b"0" * 64)):  # cannot be sealed for
             self.ask(self.s1, silent)

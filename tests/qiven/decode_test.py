@@ -10,21 +10,10 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 from captures import pcap, pcapng, udp  # noqa: E402
+from segment import FIELD_A4, PLAIN, SEALED, field  # noqa: E402
 
 QIVEN = ""
-PLAIN = bytes.fromhex("12345678") + b"TAVO"
-SEALED = bytes.fromhex("12345566") + b"TAVO"
-
-
-def field(ident, value=b"", length=None):
-    return bytes([ident, len(value) if length is None else length]) + value
-
-
-def number(ident, value):
-    return field(ident, struct.pack("<I", value))
-
-
-BASIC = number(0x01, 1) + number(0xA4, 0x01020000)
+BASIC = field(0x01, 1) + field(0xA4, FIELD_A4)
 
 
 def run(*args, stdin=b""):
@@ -51,7 +40,7 @@ LINKS = {
 
 class Decode(unittest.TestCase):
     def test_refusals(self):
-        net = number(0x01, 3) + number(0xA4, 0)
+        net = field(0x01, 3) + field(0xA4, 0)
         for reason, packet in {
             "too short": PLAIN,
             "more than 64 fields": PLAIN + BASIC + field(0x03) * 63,
@@ -59,7 +48,7 @@ class Decode(unittest.TestCase):
             "integer of field 0x48 has 3 bytes, must have 4": PLAIN + BASIC + field(0x48, b"abc"),
             "long text to 1536 bytes": PLAIN + BASIC + field(0x2A, b"a" * 255) * 2 + field(0x72, b"b" * 255) * 5 + field(0x72, b"c" * 6),
             "ends after unknown identifier 0x03": PLAIN + BASIC + b"\x03",
-            "basic fields are missing: 0xA4": PLAIN + number(0x01, 1),
+            "basic fields are missing: 0xA4": PLAIN + field(0x01, 1),
             "missing: 0x29": PLAIN + net + field(0x20) + field(0x21),
         }.items():
             status, shown = decode(packet)

@@ -7,9 +7,10 @@ import subprocess
 import sys
 import time
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import segment  # noqa: E402
+
 QIVEN = ""
-SEALED = bytes.fromhex("12345566") + b"TAVO" + bytes(80)
-ANSWER = bytes.fromhex("12345678") + b"TAVO" + bytes.fromhex("010402000000a40400000000")
 SEGMENT = """ip link add eth0 type veth peer name far0; ip link set far0 netns $HOST; ip address add 10.9.0.1/24 brd + dev eth0
 ip link set eth0 up; nsenter -t $HOST -n ip address add 10.9.0.2/24 brd + dev far0; nsenter -t $HOST -n ip link set far0 up
 until grep -q up /sys/class/net/eth0/operstate; do sleep .01; done"""
@@ -24,7 +25,7 @@ for _ in range(300): s.sendto(bytes.fromhex('%s'),('10.9.0.255',9999)); time.sle
 # name: set-up in the shell, Python that runs beside ("here" or on the "host"), status, cause, words of the verdict
 FAULTS = {
     "healthy": (SEGMENT, None, 0, None, ["may be off"]),
-    "a host answers": (SEGMENT, ("host", SEND % ANSWER.hex()), 0, None, ["hosts answer"]),
+    "a host answers": (SEGMENT, ("host", SEND % segment.packet([(0x01, 2), (0xA4, 0)]).hex()), 0, None, ["hosts answer"]),
     "no interface": ("", None, 1, "interfaces", ["no interface", "loopback"]),
     "interface down": ("ip link add eth0 type veth peer name far0", None, 1, "interfaces", ["eth0", "down", "ip link set"]),
     "no address": ("%s; ip address flush dev eth0" % SEGMENT, None, 1, "interfaces", ["no IPv4 address", "eth0", "DHCP"]),
@@ -45,7 +46,7 @@ FAULTS = {
     "input policy": (SEGMENT + "; " + NFT % ("input", "drop") + "nft add rule inet guard c tcp dport 22 accept", None, 1, "firewall",
                      ["policy", "chain inet guard c"]),
     "junk": (SEGMENT, ("host", SEND % "6a756e6b"), 1, "arrivals", ["cannot be decoded", "10.9.0.2", "too short"]),
-    "sealed for others": (SEGMENT, ("host", SEND % SEALED.hex()), 1, "arrivals", ["sealed", "other searchers", "10.9.0.2"]),
+    "sealed for others": (SEGMENT, ("host", SEND % (segment.SEALED + bytes(80)).hex()), 1, "arrivals", ["sealed", "other searchers", "10.9.0.2"]),
 }
 
 

@@ -7,23 +7,20 @@ import contextlib
 import json
 import os
 import random
-import re
 import resource
 import select
 import signal
 import socket
-import struct
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 import segment  # noqa: E402
 from outputs import OUTPUTS, wake  # noqa: E402
-from segment import Hosts, answer  # noqa: E402
+from segment import SEALED, Hosts, answer, resident  # noqa: E402
 
 QIVEN = sys.argv.pop(1)
 LONG = "QIVEN_LONG" in os.environ
@@ -104,16 +101,10 @@ def forgeries():
         noise = rng.randbytes(30)
         pool += [answer(b"forged", ident=noise), answer(noise, ident=b"one", x7c=noise, x1a=noise * 8),
                  answer(b"one", socket.inet_ntoa(noise[:4]), ident=b"one", x7c=noise[:20]), noise,
-                 segment.packet([(1, 1), (0xA4, 0)]), bytes.fromhex("1234556654564f") + noise * 3,
+                 segment.packet([(1, 1), (0xA4, 0)]), SEALED[:7] + noise * 3,
                  answer(b"\x1b[2J\r\n%s%n\x9b31m\xff\xfe", ident=b"text", x52=noise), answer(b"bad")[:-1]]
     rng.shuffle(pool)
     return pool
-
-
-def resident(pid):
-    """KiB of memory that a process holds."""
-    with open(f"/proc/{pid}/status", encoding="ascii") as status:
-        return int(re.search(r"VmRSS:\s+(\d+)", status.read())[1])
 
 
 class Run:

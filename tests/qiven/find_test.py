@@ -18,7 +18,7 @@ import jsonschema
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 import segment  # noqa: E402
-from segment import Hosts, answer  # noqa: E402
+from segment import SEALED, Hosts, answer, resident  # noqa: E402
 
 QIVEN, SCHEMA = sys.argv.pop(1), json.load(open(sys.argv.pop(1), encoding="utf-8"))
 ENVIRONMENT = {"PATH": "/usr/bin:/bin:/usr/sbin:/sbin", "LC_ALL": "C.UTF-8"}
@@ -189,7 +189,7 @@ class Events(unittest.TestCase):
                          [("appeared", "stays", 0), ("appeared", "goes", 1), ("changed", "goes", 2), ("vanished", "goes", 2)])
 
     def test_a_flood_hides_no_host(self):
-        junk = [b"junk" * 9, segment.packet([(1, 1), (0xA4, 0)]), bytes.fromhex("12345566") + b"TAVO" + bytes(99)]
+        junk = [b"junk" * 9, segment.packet([(1, 1), (0xA4, 0)]), SEALED + bytes(99)]
         with subprocess.Popen([QIVEN, "find", "--verbose", "--expect", "1", "--timeout", "8"], env=ENVIRONMENT,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
             with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sock:
@@ -204,12 +204,6 @@ class Events(unittest.TestCase):
         self.assertIn(b"real", output)
         self.assertLess(len(messages.splitlines()), 250)
         self.assertLess(growth, 4096)
-
-
-def resident(pid):
-    """KiB of memory that a process holds."""
-    with open(f"/proc/{pid}/status", encoding="ascii") as status:
-        return int(re.search(r"VmRSS:\s+(\d+)", status.read()).group(1))
 
 
 class Ending(unittest.TestCase):

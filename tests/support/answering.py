@@ -1,7 +1,6 @@
 """A namespace with two interfaces that runs "qiven answer"; this process has the other ends of the veth pairs."""
 import ctypes
 import os
-import re
 import socket
 import subprocess
 import sys
@@ -9,9 +8,8 @@ import tempfile
 import time
 import unittest
 
-PLAIN, SEALED = b"\x12\x34\x56\x78TAVO", b"\x12\x34\x55\x66TAVO"
-QUERY = PLAIN + b"\x01\x04\x01\0\0\0\xa4\x04\0\0\x02\x01"
-PORT = 9999
+from segment import PLAIN, PORT, QUERY, SEAL_OVERHEAD, field, resident
+
 SO_BINDTODEVICE = 25
 sodium = ctypes.CDLL("libsodium.so.23")
 assert sodium.sodium_init() >= 0
@@ -42,7 +40,7 @@ def fields(packet):
 
 
 def query(key, process):
-    return QUERY + b"\xc4\x40" + key.hex().encode() + b"\xc5\x04" + process
+    return QUERY + field(0xC4, key.hex().encode()) + field(0xC5, process)
 
 
 class Searcher:
@@ -56,7 +54,7 @@ class Searcher:
 
     def open(self, packet):
         box = packet[8:]
-        plain = ctypes.create_string_buffer(max(len(box) - 48, 1))
+        plain = ctypes.create_string_buffer(max(len(box) - SEAL_OVERHEAD, 1))
         done = sodium.crypto_box_seal_open(plain, box, ctypes.c_ulonglong(len(box)), self.public, self.secret)
         return fields(plain.raw) if done == 0 else None
 
@@ -138,5 +136,4 @@ class Answering(unittest.TestCase):
         return heard
 
     def memory(self):
-        with open(f"/proc/{self.host.pid}/status", encoding="ascii") as status:
-            return int(re.search(r"VmRSS:\s+(\d+)", status.read())[1])
+        return resident(self.host.pid)

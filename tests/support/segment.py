@@ -3,6 +3,7 @@
 The tests run in a network namespace of their own (script/in-namespaces), where the kernel hands broadcasts back to
 every socket of the port: the command and the fake hosts hear each other on one card.
 """
+import re
 import socket
 import struct
 import subprocess
@@ -11,6 +12,10 @@ import time
 
 ADDRESS = "10.9.0.1"
 PORT = 9999
+# What the packets of all tests and generators in Python are made of.
+PLAIN, SEALED = b"\x12\x34\x56\x78TAVO", b"\x12\x34\x55\x66TAVO"
+SEAL_OVERHEAD = 48
+FIELD_A4 = 0x01020000  # of the library's own query
 
 
 def is_sanitized(program):
@@ -34,15 +39,24 @@ def set_up(card="lan0", address=ADDRESS):
         time.sleep(0.01)
 
 
-def field(ident, value):
+def resident(pid):
+    """KiB of memory that a process holds."""
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        return int(re.search(r"VmRSS:\s+(\d+)", status.read())[1])
+
+
+def field(ident, value=b"", length=None):
     if isinstance(value, int):
         value = struct.pack("<I", value)
-    return bytes([ident, len(value)]) + value
+    return bytes([ident, len(value) if length is None else length]) + value
 
 
 def packet(fields):
     """A plain packet of (identifier, bytes or number) pairs."""
-    return bytes.fromhex("12345678") + b"TAVO" + b"".join(field(*pair) for pair in fields)
+    return PLAIN + b"".join(field(*pair) for pair in fields)
+
+
+QUERY = packet([(0x01, 1), (0xA4, FIELD_A4)])
 
 
 def answer(name, address="10.9.0.7", ident=None, **more):

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-inline const std::string kPlainHeader = "\x12\x34\x56\x78TAVO";
+inline const std::string kPlainHeader = "\x12\x34\x56\x78TAVO", kSealedHeader = "\x12\x34\x55\x66TAVO";
 
 inline std::string Field(int id, const std::string &value) {
     return std::string{static_cast<char>(id), static_cast<char>(value.size())} + value;

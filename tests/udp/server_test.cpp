@@ -130,7 +130,7 @@ TEST_F(Server, OneDatagramPerPassGoesThroughFilterLockAndHandler) {
         full += Field(0xFA, std::string(255, 'x'));
     full += Field(0xFA, std::string(200, 'x'));
     full += Field(0xFA, std::string(8192 - full.size() - 2, 'x')) + std::string(900, 'x');
-    const std::string sealed = "\x12\x34\x55\x66TAVO sealed";
+    const std::string sealed = kSealedHeader + " sealed";
     const Lines datagrams{
         Named(2, "nas1"), Basic(3),        Named(1, "zero", 0), "junk", "", Named(6, "two", 2), full,
         sealed,           Named(2, "nas2")};
