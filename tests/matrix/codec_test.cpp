@@ -64,15 +64,27 @@ TEST_F(MatrixCodec, BringsEveryLengthBack) {
     for (size_t cb = 0; cb <= 100; cb++)
         RoundTrip(RandomText(cb));
     RoundTrip(RandomText(32760));
-    Encode(std::string(32761, 'x'), -1);
 }
 
-// The fuzz target knows the rest of what is refused.
-TEST_F(MatrixCodec, RefusesNull) {
+TEST_F(MatrixCodec, RefusesTextsAboveTheLimitAndNull) {
+    Encode(std::string(32761, 'x'), -1);
     char szOutput[64] = "untouched";
     EXPECT_EQ(-1, MatrixEncode(nullptr, szOutput));
+    EXPECT_EQ(-1, MatrixEncode("text", nullptr));
     EXPECT_EQ(-1, MatrixDecode(nullptr, szOutput));
+    EXPECT_EQ(-1, MatrixDecode("text", nullptr));
     EXPECT_STREQ("untouched", szOutput);
+    EXPECT_EQ(0, MatrixDecode("", szOutput));
+    EXPECT_STREQ("", szOutput);
+}
+
+TEST_F(MatrixCodec, DecodesTheAlphabetOnly) {
+    const std::string encoded = Encode("0123456789abcdef", 32);
+    for (int c = 1; c < 256; c++) {
+        std::string changed = encoded;
+        changed[static_cast<size_t>(c % 32)] = static_cast<char>(c);
+        EXPECT_EQ(strchr(mapd2c, c) != nullptr, Decode(changed) != "-1") << c;
+    }
 }
 
 // Two digits per product, the low one first, twelve bits with a sign; shown
