@@ -7,10 +7,12 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <tuple>
 
 #include "iface_lnx/config_file.h"
 #include "iface_lnx/sources.h"
 #include "support/log_capture.h"
+#include "support/memory_file.h"
 #include "support/netif_text.h"
 #include "support/sandbox.h"
 
@@ -155,6 +157,35 @@ TEST_F(Sources, WhatIsNoFileNeitherHangsNorHurts) {
         sandbox::PrivateDir("/etc");
         sandbox::WriteFile(dir.substr(0, dir.size() - 1), Data("keyfiles/classic"));
         EXPECT_EQ(nothing, Eth0()) << dir;
+    }
+}
+
+TEST(Parsers, TakeWhatIsWellFormed) {
+    const std::string mac = "mac-address=2:1b:3c:a:b:c\n";
+    const std::tuple<bool, std::string, std::string> cases[] = {
+        {true, "mac-address=0x2:+1b: 3c:a:b:cZ\nmethod=MANUAL\n", "1 0.0.0.0 0.0.0.0"},
+        {true, "mac-address=2:1b:3c:a:b\nmethod=manual\n", "0 0.0.0.0 0.0.0.0"},
+        {true, "mac-address=2:1b:3c:a:b;c\nmethod=manual\n", "0 0.0.0.0 0.0.0.0"},
+        {true, mac + "addresses1=10.0.0.9;;8;10.0.0.1;9\n", "0 10.0.0.1 0.0.0.0"},
+        {true, mac + "addresses1=10.0.0.9;10.0.0.1\n", "0 0.0.0.0 0.0.0.0"},
+        {true, mac + "dns=10.0.0.53\n", "0 0.0.0.0 10.0.0.53"},
+        {true, mac + "dns=10.0.0.53;10.0.0.54;\n", "0 0.0.0.0 0.0.0.0"},
+        {false, "gateway 10.0.0.1\niface e0 inet static\n", "1 0.0.0.0 0.0.0.0"},
+        {false, "iface e0 inet dhcp\n\tgateway 10.0.0.1 more\n", "0 10.0.0.1 0.0.0.0"},
+        {false, "iface e0\niface e1 inet static\ngateway 10.0.0.1\n", "0 0.0.0.0 0.0.0.0"},
+        {false, "iface e0 inet static\niface\ngateway 10.0.0.1\n", "1 0.0.0.0 0.0.0.0"},
+        {false, "#iface e0 inet static\niface e0 inet6 static x\r\n", "1 0.0.0.0 0.0.0.0"},
+    };
+    for (const auto &[blKeyfile, text, expected] : cases) {
+        QIVEN_NETIF netIf{"e0", {0x02, 0x1b, 0x3c, 0x0a, 0x0b, 0x0c}, 0, 0, 0, 0, 0, 0, 0};
+        uint32_t ulDNS = gulDNS = INADDR_NONE;
+        const MemoryFile file(text);
+        if (blKeyfile)
+            qiven::iface_lnx::ParseNMKeyfile(nullptr, file.Stream(), &netIf, 1, ulDNS);
+        else
+            qiven::iface_lnx::ParseStanzas(file.Stream(), &netIf, 1);
+        EXPECT_EQ(expected + " 255.255.255.255", FromFiles(netIf)) << text;
+        EXPECT_EQ(netIf.ulDNS == 0 ? INADDR_NONE : netIf.ulDNS, ulDNS) << text;
     }
 }
 
