@@ -42,7 +42,7 @@ void AddTwoCards() {
     sandbox::Enter();
     sandbox::PrivateDir("/etc");
     sandbox::AddEthernet("eth0", "02:00:00:00:00:01", "10.0.0.1/24 brd +");
-    sandbox::AddEthernet("eth1", "02:00:00:00:00:02", "10.0.1.1/24 brd +");
+    sandbox::AddEthernet("eth1", "02:00:00:00:00:0b", "10.0.1.1/24 brd +");
 }
 
 TEST(Wire, AQueryLeavesByEachActiveInterfaceAndOnceUnbound) {
@@ -52,6 +52,7 @@ TEST(Wire, AQueryLeavesByEachActiveInterfaceAndOnceUnbound) {
     ASSERT_EQ(0, QIVENProcessKeyInit());
     const Capture capture;
     Request request;
+    request.record.ulPeerProcessID = 7;  // only answers are sealed
     EXPECT_EQ(0, request.Send(QIVEN_PKT_QUERY));
     EXPECT_EQ(0, request.Send(QIVEN_PKT_QUERY));
     const QIVEN_SEND &send = request.send;
@@ -65,7 +66,7 @@ TEST(Wire, AQueryLeavesByEachActiveInterfaceAndOnceUnbound) {
         EXPECT_EQ(i % 3 == 1 ? "10.0.1.1" : "10.0.0.1", seen[i].address);
         EXPECT_EQ(blUnbound, seen[i].iPort != QIVEN_SOURCE_PORT);
         EXPECT_EQ(kEverybody, seen[i].to);
-        EXPECT_STREQ(i % 3 == 0 ? "02:00:00:00:00:01" : "02:00:00:00:00:02", record.szMacAddr);
+        EXPECT_STREQ(i % 3 == 0 ? "02:00:00:00:00:01" : "02:00:00:00:00:0b", record.szMacAddr);
         EXPECT_EQ(OwnKey(), record.szPubKeyHex);
         EXPECT_EQ(QIVENProcessGetID(), record.ulProcessID);
         EXPECT_TRUE(!blUnbound || seen[i].payload == seen[i - 1].payload);
@@ -102,7 +103,7 @@ TEST(Wire, ASealedAnswerOpensForItsAskerOnly) {
     ASSERT_EQ(2U, seen.size());
     EXPECT_EQ(0, memcmp(seen[0].payload.data(), stQIVENHeaderEncrypted, QIVENHeaderSizeEncrypted));
     EXPECT_EQ(uint32_t{QIVEN_PKT_ANSWER}, Open(seen[1].payload).ulPktType);
-    EXPECT_STREQ("02:00:00:00:00:02", Open(seen[1].payload).szMacAddr);
+    EXPECT_STREQ("02:00:00:00:00:0b", Open(seen[1].payload).szMacAddr);
     EXPECT_EQ(QIVENProcessGetID(), Open(seen[1].payload).ulProcessID);
     QIVENProcessKeyCleanup();
     ASSERT_EQ(0, QIVENProcessKeyInit());  // a different process
