@@ -78,13 +78,15 @@ TEST_F(MatrixCodec, RefusesTextsAboveTheLimitAndNull) {
     EXPECT_STREQ("", szOutput);
 }
 
-TEST_F(MatrixCodec, DecodesTheAlphabetOnly) {
+TEST_F(MatrixCodec, DecodesWholeBlocksOfTheAlphabetOnly) {
     const std::string encoded = Encode("0123456789abcdef", 32);
     for (int c = 1; c < 256; c++) {
         std::string changed = encoded;
         changed[static_cast<size_t>(c % 32)] = static_cast<char>(c);
         EXPECT_EQ(strchr(mapd2c, c) != nullptr, Decode(changed) != "-1") << c;
     }
+    for (size_t cb = 1; cb < 32; cb++)  // whole blocks of sixteen digits, of which the last may have one more
+        EXPECT_EQ(cb / 2 == 8 ? "01234567" : "-1", Decode(encoded.substr(0, cb))) << cb;
 }
 
 // Two digits per product, the low one first, twelve bits with a sign; shown
