@@ -5,7 +5,7 @@
 #include <new>
 
 #include "clock.h"
-#include "port.h"
+#include "net/port.h"
 
 using qiven::watch::kMillisecond;
 using qiven::watch::NowUs;

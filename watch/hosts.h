@@ -3,8 +3,8 @@
 
 #include <qiven/watch.h>
 
-#include "inbox.h"
 #include "memory.h"
+#include "net/inbox.h"
 #include "packed.h"
 #include "queue.h"
 #include "siphash.h"

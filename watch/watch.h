@@ -2,7 +2,7 @@
 #pragma once
 
 #include "hosts.h"
-#include "port.h"
+#include "net/port.h"
 #include "rounds.h"
 
 struct QIVEN_WATCH {

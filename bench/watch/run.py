@@ -27,6 +27,7 @@ ROWS = [(3, 211), (30, 211)] + [(hosts, size) for hosts in (50, 200, 1000) for s
 COLUMNS = ("Hosts", "Bytes", "Senders", "Busy", "Complete", "Lost", "Queries", "First", "First / bare", "All", "Settled",
            "Memory")
 LONGEST = 70  # seconds
+PAUSE = 0.5  # seconds: the hosts answer the next query for sure
 
 
 def run(command):
@@ -46,7 +47,7 @@ def crowd(options, hosts, size, senders):
     # Transparent sockets may send from addresses that are not local, if these are routed to them.
     setup = ("read go; ip link set lo up; ip address add 10.9.255.253/16 brd + dev crowd0; ip link set crowd0 up; "
              "ip route add local 10.9.0.0/17 dev lo; exec \"$@\"")
-    program = [options.bin + "/bench-watch-crowd", "crowd0", str(hosts), str(size), senders]
+    program = [options.bin + "/bench-watch-crowd", "crowd0", str(hosts), str(size), senders, "100"]
     with subprocess.Popen(["unshare", "-n", "sh", "-c", "echo here; " + setup, "sh", *program],
                           stdin=subprocess.PIPE, stdout=subprocess.PIPE) as process:
         process.stdout.readline()
@@ -117,9 +118,9 @@ def measure_row(options, hosts, size, senders, loops):
         bare, runs = [], []
         for _ in range(options.runs):
             bare.append(measure_bare(options))
-            time.sleep(0.3)  # so that the hosts answer the next query, too
+            time.sleep(PAUSE)
             runs.append(measure(options, hosts))
-            time.sleep(0.3)
+            time.sleep(PAUSE)
     complete = sum(result["found"] == hosts for result in runs)
     floor, first = median(bare), median([result["first"] for result in runs])
     print("| " + " | ".join((

@@ -4,13 +4,14 @@
 // memory.
 #include <qiven/watch.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
+#include <string>
 
 namespace {
 
@@ -20,10 +21,13 @@ double Milliseconds(clockid_t clock) {
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
 }
 
+// Not that of getrusage(), which includes the program that started this one.
 long PeakKilobytes() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:")) return atol(line.c_str() + 6);
+    }
+    return 0;
 }
 
 }  // namespace
