@@ -22,7 +22,8 @@ static int Answer(QIVEN_ENDPOINT *pEndpoint, const QIVEN_SEND *pqivenSend, const
 
 int main(int nArguments, char **rgszArgument) {
     if (nArguments < 3) return 2;
-    nasinfo record = {.ulPktType = QIVEN_PKT_ANSWER, .ulFieldA4 = 0x01020000, .ulModel = 1, .ulField49 = 240};
+    nasinfo record = {
+        .ulPktType = QIVEN_PKT_ANSWER, .ulFieldA4 = QIVEN_FIELD_A4_VQX20, .ulModel = 1, .ulField49 = 240};
     snprintf(record.szHostName, sizeof record.szHostName, "%s", rgszArgument[1]);
     snprintf(record.szHostIdent, sizeof record.szHostIdent, "%s", rgszArgument[2]);
     QIVEN_SEND send = {.pnasInfo = &record};

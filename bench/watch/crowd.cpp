@@ -3,6 +3,7 @@
 //   crowd INTERFACE HOSTS BYTES one|many [MILLISECONDS]
 // The hosts have one source address in total, or one each. Like `qiven answer`, it treats all queries within
 // 200 ms, or within MILLISECONDS, as one. Exits at the end of standard input.
+#include <qiven/packet.h>
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -19,6 +20,8 @@
 #include <string>
 #include <vector>
 
+#include "support/wire.h"
+
 namespace {
 
 constexpr uint16_t kPort = 9999;
@@ -31,13 +34,6 @@ using Clock = std::chrono::steady_clock;
 [[noreturn]] void Fail(const char *szWhat) {
     perror(szWhat);
     exit(1);
-}
-
-std::string Field(int id, const std::string &value) {
-    return std::string{static_cast<char>(id), static_cast<char>(value.size())} + value;
-}
-std::string Number(int id, uint32_t ul) {
-    return Field(id, {reinterpret_cast<const char *>(&ul), sizeof ul});
 }
 
 uint32_t AddressOf(size_t i) {
@@ -66,8 +62,8 @@ std::string Answer(size_t i, size_t cb) {
     snprintf(szName.data(), szName.size(), "host%05zu", i);
     snprintf(szMac.data(), szMac.size(), "02:00:00:00:%02zx:%02zx", i >> 8 & 255, i & 255);
     const uint32_t ulIP = AddressOf(i);
-    const std::string head = "\x12\x34\x56\x78TAVO" + Number(0x01, 2) + Number(0xA4, 0x01020000) +
-                             Field(0x11, szName.data()) +
+    const std::string head = kPlainHeader + Number(0x01, QIVEN_PKT_ANSWER) +
+                             Number(0xA4, QIVEN_FIELD_A4_VQX20) + Field(0x11, szName.data()) +
                              Field(0x12, {reinterpret_cast<const char *>(&ulIP), sizeof ulIP}) +
                              Field(0x19, std::string("id-") + (szName.data() + 4)) +
                              Field(0x7C, szMac.data()) + Number(0x48, 4711) + Number(0x49, 240);

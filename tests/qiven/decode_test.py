@@ -63,7 +63,7 @@ class Decode(unittest.TestCase):
         status, shown = decode(packet)
         self.assertEqual((status, shown["verdict"]), (0, "accepted"))
         got = [(f["id"], f["value"], f["length"], f.get("element")) for f in shown["fields"]]
-        self.assertEqual(got[:7], [(1, 1, 4, None), (0xA4, 0x01020000, 4, None), (0xBC, "x", 1, 0), (0x4B, None, 1, None),
+        self.assertEqual(got[:7], [(1, 1, 4, None), (0xA4, FIELD_A4, 4, None), (0xBC, "x", 1, 0), (0x4B, None, 1, None),
                                    (0xBC, "y", 3, 1), (0x12, "10.1.2.3", 4, None), (0xB0, 1 << 40, 8, None)])
         self.assertEqual([f["offset"] for f in shown["fields"]][:4], [8, 14, 20, 23])
         self.assertEqual([f["hex"] for f in shown["fields"] if f["id"] == 0x11], ["1b5b324aff", ""])
