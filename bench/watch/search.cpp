@@ -10,8 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <string>
 
 namespace {
 
@@ -23,11 +21,14 @@ double Milliseconds(clockid_t clock) {
 
 // Not that of getrusage(), which includes the program that started this one.
 long PeakKilobytes() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("VmHWM:")) return atol(line.c_str() + 6);
+    long kbPeak = 0;
+    FILE *pStatus = fopen("/proc/self/status", "re");
+    char szLine[128];
+    while (pStatus != nullptr && fgets(szLine, sizeof szLine, pStatus) != nullptr) {
+        if (sscanf(szLine, "VmHWM: %ld", &kbPeak) == 1) break;
     }
-    return 0;
+    if (pStatus != nullptr) fclose(pStatus);
+    return kbPeak;
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace qiven::watch {
 namespace {
 
 constexpr uint32_t kFactor = 0x9E3779B1;
-constexpr unsigned kWords = 16;
+constexpr unsigned kWords = 16, kWordsOfShort = 8;
 constexpr size_t kPacketHeader = 8;
 constexpr unsigned kTopBits = 3;
 static_assert(1U << kTopBits == kSocketsMax);
@@ -26,7 +26,7 @@ constexpr uint32_t kDestination = kNetwork + 16;
 constexpr uint32_t kPacketType = static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE);
 constexpr uint32_t kAccept = UINT32_MAX;
 
-constexpr size_t kInstructions = 8 + 4 + kWords * 6 + 4;
+constexpr size_t kInstructions = 7 + 4 + 4 + kWords * 4 + 5;
 
 struct Program {
     std::array<sock_filter, kInstructions> rg{};
@@ -60,18 +60,31 @@ void AcceptDirected(Program &program) {
     program.Add(BPF_RET | BPF_K, kAccept);
 }
 
-// Leaves the hash in X. A load beyond the end would reject the datagram, so each looks at the length first.
+// How many words behind the packet header are hashed. A load beyond the end would reject the datagram, and a
+// look at the length for each of them would take half as long again, for every socket and broadcast.
+unsigned WordsOf(size_t cbDatagram) {
+    const auto HasAll = [cbDatagram](unsigned n) {
+        return cbDatagram >= kPacketHeader + n * sizeof(uint32_t);
+    };
+    return HasAll(kWords) ? kWords : HasAll(kWordsOfShort) ? kWordsOfShort : 0;
+}
+
+// Leaves the hash in X. The last word comes first, so that a shorter datagram enters later.
 void Hash(Program &program, uint32_t ulSeed) {
     program.Add(BPF_LD | BPF_W | BPF_ABS, kSourceAddress);
     program.Add(BPF_ALU | BPF_XOR | BPF_K, ulSeed);
     program.Add(BPF_ALU | BPF_MUL | BPF_K, kFactor);
     program.Add(BPF_MISC | BPF_TAX, 0);
-    for (unsigned i = 0; i < kWords; ++i) {
-        const auto ulAt = static_cast<uint32_t>(kUdpHeader + kPacketHeader + i * sizeof(uint32_t));
-        const unsigned uToEnd = 4 + (kWords - 1 - i) * 6;
-        program.Add(BPF_LD | BPF_W | BPF_LEN, 0);
-        program.Add(BPF_JMP | BPF_JGE | BPF_K, ulAt + sizeof(uint32_t), 0, uToEnd);
-        program.Add(BPF_LD | BPF_W | BPF_ABS, ulAt);
+    const auto End = [](unsigned n) {
+        return static_cast<uint32_t>(kUdpHeader + kPacketHeader + n * sizeof(uint32_t));
+    };
+    constexpr unsigned kPerWord = 4;
+    program.Add(BPF_LD | BPF_W | BPF_LEN, 0);
+    program.Add(BPF_JMP | BPF_JGE | BPF_K, End(kWords), 2);
+    program.Add(BPF_JMP | BPF_JGE | BPF_K, End(kWordsOfShort), 1 + (kWords - kWordsOfShort) * kPerWord);
+    program.Add(BPF_JMP | BPF_JA, kWords * kPerWord);
+    for (unsigned i = kWords; i-- > 0;) {
+        program.Add(BPF_LD | BPF_W | BPF_ABS, End(i));
         program.Add(BPF_ALU | BPF_XOR | BPF_X, 0);
         program.Add(BPF_ALU | BPF_MUL | BPF_K, kFactor);
         program.Add(BPF_MISC | BPF_TAX, 0);
@@ -104,11 +117,9 @@ unsigned SocketOf(uint32_t ulSeed, uint32_t ulSource, const unsigned char *pbDat
         return std::endian::native == std::endian::little ? __builtin_bswap32(ul) : ul;
     };
     uint32_t ulHash = (Host(ulSource) ^ ulSeed) * kFactor;
-    for (unsigned i = 0; i < kWords; ++i) {
-        const size_t cbAt = kPacketHeader + i * sizeof(uint32_t);
-        if (cbAt + sizeof(uint32_t) > cbDatagram) break;
+    for (unsigned i = WordsOf(cbDatagram); i-- > 0;) {
         uint32_t ulWord;
-        memcpy(&ulWord, pbDatagram + cbAt, sizeof ulWord);
+        memcpy(&ulWord, pbDatagram + kPacketHeader + i * sizeof ulWord, sizeof ulWord);
         ulHash = (ulHash ^ Host(ulWord)) * kFactor;
     }
     return ulHash >> (32 - kTopBits);
