@@ -17,7 +17,7 @@ namespace {
 static_assert(std::is_standard_layout_v<Host>);  // a node in a queue is its host
 
 constexpr size_t kFirstBuckets = 64;
-constexpr size_t kAddressSize = sizeof(QIVEN_WATCH_ADDRESS) + sizeof(Saying);
+
 void Unlink(Table &table, Host &host) {
     if (table.pQuietest == &host)
         table.pQuietest = host.pLouder;
@@ -41,30 +41,6 @@ Host **BucketOf(const Table &table, uint64_t ullHash) {
     return &table.rgBucket[ullHash & (table.nBuckets - 1)].pFirst;
 }
 
-KnownSet &SetOf(const Table &table, uint64_t ullDatagram) {
-    return table.rgKnown[ullDatagram & (table.nKnown - 1)];
-}
-
-void Learn(Table &table, uint32_t ulHost) {
-    if (table.ullDatagram == 0 || table.nKnown == 0) return;
-    KnownSet &set = SetOf(table, table.ullDatagram);
-    Known *pWay = std::find_if(std::begin(set.rg), std::end(set.rg), [&table](const Known &known) {
-        return known.ullDatagram == table.ullDatagram || known.ulHost == 0;
-    });
-    if (pWay == std::end(set.rg)) pWay = &set.rg[table.ullDatagram >> 62];
-    *pWay = {table.ullDatagram, ulHost};
-}
-
-// Without memory for more, fewer are recognised.
-void ResizeKnown(Table &table, size_t nKnown) {
-    auto *rgKnown = static_cast<KnownSet *>(Allocate(table.budget, nKnown * sizeof(KnownSet)));
-    if (rgKnown == nullptr) return;
-    Free(table.budget, table.rgKnown, table.nKnown * sizeof(KnownSet));
-    table.rgKnown = rgKnown;
-    table.nKnown = nKnown;
-    ForgetKnown(table);
-}
-
 bool Resize(Table &table, size_t nBuckets) {
     auto *rgBucket = static_cast<Bucket *>(Allocate(table.budget, nBuckets * sizeof(Bucket)));
     if (rgBucket == nullptr) return false;
@@ -81,7 +57,8 @@ bool Resize(Table &table, size_t nBuckets) {
         }
     }
     Free(table.budget, rgBucket, nBuckets * sizeof(Bucket));
-    ResizeKnown(table, table.nBuckets / 2);
+    // Without memory for more, fewer are recognised.
+    Resize(table.known, table.budget, table.nBuckets / 2);
     return true;
 }
 
@@ -116,29 +93,6 @@ bool ReserveHost(Table &table, uint64_t ullNowUs) {
     if (pQuietest == nullptr || !HasMissed(table, *pQuietest) || pQuietest->node.pIn != nullptr) return false;
     Vanish(table, *pQuietest, ullNowUs);
     return blFits;  // its memory comes back when the caller has been told
-}
-
-uint32_t AddressFlags(const QIVEN_RECEIVED &received) {
-    const uint32_t ulIP = received.pnasInfo->ulIP;
-    uint32_t ulFlags = ulIP != 0 && ulIP != received.ulSource ? QIVEN_ADDRESS_DIFFERS : 0;
-    if ((received.ulFlags & QIVEN_RECEIVED_OFF_LINK) != 0) ulFlags |= QIVEN_ADDRESS_OFF_LINK;
-    if ((received.ulFlags & QIVEN_RECEIVED_SEALED) != 0) ulFlags |= QIVEN_ADDRESS_SEALED;
-    if ((received.ulFlags & QIVEN_RECEIVED_UNUSED) != 0) ulFlags |= QIVEN_ADDRESS_UNUSED;
-    return ulFlags;
-}
-
-bool GrowAddresses(Table &table, Host &host) {
-    const uint32_t nNew = host.nCapacity == 0 ? 1 : host.nCapacity * 2;
-    auto *rgAddress = static_cast<QIVEN_WATCH_ADDRESS *>(Allocate(table.budget, nNew * kAddressSize));
-    if (rgAddress == nullptr) return false;
-    auto *rgSaying = reinterpret_cast<Saying *>(rgAddress + nNew);
-    std::copy(host.rgAddress, host.rgAddress + host.shown.nAddresses, rgAddress);
-    std::copy(host.rgSaying, host.rgSaying + host.shown.nAddresses, rgSaying);
-    Free(table.budget, host.rgAddress, host.nCapacity * kAddressSize);
-    host.rgAddress = rgAddress;
-    host.rgSaying = rgSaying;
-    host.nCapacity = nNew;
-    return true;
 }
 
 // When the quietest host has been silent for too long. Who was not asked is not silent: a program that was
@@ -185,7 +139,7 @@ void FreeTable(Table &table) {
     }
     Free(table.budget, table.rgPlace, table.nPlacesMax * sizeof(Place));
     Free(table.budget, table.rgBucket, table.nBuckets * sizeof(Bucket));
-    Free(table.budget, table.rgKnown, table.nKnown * sizeof(KnownSet));
+    FreeKnown(table.known, table.budget);
 }
 
 Host *AddHost(Table &table, const Key &key, const QIVEN_RECEIVED &received) {
@@ -240,43 +194,6 @@ bool SetRecord(Table &table, Host &host, const QIVEN_RECEIVED &received) {
     host.ullSays = SipHash(table.key, pb, packed.cbDescription);
     host.ullChangedUs = received.ullMonotonicUs;
     return true;
-}
-
-bool AddAddress(Table &table, Host &host, const QIVEN_RECEIVED &received, uint64_t ullSays) {
-    uint32_t u = host.shown.nAddresses;
-    if (u == QIVEN_WATCH_ADDRESSES_MAX) {
-        const auto isOlder = [](const auto &a, const auto &b) { return a.ullLastUs < b.ullLastUs; };
-        u = static_cast<uint32_t>(std::min_element(host.rgAddress, host.rgAddress + u, isOlder) -
-                                  host.rgAddress);
-        RemoveAddress(host, u);
-        u = host.shown.nAddresses;
-    }
-    if ((u == host.nCapacity || host.rgAddress == nullptr) && !GrowAddresses(table, host)) return false;
-    QIVEN_WATCH_ADDRESS &address = host.rgAddress[u];
-    address = {};
-    address.ulIP = received.pnasInfo->ulIP;
-    address.ulSource = received.ulSource;
-    address.ulIfIndex = received.ulIfIndex;
-    memcpy(address.szIfName, received.szIfName, sizeof address.szIfName);
-    memcpy(address.szMacAddr, received.pnasInfo->szMacAddr, sizeof address.szMacAddr);
-    ++host.shown.nAddresses;
-    RefreshAddress(table, host, u, received, ullSays);
-    return true;
-}
-
-void RefreshAddress(Table &table, Host &host, uint32_t uAddress, const QIVEN_RECEIVED &received,
-                    uint64_t ullSays) {
-    QIVEN_WATCH_ADDRESS &address = host.rgAddress[uAddress];
-    address.ulFlags = AddressFlags(received);
-    address.ullLastUs = received.ullMonotonicUs;
-    host.rgSaying[uAddress] = {ullSays, table.ullDatagram, received.pnasInfo->ulProcessID};
-    Learn(table, host.shown.ulHost);
-}
-
-void RemoveAddress(Host &host, uint32_t uAddress) {
-    const uint32_t n = host.shown.nAddresses--;
-    std::copy(host.rgAddress + uAddress + 1, host.rgAddress + n, host.rgAddress + uAddress);
-    std::copy(host.rgSaying + uAddress + 1, host.rgSaying + n, host.rgSaying + uAddress);
 }
 
 void NoteHeard(Table &table, Host &host, uint64_t ullMonotonicUs, int64_t llUnixUs) {
@@ -355,18 +272,6 @@ Host *HostAfter(const Table &table, uint32_t ulHost) {
 Host *FindHost(const Table &table, uint32_t ulHost) {
     const Place *p = PlaceFrom(table, ulHost);
     return p != table.rgPlace + table.nPlaces && p->ulHost == ulHost ? p->pHost : nullptr;
-}
-
-Host *FindKnown(const Table &table, uint64_t ullDatagram) {
-    if (table.nKnown == 0) return nullptr;
-    for (const Known &known : SetOf(table, ullDatagram).rg) {
-        if (known.ullDatagram == ullDatagram) return FindHost(table, known.ulHost);
-    }
-    return nullptr;
-}
-
-void ForgetKnown(Table &table) {
-    if (table.nKnown > 0) memset(table.rgKnown, 0, table.nKnown * sizeof(KnownSet));
 }
 
 const QIVEN_WATCH_HOST *Show(const Table &table, Host &host, nasinfo &record) {

@@ -1,8 +1,9 @@
-// The table of hosts. hosts.cpp keeps it, merge.cpp decides which answers are one host.
+// The table of hosts. hosts.cpp and addresses.cpp keep it, merge.cpp decides which answers are one host.
 #pragma once
 
 #include <qiven/watch.h>
 
+#include "known.h"
 #include "memory.h"
 #include "net/inbox.h"
 #include "packed.h"
@@ -18,19 +19,10 @@ struct Saying {
     uint32_t ulProcessID;
 };
 
-// Datagrams that were filed, by their hash: most answers are the same bytes again. It only points to where
-// the same may be found, so an entry may be stale, and be overwritten at any time.
-struct Known {
-    uint64_t ullDatagram;
-    uint32_t ulHost;
-};
-constexpr size_t kKnownWays = 4;
-struct KnownSet {
-    Known rg[kKnownWays];
-};
-
 // Why a host waits to be told.
 enum : uint8_t { kToldAppeared = 1, kToldChanged = 2, kToldConflict = 4, kToldVanished = 8 };
+
+constexpr size_t kAddressSize = sizeof(QIVEN_WATCH_ADDRESS) + sizeof(Saying);
 
 constexpr size_t kKeyMax = 1 + sizeof(nasinfo::szHostName) + sizeof(uint32_t);
 
@@ -75,8 +67,7 @@ struct Table {
 
     Bucket *rgBucket = nullptr;
     size_t nBuckets = 0;
-    KnownSet *rgKnown = nullptr;  // half as many as buckets
-    size_t nKnown = 0;
+    KnownDatagrams known;
     Place *rgPlace = nullptr;  // by rising number
     size_t nPlaces = 0, nPlacesMax = 0;
     Host *pQuietest = nullptr, *pLoudest = nullptr;
@@ -135,10 +126,6 @@ void ReleaseHeld(Table &table, uint64_t ullNowUs);
 uint64_t DueOf(const Table &table);
 
 Host *FindHost(const Table &table, uint32_t ulHost);
-// The host of a datagram that was filed with this hash, perhaps; null if there is none.
-Host *FindKnown(const Table &table, uint64_t ullDatagram);
-// When answers with the same bytes may mean something else.
-void ForgetKnown(Table &table);
 Host *HostAfter(const Table &table, uint32_t ulHost);
 // Puts addresses and record into what is shown.
 const QIVEN_WATCH_HOST *Show(const Table &table, Host &host, nasinfo &record);

@@ -243,7 +243,7 @@ Key KeyOf(const Table &table, const nasinfo &record) {
 }
 
 bool HearAgain(Table &table, const Datagram &datagram, uint64_t ullDatagram) {
-    Host *pHost = FindKnown(table, ullDatagram);
+    Host *pHost = FindHost(table, HostOf(table.known, ullDatagram));
     if (pHost == nullptr) return false;
     const uint32_t u = FindAddress(*pHost, [&](const auto &address, const Saying &saying) {
         return saying.ullDatagram == ullDatagram && saying.ullSays == pHost->ullSays &&

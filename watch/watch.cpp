@@ -18,112 +18,11 @@ constexpr uint64_t kDispatchTime = 8 * kMillisecond;
 constexpr uint64_t kSliceTime = kMillisecond;  // then the sockets are emptied again
 constexpr uint64_t kEmptyTime = 2 * kMillisecond;
 constexpr uint64_t kBetweenEmptyings = kMillisecond;  // while events are taken
-constexpr uint64_t kAlonePause = 400 * kMillisecond;
 constexpr unsigned kVanishAtOnce = 4096;
 
 constexpr uint32_t kLimitMs = 60000, kChangeMs = 1000;
 constexpr uint64_t kMemoryMax = uint64_t{64} << 20;
 constexpr uint32_t kFieldA4 = 0x01020000;  // as in the query that the first library broadcasts
-
-bool HasHosts(const QIVEN_WATCH &watch) {
-    return watch.table.nHosts > 0;
-}
-
-void Finish(QIVEN_WATCH &watch, uint64_t ullNowUs) {
-    QIVEN_WATCH_EVENT &round = watch.round;
-    QIVEN_WATCH_EVENT &finished = watch.finished;
-    if (!watch.blRoundOpen) return;
-    watch.blRoundOpen = false;
-    round.ullLost = watch.port.sockets.losses.ullLost - watch.ullLostBefore;
-    finished.ulRound = round.ulRound;
-    finished.nAsked = round.nAsked;
-    finished.nNotAsked = round.nNotAsked;
-    finished.nAnswers += round.nAnswers;
-    finished.nNew += round.nNew;
-    finished.ullLost += round.ullLost;
-    PutOnce(watch.table.ready, watch.roundOver, ullNowUs);
-}
-
-void BeginRound(QIVEN_WATCH &watch, uint64_t ullNowUs) {
-    Finish(watch, ullNowUs);
-    const uint32_t ulRound = watch.round.ulRound + 1;
-    watch.round = {};
-    watch.round.ulRound = watch.table.ulRound = ulRound;
-    watch.ullLostBefore = watch.port.sockets.losses.ullLost;
-    watch.ulAskedUpTo = 0;
-    watch.blAsking = watch.blRoundOpen = true;
-    if (!watch.port.blPlain) RefreshKeys(watch.port.keys);
-    NoteQuery(watch.rounds, ullNowUs);
-}
-
-int AskBy(QIVEN_WATCH &watch, int fdSender, Interface &interface) {
-    if (interface.nAsks > 0) --interface.nAsks;
-    if (fdSender < 0) {
-        NoteSent(watch.port.interfaces, interface, fdSender);
-        return fdSender;
-    }
-    return SendBy(watch.port, fdSender, interface, watch.query, QIVEN_TO{});
-}
-
-// Goes on with the round under way, from interface to interface.
-void AskMore(QIVEN_WATCH &watch, uint64_t ullUntilUs) {
-    const int fdSender = OpenSender();
-    while (watch.blAsking) {
-        Interface *p = InterfaceAfter(watch.port.interfaces, watch.ulAskedUpTo);
-        watch.blAsking = p != nullptr;
-        if (p == nullptr) break;
-        watch.ulAskedUpTo = p->shown.ulIfIndex;
-        if (p->shown.ulState == QIVEN_INTERFACE_NO_ADDRESS) ++watch.round.nNotAsked;
-        if (!IsUsed(*p)) continue;
-        ++(AskBy(watch, fdSender, *p) == 0 ? watch.round.nAsked : watch.round.nNotAsked);
-        if (NowUs() >= ullUntilUs) break;
-    }
-    if (fdSender >= 0) close(fdSender);
-}
-
-// An interface that came after the others were asked: at once, and once more.
-uint64_t AloneDue(const QIVEN_WATCH &watch, Interface **ppInterface) {
-    if (!watch.port.interfaces.blAsk) return kNever;
-    const List &list = watch.port.interfaces.now;
-    const bool blRoundsCome = !watch.rounds.blSettled && watch.rounds.nRounds < 2;
-    uint64_t ullDueUs = kNever;
-    for (uint32_t i = 0; i < list.n; ++i) {
-        Interface &interface = list.rg[i];
-        if (interface.nAsks == 0 || !IsUsed(interface) || (interface.nAsks == 1 && blRoundsCome)) continue;
-        const uint64_t ullUs = interface.nAsks > 1 ? 0 : watch.ullAloneUs + kAlonePause;
-        if (ullUs >= ullDueUs) continue;
-        ullDueUs = ullUs;
-        *ppInterface = &interface;
-    }
-    return ullDueUs;
-}
-
-void AskAlone(QIVEN_WATCH &watch, uint64_t ullUntilUs) {
-    Interface *pInterface = nullptr;
-    uint64_t ullNowUs = NowUs();
-    const uint64_t ullDueUs = AloneDue(watch, &pInterface);
-    watch.port.interfaces.blAsk &= pInterface != nullptr || watch.rounds.nRounds < 2;
-    if (ullDueUs > ullNowUs) return;
-    const int fdSender = OpenSender();
-    for (; AloneDue(watch, &pInterface) <= ullNowUs && ullNowUs < ullUntilUs; ullNowUs = NowUs())
-        AskBy(watch, fdSender, *pInterface);
-    watch.ullAloneUs = ullNowUs;
-    if (fdSender >= 0) close(fdSender);
-}
-
-void AskIfDue(QIVEN_WATCH &watch, uint64_t ullNowUs, uint64_t ullUntilUs) {
-    watch.rounds.blBacklog = watch.port.sockets.inbox.nDatagrams > 0;
-    if (!watch.blAsking && ullNowUs >= NextQueryUs(watch.rounds, HasHosts(watch)))
-        BeginRound(watch, ullNowUs);
-    if (watch.blAsking)
-        AskMore(watch, ullUntilUs);
-    else
-        AskAlone(watch, ullUntilUs);
-    if (watch.blAsking || ullNowUs < SettlesUs(watch.rounds, HasHosts(watch))) return;
-    watch.rounds.blSettled = true;
-    Finish(watch, ullNowUs);
-    PutOnce(watch.table.ready, watch.settled, ullNowUs);
-}
 
 void NoteAnswer(QIVEN_WATCH &watch, Heard heard, uint64_t ullMonotonicUs) {
     watch.rounds.ullHeardUs = std::max(watch.rounds.ullHeardUs, ullMonotonicUs);
@@ -155,7 +54,7 @@ void Hear(QIVEN_WATCH &watch, uint64_t ullUntilUs) {
     do {
         Work(watch.port, std::min(ullUntilUs, ullNowUs + kEmptyTime));
         // An interface that has changed may put the same answer into another light.
-        if (watch.port.interfaces.nChanges != watch.nInterfaceChanges) ForgetKnown(watch.table);
+        if (watch.port.interfaces.nChanges != watch.nInterfaceChanges) Forget(watch.table.known);
         watch.nInterfaceChanges = watch.port.interfaces.nChanges;
         ullNowUs = NowUs();
         Listen(watch, std::min(ullUntilUs, ullNowUs + kSliceTime));
@@ -186,10 +85,8 @@ void Dispatch(QIVEN_WATCH &watch) {
 }
 
 uint64_t DueOf(const QIVEN_WATCH &watch) {
-    if (watch.blAsking || watch.table.ready.pFirst != nullptr) return 0;
-    Interface *pInterface = nullptr;
-    return std::min({DueOf(watch.port), DueOf(watch.table), NextQueryUs(watch.rounds, HasHosts(watch)),
-                     SettlesUs(watch.rounds, HasHosts(watch)), AloneDue(watch, &pInterface)});
+    if (watch.table.ready.pFirst != nullptr) return 0;
+    return std::min({DueOf(watch.port), DueOf(watch.table), AskDueUs(watch)});
 }
 
 void Configure(QIVEN_WATCH &watch, const QIVEN_WATCH_CONF &conf) {
@@ -279,10 +176,7 @@ int QIVENWatchQuery(QIVEN_WATCH *pWatch) {
     if (!IsUsable(pWatch)) return -EINVAL;
     const uint64_t ullNowUs = NowUs();
     FreeTaken(*pWatch);
-    TakeOut(pWatch->settled);
-    Start(pWatch->rounds, ullNowUs);
-    BeginRound(*pWatch, ullNowUs);
-    AskMore(*pWatch, ullNowUs + kDispatchTime);
+    StartSearch(*pWatch, ullNowUs, ullNowUs + kDispatchTime);
     ArmWatch(*pWatch);
     return 0;
 }

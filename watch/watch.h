@@ -41,4 +41,11 @@ void FreeTaken(QIVEN_WATCH &watch);
 bool TakeEvent(QIVEN_WATCH &watch);
 void ArmWatch(QIVEN_WATCH &watch);
 
+// Begins a search, with the first round.
+void StartSearch(QIVEN_WATCH &watch, uint64_t ullNowUs, uint64_t ullUntilUs);
+// Begins a round or goes on with it, asks on a new interface, or settles the search, if it is time.
+void AskIfDue(QIVEN_WATCH &watch, uint64_t ullNowUs, uint64_t ullUntilUs);
+// When that is next; 0: now.
+uint64_t AskDueUs(const QIVEN_WATCH &watch);
+
 }  // namespace qiven::watch

@@ -251,7 +251,7 @@ TEST(Merge, RecognisesWhatItKnows) {
     other.szName = "new";
     EXPECT_FALSE(Recognised(other));
     EXPECT_FALSE(Recognised(hosts[0]));  // the first interface still says the old name
-    ForgetKnown(*watched.pTable);
+    Forget(watched.pTable->known);
     EXPECT_FALSE(Recognised(hosts[1]));
     EXPECT_EQ(3000U, watched.pTable->nHosts);
 }
