@@ -41,8 +41,9 @@ class SlowWriter {
 
     bool Text(int id, const char *pSlot, size_t cbSlot) {
         const std::optional<std::string> text = TextOf(pSlot, cbSlot);
-        if (text && text->size() > 255) messages.push_back(Invalid("packet", "255 >= cbFieldInput"));
-        return text && text->size() <= 255 && Append(id, *text);
+        const size_t cbText = text ? text->size() : cbSlot;
+        if (cbText > 255) messages.push_back(Invalid("packet", "255 >= cbFieldInput"));
+        return text && cbText <= 255 && Append(id, *text);
     }
 
     bool Elements(const SlowField &field, const char *pSlot) {
