@@ -39,17 +39,19 @@ void PutText(Packed &packed, const nasinfo &record, size_t cbOffset, size_t cbSl
     if (*sz != '\0') Put(packed, cbOffset, sz, strnlen(sz, cbSlot - 1));
 }
 
-void PutNumber(Packed &packed, const nasinfo &record, const Slot &slot) {
+// Inline, with a length that the compiler knows: nearly all slots are empty, and calls would take most of the
+// time.
+template <class Number>
+inline bool IsZero(const char *p) {
+    Number number;
+    memcpy(&number, p, sizeof number);
+    return number == 0;
+}
+
+inline void PutNumber(Packed &packed, const nasinfo &record, const Slot &slot) {
     const char *p = At(record, slot.usOffset);
-    uint64_t ull = 0;
-    uint32_t ul = 0;
-    if (slot.cb == sizeof ull) {
-        memcpy(&ull, p, sizeof ull);
-        if (ull != 0) Put(packed, slot.usOffset, p, sizeof ull);
-        return;
-    }
-    memcpy(&ul, p, sizeof ul);
-    if (ul != 0) Put(packed, slot.usOffset, p, sizeof ul);
+    const bool blEmpty = slot.cb == sizeof(uint64_t) ? IsZero<uint64_t>(p) : IsZero<uint32_t>(p);
+    if (!blEmpty) Put(packed, slot.usOffset, p, slot.cb);
 }
 
 bool IsNumber(const Slot &slot) {

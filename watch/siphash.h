@@ -1,5 +1,5 @@
-// SipHash-2-4 (Aumasson and Bernstein): strangers choose what is hashed, and must not be able to choose the
-// hash.
+// SipHash-1-3 (Aumasson and Bernstein), the variant for hash tables: strangers choose what is hashed, and
+// must not be able to choose the hash.
 #pragma once
 
 #include <bit>
@@ -31,7 +31,6 @@ struct SipState {
     void Take(uint64_t ull) {
         d ^= ull;
         Round();
-        Round();
         a ^= ull;
     }
 };
@@ -51,7 +50,7 @@ inline uint64_t SipHash(const HashKey &key, const void *p, size_t cb) {
     if (cb > 0) memcpy(&ull, pb, cb);
     state.Take(ull | ullLength);
     state.c ^= 0xff;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 3; ++i)
         state.Round();
     return state.a ^ state.b ^ state.c ^ state.d;
 }
