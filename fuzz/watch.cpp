@@ -237,7 +237,7 @@ struct Tested {
     }
     // As events are taken; each host appears once, and vanishes if it appeared.
     void TakeEvents() {
-        while (Node *pNode = pTable->ready.pFirst) {
+        while (Node *pNode = NextNode(*pTable)) {
             auto *pHost = reinterpret_cast<Host *>(pNode);
             const uint32_t ulHost = pHost->shown.ulHost;
             const uint8_t uTell = std::exchange(pHost->uTell, uint8_t{0});

@@ -28,7 +28,7 @@ void Finish(QIVEN_WATCH &watch, uint64_t ullNowUs) {
     finished.nAnswers += round.nAnswers;
     finished.nNew += round.nNew;
     finished.ullLost += round.ullLost;
-    PutOnce(watch.table.ready, watch.roundOver, ullNowUs);
+    PutOnce(watch.table.fresh, watch.roundOver, ullNowUs);
 }
 
 void BeginRound(QIVEN_WATCH &watch, uint64_t ullNowUs) {
@@ -120,7 +120,7 @@ void AskIfDue(QIVEN_WATCH &watch, uint64_t ullNowUs, uint64_t ullUntilUs) {
     if (watch.blAsking || ullNowUs < SettlesUs(watch.rounds, HasHosts(watch))) return;
     watch.rounds.blSettled = true;
     Finish(watch, ullNowUs);
-    PutOnce(watch.table.ready, watch.settled, ullNowUs);
+    PutOnce(watch.table.fresh, watch.settled, ullNowUs);
 }
 
 uint64_t AskDueUs(const QIVEN_WATCH &watch) {

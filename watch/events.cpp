@@ -90,7 +90,7 @@ void FreeTaken(QIVEN_WATCH &watch) {
 
 bool TakeEvent(QIVEN_WATCH &watch) {
     const uint64_t ullNowUs = NowUs();
-    while (Node *pNode = watch.table.ready.pFirst) {
+    while (Node *pNode = NextNode(watch.table)) {
         const uint64_t ullSinceUs = pNode->ullSinceUs;
         TakeOut(*pNode);
         watch.event = {};

@@ -62,21 +62,22 @@ bool Resize(Table &table, size_t nBuckets) {
     return true;
 }
 
+// As many as there can be hosts and a quarter, so that closing the gaps of those that are gone is rare. The
+// kernel gives memory to those that are used.
+bool MakePlaces(Table &table) {
+    const size_t nHosts = std::min<uint64_t>(table.nHostsMax, table.budget.cbMax / sizeof(Host) + 1);
+    table.nPlacesMax = nHosts + nHosts / 4 + 1;
+    table.rgPlace = static_cast<Place *>(Allocate(table.budget, table.nPlacesMax * sizeof(Place)));
+    return table.rgPlace != nullptr;
+}
+
 // Numbers rise, so new places are always the last.
 bool ReservePlace(Table &table) {
     if (table.nPlaces < table.nPlacesMax) return true;
     const auto isGone = [](const Place &place) { return place.pHost == nullptr; };
     Place *pEnd = std::remove_if(table.rgPlace, table.rgPlace + table.nPlaces, isGone);
     table.nPlaces = static_cast<size_t>(pEnd - table.rgPlace);
-    if (table.nPlaces < table.nPlacesMax - table.nPlacesMax / 4) return true;
-    const size_t nMax = table.nPlacesMax == 0 ? kFirstBuckets : table.nPlacesMax * 2;
-    auto *rgPlace = static_cast<Place *>(Allocate(table.budget, nMax * sizeof(Place)));
-    if (rgPlace == nullptr) return table.nPlaces < table.nPlacesMax;
-    std::copy(table.rgPlace, pEnd, rgPlace);
-    Free(table.budget, table.rgPlace, table.nPlacesMax * sizeof(Place));
-    table.rgPlace = rgPlace;
-    table.nPlacesMax = nMax;
-    return true;
+    return table.nPlaces < table.nPlacesMax;
 }
 
 Place *PlaceFrom(const Table &table, uint32_t ulHost) {
@@ -84,15 +85,59 @@ Place *PlaceFrom(const Table &table, uint32_t ulHost) {
                             [](const Place &place, uint32_t ul) { return place.ulHost < ul; });
 }
 
-// Space for one more host, at the cost of one that no longer answers.
-bool ReserveHost(Table &table, uint64_t ullNowUs) {
-    const size_t cbWanted = sizeof(Host) + table.packed.cb + kAddressSize + 3 * kBlockOverhead;
-    const bool blFits = Fits(table.budget, cbWanted);
-    if (table.nHosts < table.nHostsMax && blFits) return true;
-    Host *pQuietest = table.pQuietest;
-    if (pQuietest == nullptr || !HasMissed(table, *pQuietest) || pQuietest->node.pIn != nullptr) return false;
-    Vanish(table, *pQuietest, ullNowUs);
-    return blFits;  // its memory comes back when the caller has been told
+bool HasSpace(const Table &table) {
+    const size_t cbWanted =
+        BlockSize(sizeof(Host)) + BlockSize(table.packed.cb) + BlockSize(kAddressSize) + 3 * kBlockOverhead;
+    return table.nHosts < table.nHostsMax && Fits(table.budget, cbWanted);
+}
+
+// A table that was full remains so until a quarter is free: making space for one host is not the end of a
+// flood.
+bool HasAmpleSpace(const Table &table) {
+    return table.nHosts < table.nHostsMax - table.nHostsMax / 4 &&
+           table.budget.cbUsed < table.budget.cbMax - table.budget.cbMax / 4;
+}
+
+// Nobody is told of its end.
+bool IsUntold(const Host &host) {
+    return host.blDoubtful || (host.uTell & kToldAppeared) != 0;
+}
+
+// Space for one more host, at the cost of one that no longer answers, or of one that has answered in one
+// round only: whoever forges hosts by the thousand rarely answers for each of them again, and a real host
+// does. The memory of a host that the caller knows of comes back when the caller has been told.
+bool MakeSpace(Table &table, uint64_t ullNowUs) {
+    constexpr unsigned kDraws = 16;
+    if (Host *p = table.pQuietest; p != nullptr && HasMissed(table, *p)) Vanish(table, *p, ullNowUs);
+    bool blTold = false;
+    for (unsigned nDrawn = 0; nDrawn < kDraws && table.nPlaces > 0 && !HasSpace(table); ++nDrawn) {
+        const uint64_t ullDraw = SipHash(table.key, &table.ullDraws, sizeof table.ullDraws);
+        ++table.ullDraws;
+        Host *pHost = table.rgPlace[ullDraw % table.nPlaces].pHost;
+        if (pHost == nullptr || pHost->blConfirmed || (blTold && !IsUntold(*pHost))) continue;
+        blTold |= !IsUntold(*pHost);
+        Vanish(table, *pHost, ullNowUs);
+    }
+    return HasSpace(table);
+}
+
+NodeQueue &QueueOf(Table &table, const Host &host) {
+    const auto has = [&host](uint8_t uTell) { return (host.uTell & uTell) != 0; };
+    if (!host.blConfirmed && has(kToldAppeared | kToldVanished)) return table.fresh;
+    return has(kToldAppeared | kToldConflict) ? table.ready : table.news;
+}
+
+// It need not wait behind others any more.
+void Confirm(Table &table, Host &host) {
+    host.blConfirmed = true;
+    if (host.blDoubtful) {
+        host.blDoubtful = false;
+        Tell(table, host, kToldAppeared, host.shown.ullLastUs);
+    } else if (host.node.pIn == &table.fresh) {
+        const uint64_t ullSinceUs = host.node.ullSinceUs;
+        TakeOut(host.node);
+        PutLast(table.ready, host.node, ullSinceUs);
+    }
 }
 
 // When the quietest host has been silent for too long. Who was not asked is not silent: a program that was
@@ -125,17 +170,19 @@ int InitTable(Table &table) {
     table.layout = MakeLayout();
     // Without randomness a stranger could only make it slow.
     (void)!getrandom(&table.key, sizeof table.key, GRND_NONBLOCK);
-    return Resize(table, kFirstBuckets) ? 0 : -ENOMEM;
+    return MakePlaces(table) && Resize(table, kFirstBuckets) ? 0 : -ENOMEM;
 }
 
 void FreeTable(Table &table) {
     for (size_t i = 0; i < table.nPlaces; ++i)
         FreeHost(table, table.rgPlace[i].pHost);
-    // Those that vanished are in the queue only.
-    for (Node *pNode = table.ready.pFirst; pNode != nullptr;) {
-        Node *pNext = pNode->pAfter;
-        if (pNode->of == Of::kHost) FreeHost(table, reinterpret_cast<Host *>(pNode));
-        pNode = pNext;
+    // Those that vanished are in the queues only.
+    for (const NodeQueue *pQueue : {&table.ready, &table.news, &table.fresh}) {
+        for (Node *pNode = pQueue->pFirst; pNode != nullptr;) {
+            Node *pNext = pNode->pAfter;
+            if (pNode->of == Of::kHost) FreeHost(table, reinterpret_cast<Host *>(pNode));
+            pNode = pNext;
+        }
     }
     Free(table.budget, table.rgPlace, table.nPlacesMax * sizeof(Place));
     Free(table.budget, table.rgBucket, table.nBuckets * sizeof(Bucket));
@@ -143,10 +190,10 @@ void FreeTable(Table &table) {
 }
 
 Host *AddHost(Table &table, const Key &key, const QIVEN_RECEIVED &received) {
-    if (!ReserveHost(table, received.ullMonotonicUs)) {
-        ++table.ullLeftOut;
-        return nullptr;
-    }
+    const bool blSpace = HasSpace(table);
+    table.blFull = !blSpace || (table.blFull && !HasAmpleSpace(table));
+    if (table.blFull) ++table.ullLeftOut;
+    if (!blSpace && !MakeSpace(table, received.ullMonotonicUs)) return nullptr;
     void *p = ReservePlace(table) ? Allocate(table.budget, sizeof(Host)) : nullptr;
     if (p == nullptr) {
         ++table.ullNoMemory;
@@ -167,6 +214,8 @@ Host *AddHost(Table &table, const Key &key, const QIVEN_RECEIVED &received) {
     ++table.ulLast;
     pHost->shown.ullFirstUs = received.ullMonotonicUs;
     pHost->shown.llFirstUnixUs = received.llUnixUs;
+    pHost->ulFirstRound = table.ulRound;
+    pHost->blDoubtful = table.blFull;
     if (table.nHosts >= table.nBuckets) Resize(table, table.nBuckets * 2);
     PutIn(table, *pHost);
     NoteHeard(table, *pHost, received.ullMonotonicUs, received.llUnixUs);
@@ -201,16 +250,18 @@ void NoteHeard(Table &table, Host &host, uint64_t ullMonotonicUs, int64_t llUnix
     host.shown.ullLastUs = std::max(host.shown.ullLastUs, ullMonotonicUs);
     host.shown.llLastUnixUs = llUnixUs;
     host.ulHeardRound = table.ulRound;
+    if (!host.blConfirmed && table.ulRound != host.ulFirstRound) Confirm(table, host);
     if (table.pLoudest == &host) return;
     Unlink(table, host);
     LinkLoudest(table, host);
 }
 
 void Tell(Table &table, Host &host, uint8_t uTell, uint64_t ullNowUs) {
+    if (host.blDoubtful) return;
     host.uTell |= uTell;
     const bool blHold = host.uTell == kToldChanged && ullNowUs < host.ullToldUs + table.ullChangeUs;
     if (host.node.pIn == &table.held && !blHold) TakeOut(host.node);
-    PutOnce(blHold ? table.held : table.ready, host.node, ullNowUs);
+    PutOnce(blHold ? table.held : QueueOf(table, host), host.node, ullNowUs);
 }
 
 void Vanish(Table &table, Host &host, uint64_t ullNowUs) {
@@ -222,7 +273,7 @@ void Vanish(Table &table, Host &host, uint64_t ullNowUs) {
     Unlink(table, host);
     PlaceFrom(table, host.shown.ulHost)->pHost = nullptr;
     --table.nHosts;
-    if ((host.uTell & kToldAppeared) != 0) {
+    if (IsUntold(host)) {
         FreeHost(table, &host);
         return;
     }
@@ -249,7 +300,7 @@ void ReleaseHeld(Table &table, uint64_t ullNowUs) {
     while (table.held.pFirst != nullptr && table.held.pFirst->ullSinceUs + table.ullChangeUs <= ullNowUs) {
         Node &node = *table.held.pFirst;
         TakeOut(node);
-        PutLast(table.ready, node, ullNowUs);
+        PutLast(table.news, node, ullNowUs);
     }
 }
 

@@ -41,8 +41,10 @@ struct Host {
     uint64_t ullSays = 0;            // hash of the description
     uint64_t ullChangedUs = 0;       // when it became so
     uint64_t ullToldUs = 0;
-    uint32_t ulHeardRound = 0;
-    uint32_t ulChanged = 0;  // QIVEN_CHANGED_..., not told yet
+    uint32_t ulFirstRound = 0, ulHeardRound = 0;
+    bool blConfirmed = false;  // heard in another round than its first
+    bool blDoubtful = false;   // it came to a full table, and is not confirmed
+    uint32_t ulChanged = 0;    // QIVEN_CHANGED_..., not told yet
     uint8_t uTell = 0;
     uint8_t cbKey = 0;
     char rgchKey[kKeyMax];
@@ -63,6 +65,7 @@ struct Table {
     HashKey key{};
     uint64_t ullVanishUs = 0, ullChangeUs = 0;
     uint32_t nHostsMax = 0;
+    bool blFull = false;
     bool blAsks = false;  // again and again, so that silence means something
 
     Bucket *rgBucket = nullptr;
@@ -74,7 +77,11 @@ struct Table {
     uint32_t nHosts = 0, ulLast = 0;
     uint32_t ulRound = 0;
 
-    NodeQueue ready, held;  // held: changed again soon after the caller was told
+    // The caller is told of ready first: hosts that are confirmed, conflicts, interfaces and counts. Then of
+    // news: what happens to them later. Then of fresh: hosts that are not confirmed, and the end of a round.
+    // held: changed again soon after the caller was told.
+    NodeQueue ready, news, fresh, held;
+    uint64_t ullDraws = 0;
     uint64_t ullLeftOut = 0, ullNoMemory = 0;
     Packed packed;             // the answer at hand
     uint64_t ullDatagram = 0;  // its hash; 0: it is not to be recognised
@@ -124,6 +131,12 @@ void VanishSilent(Table &table, uint64_t ullNowUs, unsigned nMost);
 void ReleaseHeld(Table &table, uint64_t ullNowUs);
 // When the next of both is due; kNever: not at all.
 uint64_t DueOf(const Table &table);
+
+// What the caller is told next; null: nothing.
+inline Node *NextNode(const Table &table) {
+    if (table.ready.pFirst != nullptr) return table.ready.pFirst;
+    return table.news.pFirst != nullptr ? table.news.pFirst : table.fresh.pFirst;
+}
 
 Host *FindHost(const Table &table, uint32_t ulHost);
 Host *HostAfter(const Table &table, uint32_t ulHost);

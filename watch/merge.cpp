@@ -147,7 +147,7 @@ Heard AddBeside(Table &table, const Key &key, Rows &rows, const QIVEN_RECEIVED &
     // Making space may take one of them away.
     const uint32_t nHosts = table.nHosts;
     Host *pNew = AddHost(table, key, received);
-    if (pNew == nullptr) return Heard::kLeftOut;
+    if (pNew == nullptr || pNew->blDoubtful) return Heard::kLeftOut;
     if (table.nHosts != nHosts + 1) return Heard::kNew;
     for (unsigned i = 0; i < rows.n; ++i) {
         if (rows.rg[i]->shown.ullLastUs + kTogether >= received.ullMonotonicUs)
@@ -264,7 +264,10 @@ Heard AddAnswer(Table &table, const QIVEN_RECEIVED &received, uint64_t ullDatagr
     table.ullDatagram = blSealed ? 0 : ullDatagram;
     Pack(table.layout, record, blSealed ? nullptr : received.pbDatagram, received.cbDatagram, table.packed);
     Rows rows = RowsOf(table, key.ullHash, key.rgch, key.cb);
-    if (rows.n == 0) return AddHost(table, key, received) != nullptr ? Heard::kNew : Heard::kLeftOut;
+    if (rows.n == 0) {
+        const Host *pNew = AddHost(table, key, received);
+        return pNew != nullptr && !pNew->blDoubtful ? Heard::kNew : Heard::kLeftOut;
+    }
     Host *pHost = FindRow(
         rows, [&received](const auto &address, const Saying &) { return IsSameSpeaker(address, received); });
     if (pHost == nullptr) return FromStranger(table, key, rows, received);

@@ -15,7 +15,7 @@ constexpr uint64_t kPauseEmpty = 800 * kMillisecond;
 // Answers no further apart are one burst: a query before all hosts have answered the last one would only
 // double it. But nobody may keep it up.
 constexpr uint64_t kBurstGap = 100 * kMillisecond;
-constexpr uint64_t kBurstMax = 6 * kSecond;
+constexpr uint64_t kBurstMax = 3 * kSecond;
 // Disks spin up before some hosts answer; a segment where nobody has answered yet gets more time.
 constexpr uint64_t kAtLeast = 1500 * kMillisecond;
 constexpr uint64_t kAtLeastEmpty = 3 * kSecond;
@@ -26,12 +26,12 @@ constexpr uint64_t kQuiet = kSecond;
 void Start(Rounds &rounds, uint64_t ullNowUs) {
     rounds.ullStartUs = rounds.ullQueryUs = rounds.ullNewUs = ullNowUs;
     rounds.nRounds = 0;
-    rounds.blSettled = rounds.blNews = false;
+    rounds.blSettled = rounds.blNews = rounds.blCrowded = false;
 }
 
 void NoteQuery(Rounds &rounds, uint64_t ullNowUs) {
     rounds.ullQueryUs = ullNowUs;
-    rounds.blNews = false;
+    rounds.blNews = rounds.blCrowded = false;
     ++rounds.nRounds;
 }
 
@@ -41,7 +41,7 @@ uint64_t NextQueryUs(const Rounds &rounds, bool blHosts) {
     const bool blMore = rounds.nRounds < kRoundsMin || rounds.blNews;
     const uint64_t ullGapUs = rounds.blBacklog ? kNever : rounds.ullHeardUs + kBurstGap;
     const uint64_t ullBurstUs = std::min(ullGapUs, rounds.ullQueryUs + kBurstMax);
-    if (blMore) return std::max(rounds.ullQueryUs + kPause, ullBurstUs);
+    if (blMore) return std::max(rounds.ullQueryUs + kPause, rounds.blCrowded ? 0 : ullBurstUs);
     // Where nobody answers, a few more times, but not so late that it would keep the search from settling.
     const uint64_t ullAgainUs = rounds.ullQueryUs + kPauseEmpty;
     return blHosts || ullAgainUs > rounds.ullStartUs + kAtLeastEmpty - kQuiet ? kNever : ullAgainUs;

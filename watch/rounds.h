@@ -12,6 +12,7 @@ struct Rounds {
     unsigned nRounds = 0;  // of this search
     bool blSettled = false;
     bool blNews = false;     // since the last query: new hosts or losses
+    bool blCrowded = false;  // since then, more hosts answered than are kept: their burst may never end
     bool blBacklog = false;  // answers wait to be looked at
 };
 

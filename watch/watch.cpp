@@ -27,6 +27,7 @@ constexpr uint32_t kFieldA4 = 0x01020000;  // as in the query that the first lib
 void NoteAnswer(QIVEN_WATCH &watch, Heard heard, uint64_t ullMonotonicUs) {
     watch.rounds.ullHeardUs = std::max(watch.rounds.ullHeardUs, ullMonotonicUs);
     ++watch.round.nAnswers;
+    if (heard == Heard::kLeftOut) watch.rounds.blNews = watch.rounds.blCrowded = true;
     if (heard != Heard::kNew) return;
     ++watch.round.nNew;
     watch.rounds.ullNewUs = std::max(watch.rounds.ullNewUs, ullMonotonicUs);
@@ -85,7 +86,7 @@ void Dispatch(QIVEN_WATCH &watch) {
 }
 
 uint64_t DueOf(const QIVEN_WATCH &watch) {
-    if (watch.table.ready.pFirst != nullptr) return 0;
+    if (NextNode(watch.table) != nullptr) return 0;
     return std::min({DueOf(watch.port), DueOf(watch.table), AskDueUs(watch)});
 }
 

@@ -124,7 +124,7 @@ typedef struct QIVEN_COUNTS {
     uint64_t ullOwn;             /**< received: queries of this process, which come back */
     uint64_t ullOtherType;       /**< received: packets of types that were not asked for */
     uint64_t ullNoMemory;        /**< received, but there was no memory to keep it or what it said */
-    uint64_t ullLeftOut;         /**< watch: answers of hosts that the table has no space for */
+    uint64_t ullLeftOut;         /**< watch: answers of new hosts that came to a full table */
     uint64_t cbMemory;           /**< bytes that the handle has allocated at present */
 } QIVEN_COUNTS;
 
@@ -203,7 +203,7 @@ typedef struct QIVEN_TO {
 
 /**
  * Opens the discovery port, UDP port 9999 on every address. The port is shared with every other program that
- * shares it. Memory of the handle: at most 8 MiB of datagrams not yet taken, and 2 MiB.
+ * shares it. Memory of the handle: at most 2 MiB of datagrams not yet taken, and 2 MiB.
  * @param ppEndpoint receives the handle; null on failure
  * @param pConf      null: as with every member zero
  * @return 0; -EADDRINUSE if a program holds the port without sharing it; -EINVAL for a bad argument; -ENOMEM;
@@ -265,6 +265,11 @@ QIVEN_API void QIVENEndpointClose(QIVEN_ENDPOINT *pEndpoint);
  * conflict is reported once, which lasts until one of them vanishes. Machines that say the same under one
  * identifier cannot be told from one host with several interfaces, unless their processes have identifiers.
  * At most eight hosts share an identifier.
+ *
+ * A full table makes space for a new host by giving up one that no longer answers, or any one that has
+ * answered in one round only. The new host is reported when it has answered in a second round: forged hosts
+ * rarely do. For the same reason events of hosts that have answered in one round only come after the others,
+ * together with those of types QIVEN_WATCH_ROUND and QIVEN_WATCH_SETTLED.
  */
 
 /** A search as a handle. */
@@ -335,7 +340,7 @@ typedef struct QIVEN_WATCH_HOST {
 #define QIVEN_WATCH_INTERFACE 6 /**< pInterface: it came, went, changed, or cannot be asked */
 #define QIVEN_WATCH_ROUND 7     /**< a round is over; ullLost and ulRound to nNew are its own */
 #define QIVEN_WATCH_SETTLED 8   /**< the search has settled; ulRound, and ullLost of its last round */
-#define QIVEN_WATCH_FULL 9 /**< ullLeftOut: so many more answers of new hosts found no space in the table */
+#define QIVEN_WATCH_FULL 9      /**< ullLeftOut: so many more answers of new hosts came to a full table */
 /** @} */
 
 /** @name What has changed (QIVEN_WATCH_EVENT::ulChanged) */
@@ -367,7 +372,7 @@ typedef struct QIVEN_WATCH_EVENT {
 
 /**
  * Opens a search and sends the first query. Without a usable interface it waits for one. Memory of the
- * handle: cbMemoryMax for the table, whatever strangers send, at most 8 MiB of datagrams not yet looked at,
+ * handle: cbMemoryMax for the table, whatever strangers send, at most 2 MiB of datagrams not yet looked at,
  * and 2 MiB.
  * @param ppWatch receives the handle; null on failure
  * @param pConf   null: as with every member zero

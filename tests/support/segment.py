@@ -76,6 +76,14 @@ def open_port(address="0.0.0.0", shared=True):
     return sock
 
 
+def everybody():
+    """A socket that sends to all on the segment."""
+    sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sock.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
+    sock.connect(("10.9.0.255", PORT))
+    return sock
+
+
 class Hosts:
     """Answers each query with what reply(number of the query, query) returns: a list of packets."""
 

@@ -74,7 +74,7 @@ struct Watched {
     std::string Told(unsigned msAt) {
         std::string told;
         ReleaseHeld(*pTable, kStart + msAt * kMillisecond);
-        while (Node *pNode = pTable->ready.pFirst) {
+        while (Node *pNode = NextNode(*pTable)) {
             auto *pHost = reinterpret_cast<Host *>(pNode);
             const std::string number = std::to_string(pHost->shown.ulHost);
             TakeOut(*pNode);
@@ -141,7 +141,7 @@ const Scenario kScenarios[] = {
       {{801, "i", "bb", 2, "new"}, kNone}},
      1},
     {"its second interface first heard when it was renamed already",
-     {{kA, " +1"}, {{3000, "i", "bb", 2, "new"}, " +2"}, {{3001, "i", "aa", 1, "new"}, " -1 ~2a"}},
+     {{kA, " +1"}, {{3000, "i", "bb", 2, "new"}, " +2"}, {{3001, "i", "aa", 1, "new"}, " ~2a -1"}},
      1},
     {"two machines that say different things at once",
      {{kA, " +1"},

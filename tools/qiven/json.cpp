@@ -50,10 +50,16 @@ void Set(const Node &object, const std::string &name, const output::Value &value
     ordered_json &member = object->value[name];
     std::visit(
         [&member](const auto &v) {
-            if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::monostate>)
+            using T = std::decay_t<decltype(v)>;
+            if constexpr (std::is_same_v<T, std::monostate>) {
                 member = nullptr;
-            else
+            } else if constexpr (std::is_same_v<T, std::vector<output::Change>>) {
+                member = ordered_json::array();
+                for (const output::Change &change : v)
+                    member.push_back({{"field", change.field}, {"was", change.was}, {"now", change.now}});
+            } else {
                 member = v;
+            }
         },
         value);
 }

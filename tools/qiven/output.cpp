@@ -41,6 +41,14 @@ std::string CellText(const Value &value, bool blAscii) {
                     escaped.push_back(text::Escape(element, blAscii, ';'));
                 return fmt::format("{}", fmt::join(escaped, ";"));
             }
+            if constexpr (std::is_same_v<T, std::vector<Change>>) {
+                Texts escaped;
+                for (const Change &change : v)
+                    escaped.push_back(fmt::format("{}: {} -> {}", change.field,
+                                                  text::Escape(change.was, blAscii, ';'),
+                                                  text::Escape(change.now, blAscii, ';')));
+                return fmt::format("{}", fmt::join(escaped, "; "));
+            }
             return {};
         },
         value);

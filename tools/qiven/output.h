@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <variant>
 #include <vector>
 
@@ -25,9 +26,19 @@ namespace qiven::output {
 
 enum class Format { kTable, kPlain, kJson, kNdjson, kCsv };
 
+// A field of something that has changed; texts as they came.
+struct Change {
+    std::string field, was, now;
+
+    bool operator==(const Change &) const = default;
+    bool operator<(const Change &other) const {
+        return std::tie(field, was, now) < std::tie(other.field, other.was, other.now);
+    }
+};
+
 // Moved, never copied: if memory runs out during a copy, libstdc++ 12 destroys a value that does not exist.
 struct Value : std::variant<std::monostate, bool, uint64_t, std::string, std::vector<uint64_t>,
-                            std::vector<std::string>> {
+                            std::vector<std::string>, std::vector<Change>> {
     using variant::variant;
     Value() = default;
     Value(Value &&) = default;

@@ -1,6 +1,5 @@
 #include "utc_time.h"
 
-#include <cstdint>
 #include <ctime>
 
 #include "format.h"
@@ -22,11 +21,10 @@ std::string Seconds(time_t seconds) {
 
 }  // namespace
 
-std::string UtcTime(std::chrono::system_clock::time_point time) {
-    using std::chrono::duration_cast;
-    using std::chrono::milliseconds;
-    const auto sinceEpoch = duration_cast<milliseconds>(time.time_since_epoch()).count();
-    return fmt::format("{}.{:03}Z", Seconds(static_cast<time_t>(sinceEpoch / 1000)), sinceEpoch % 1000);
+std::string UtcTime(int64_t llUnixUs) {
+    constexpr int64_t kSecond = 1'000'000;
+    return fmt::format("{}.{:03}Z", Seconds(static_cast<time_t>(llUnixUs / kSecond)),
+                       llUnixUs % kSecond / 1000);
 }
 
 std::string UtcTime(const timeval &time) {

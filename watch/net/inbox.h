@@ -35,7 +35,7 @@ struct Inbox {
     size_t nDatagrams = 0;
 };
 
-constexpr size_t kInboxMax = size_t{8} << 20;  // as qiven/watch.h states it
+constexpr size_t kInboxMax = size_t{2} << 20;  // as qiven/watch.h states it
 
 void FreeInbox(Inbox &inbox);
 size_t MemoryOf(const Inbox &inbox);

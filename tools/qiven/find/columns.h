@@ -1,10 +1,12 @@
-// The columns of "qiven find". Their names are those of docs/schema/find.schema.json.
+// What "qiven find" can show of a host. The names are those of docs/schema/find.schema.json.
 #pragma once
 
+#include <qiven/watch.h>
+
+#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "find/host_table.h"
 #include "output.h"
 
 namespace qiven::find {
@@ -13,13 +15,19 @@ bool IsColumn(const std::string &name);
 // The names of all columns, for a message.
 std::string AllColumns();
 
-// The named columns, or the default ones of the format.
+// The columns asked for, or those that the format shows by default.
 std::vector<output::Column> ChooseColumns(const std::vector<std::string> &names, output::Format format);
 
-output::Value ValueOf(const Host &host, const nasinfo &record, const std::string &column);
-output::Row MakeRow(const Host &host, const std::vector<output::Column> &columns);
+// Whether the columns of a host are known with its first answer, so that its row need not wait for others.
+bool AreFinal(const std::vector<output::Column> &columns);
 
-// Sorts by a column, stably: texts by their bytes, addresses and numbers by value.
-void Sort(std::vector<const Host *> &hosts, const std::string &column);
+output::Value ValueOf(const QIVEN_WATCH_HOST &host, const std::string &column);
+// Fills the rest of the row.
+void AddCells(output::Row &row, const QIVEN_WATCH_HOST &host, const std::vector<output::Column> &columns);
+// Texts are sorted by their bytes, addresses and numbers by value.
+output::Value SortKey(const QIVEN_WATCH_HOST &host, const std::string &column);
+
+// What is different in a host that has changed.
+std::vector<output::Change> Changes(const QIVEN_WATCH_EVENT &event);
 
 }  // namespace qiven::find

@@ -1,8 +1,11 @@
 #include "find/filter.h"
 
+#include <qiven/nasinfo.h>
+
 #include <algorithm>
 
 #include "fields.h"
+#include "find/host.h"
 #include "text.h"
 
 namespace qiven::find {
@@ -20,8 +23,9 @@ bool HasService(const nasinfo &record, uint32_t ulService) {
 
 }  // namespace
 
-bool IsWantedHost(const Options &options, const nasinfo &record) {
-    if (!fields::IsAnswer(record)) return false;
+bool IsWantedHost(const Options &options, const QIVEN_WATCH_HOST &host) {
+    const nasinfo &record = *host.pnasInfo;
+    if (FirstAddress(host) == nullptr) return false;
     if (!options.types.empty() && !Contains(options.types, record.ulPktType)) return false;
     if (!options.models.empty() && !Contains(options.models, record.ulModel)) return false;
     if (!std::all_of(options.services.begin(), options.services.end(),

@@ -1,13 +1,13 @@
 // Which hosts "qiven find" shows: --name, --model, --type and --service.
 #pragma once
 
-#include <qiven/nasinfo.h>
+#include <qiven/watch.h>
 
 #include "find/options.h"
 
 namespace qiven::find {
 
-// False also for packets that are not answers: the queries of this and other searchers arrive, too.
-bool IsWantedHost(const Options &options, const nasinfo &record);
+// False also for a host that was heard only on interfaces that are not searched.
+bool IsWantedHost(const Options &options, const QIVEN_WATCH_HOST &host);
 
 }  // namespace qiven::find

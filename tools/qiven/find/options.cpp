@@ -2,9 +2,6 @@
 
 #include <qiven/nasinfo.h>
 
-#include <fmt/format.h>
-
-#include "container_interfaces.h"
 #include "find/columns.h"
 
 namespace qiven::find {
@@ -48,25 +45,6 @@ std::vector<command_line::Option> Filters(Options &options) {
              .szGroup = szWhich,
              .range = {{0, QIVEN_SERVICE_MAX - 1}},
              .blCommas = true}};
-}
-
-std::vector<command_line::Option> Interfaces(Options &options) {
-    return {{.szNames = "--interface",
-             .target = &options.interfaces,
-             .help = "Use only interfaces whose name matches",
-             .szValue = "IF",
-             .szGroup = szWhere,
-             .blCommas = true},
-            {.szNames = "--exclude",
-             .target = &options.excludes,
-             .help = "Do not use interfaces whose name matches",
-             .szValue = "IF",
-             .szGroup = szWhere,
-             .blCommas = true},
-            {.szNames = "--all-interfaces",
-             .target = &options.blAllInterfaces,
-             .help = fmt::format("Use all interfaces, including {}", fmt::join(kContainerInterfaces, ", ")),
-             .szGroup = szWhere}};
 }
 
 std::vector<command_line::Option> Stopping(Options &options) {
@@ -121,8 +99,9 @@ std::vector<command_line::Option> Showing(Options &options) {
 
 std::vector<command_line::Option> Declare(Options &options) {
     std::vector<command_line::Option> all;
-    for (const auto &some : {Filters(options), Interfaces(options), Stopping(options),
-                             output::Declare(options.format, options.colour), Showing(options)})
+    for (const auto &some :
+         {Filters(options), interface_filter::Declare(options.filter, szWhere), Stopping(options),
+          output::Declare(options.format, options.colour), Showing(options)})
         all.insert(all.end(), some.begin(), some.end());
     return all;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "command_line.h"
+#include "interface_filter.h"
 #include "output.h"
 
 namespace qiven::find {
@@ -24,8 +25,7 @@ struct Options {
     std::string sort;  // a leading "-" reverses
     std::vector<std::string> names;
     std::vector<uint32_t> models, types, services;
-    std::vector<std::string> interfaces, excludes;
-    bool blAllInterfaces = false;
+    interface_filter::Filter filter;
 };
 
 // The options of the command line, which fill the structure.

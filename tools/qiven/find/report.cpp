@@ -6,7 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "find/columns.h"
 #include "messages.h"
@@ -18,10 +21,47 @@ namespace qiven::find {
 
 namespace {
 
-// JSON is one array whose objects count all answers, and sorting needs all hosts, so both wait for the end.
-bool WaitsForEnd(const Options &options) {
-    if (options.blWatch) return false;
-    return options.format == output::Format::kJson || !options.sort.empty();
+using Clock = std::chrono::steady_clock;
+
+output::Row MakeRow(const Report &report, const QIVEN_WATCH_HOST &host) {
+    output::Row row;
+    AddCells(row, host, report.writer.columns);
+    return row;
+}
+
+// Null if a flood of other hosts has pushed it out of the table.
+const QIVEN_WATCH_HOST *HostOf(QIVEN_WATCH *pWatch, uint32_t ulHost) {
+    const QIVEN_WATCH_HOST *pHost = QIVENWatchHost(pWatch, ulHost - 1);
+    return pHost != nullptr && pHost->ulHost == ulHost ? pHost : nullptr;
+}
+
+void WriteHost(Report &report, QIVEN_WATCH *pWatch, uint32_t ulHost) {
+    const QIVEN_WATCH_HOST *pHost = HostOf(pWatch, ulHost);
+    if (pHost != nullptr) output::WriteRow(report.writer, MakeRow(report, *pHost));
+}
+
+// Equal ones stay in order of appearance.
+void Sort(Report &report, QIVEN_WATCH *pWatch) {
+    const bool blReverse = report.options.sort[0] == '-';
+    const std::string column = report.options.sort.substr(blReverse ? 1 : 0);
+    std::vector<std::pair<output::Value, uint32_t>> keyed;
+    for (const uint32_t ulHost : report.found) {
+        const QIVEN_WATCH_HOST *pHost = HostOf(pWatch, ulHost);
+        if (pHost != nullptr) keyed.emplace_back(SortKey(*pHost, column), ulHost);
+    }
+    std::stable_sort(keyed.begin(), keyed.end(), [blReverse](const auto &a, const auto &b) {
+        return blReverse ? b.first < a.first : a.first < b.first;
+    });
+    report.found.resize(keyed.size());
+    std::transform(keyed.begin(), keyed.end(), report.found.begin(),
+                   [](const auto &entry) { return entry.second; });
+}
+
+void MeasureAll(Report &report, QIVEN_WATCH *pWatch) {
+    for (const uint32_t ulHost : report.found) {
+        const QIVEN_WATCH_HOST *pHost = HostOf(pWatch, ulHost);
+        if (pHost != nullptr) output::Measure(report.writer, MakeRow(report, *pHost));
+    }
 }
 
 }  // namespace
@@ -35,6 +75,11 @@ void Begin(Report &report) {
     if (report.options.blWatch) {
         const output::Column columns[] = {{"time", 24}, {"event", 8}};
         writer.columns.insert(writer.columns.begin(), std::begin(columns), std::end(columns));
+        writer.columns.push_back({"changes"});
+    } else {
+        // JSON is one array, and sorting needs all hosts.
+        report.blAtEnd = report.options.format == output::Format::kJson || !report.options.sort.empty() ||
+                         !AreFinal(writer.columns);
     }
     report.blLive = terminal::IsCapable(STDERR_FILENO) && !report.options.blVerbose;
     output::Begin(writer);
@@ -51,18 +96,22 @@ bool IsReady(Report &report) {
     return blReady;
 }
 
-void Found(Report &report, const Host &host) {
-    if (WaitsForEnd(report.options)) return;
-    ClearLive(report);
-    output::WriteRow(report.writer, MakeRow(host, report.writer.columns));
+void ShowFound(Report &report, QIVEN_WATCH *pWatch) {
+    if (report.blAtEnd || report.nWritten == report.found.size()) return;
+    while (report.nWritten < report.found.size() && IsReady(report)) {
+        ClearLive(report);
+        WriteHost(report, pWatch, report.found[report.nWritten++]);
+    }
     IsReady(report);
 }
 
-size_t Event(Report &report, const char *szEvent, const Host &host) {
+size_t Event(Report &report, const char *szEvent, const QIVEN_WATCH_EVENT &event) {
     ClearLive(report);
-    output::Row row = MakeRow(host, report.writer.columns);
-    row[0] = UtcTime(WallClock::now());
-    row[1] = std::string(szEvent);
+    output::Row row;
+    row.emplace_back(UtcTime(event.llUnixUs));
+    row.emplace_back(std::string(szEvent));
+    AddCells(row, *event.pHost, report.writer.columns);
+    if (event.ulType == QIVEN_WATCH_CHANGED) row.back() = Changes(event);
     const size_t cbBefore = report.writer.queue.text.size();
     output::WriteRow(report.writer, row);
     const size_t cbRow = report.writer.queue.text.size() - cbBefore;
@@ -70,8 +119,8 @@ size_t Event(Report &report, const char *szEvent, const Host &host) {
     return cbRow;
 }
 
-bool Drain(Report &report, const volatile sig_atomic_t &iSignal) {
-    constexpr int kLookMilliseconds = 100;
+bool Drain(Report &report, const signals::Queue &signalQueue, int &iSignal) {
+    constexpr int kLook = 100;  // milliseconds
     constexpr std::chrono::seconds kPatience{1};
     const standard_output::Queue &queue = report.writer.queue;
     Clock::time_point progress = Clock::now();
@@ -81,34 +130,34 @@ bool Drain(Report &report, const volatile sig_atomic_t &iSignal) {
         if (queue.cbSent != cbSent) progress = Clock::now();
         if (iSignal != 0 && Clock::now() - progress > kPatience) return false;
         cbSent = queue.cbSent;
-        pollfd writable{STDOUT_FILENO, POLLOUT, 0};
-        poll(&writable, 1, kLookMilliseconds);
+        pollfd waitFor[] = {{STDOUT_FILENO, POLLOUT, 0}, {signalQueue.fd, POLLIN, 0}};
+        poll(waitFor, 2, kLook);
+        if (iSignal != 0 || (iSignal = signals::Take(signalQueue)) == 0) continue;
+        signals::LetGo(signalQueue);
+        progress = Clock::now();
     }
     return true;
 }
 
-bool End(Report &report, const Hosts &hosts, const volatile sig_atomic_t &iSignal) {
+bool End(Report &report, QIVEN_WATCH *pWatch, const signals::Queue &signalQueue, int &iSignal) {
     ClearLive(report);
-    if (!Drain(report, iSignal)) return false;
-    if (WaitsForEnd(report.options)) {
-        std::vector<const Host *> order = InOrder(hosts);
-        if (!report.options.sort.empty()) Sort(order, report.options.sort);
-        if (report.options.format == output::Format::kTable)
-            for (const Host *pHost : order)
-                output::Measure(report.writer, MakeRow(*pHost, report.writer.columns));
-        for (const Host *pHost : order) {
-            output::WriteRow(report.writer, MakeRow(*pHost, report.writer.columns));
-            if (!Drain(report, iSignal)) return false;
-        }
+    if (report.blAtEnd && !report.options.sort.empty()) Sort(report, pWatch);
+    if (report.blAtEnd && report.options.format == output::Format::kTable) MeasureAll(report, pWatch);
+    for (; report.nWritten < report.found.size(); ++report.nWritten) {
+        if (!Drain(report, signalQueue, iSignal)) return false;
+        WriteHost(report, pWatch, report.found[report.nWritten]);
     }
     output::End(report.writer);
-    return Drain(report, iSignal);
+    return Drain(report, signalQueue, iSignal);
 }
 
-void ShowLive(Report &report, size_t nHosts, double dLeft) {
+void ShowLive(Report &report, size_t nHosts, double dElapsed, double dLeft) {
     if (!report.blLive) return;
     std::string text = fmt::format("{} host{}", nHosts, nHosts == 1 ? "" : "s");
-    text += dLeft < 0 ? std::string(", watching") : fmt::format(", {:.1f} s left", std::max(dLeft, 0.0));
+    if (report.options.blWatch && dLeft < 0)
+        text += ", watching";
+    else
+        text += dLeft < 0 ? fmt::format(", {:.1f} s", dElapsed) : fmt::format(", {:.1f} s left", dLeft);
     const size_t uTerminal = terminal::Width(STDERR_FILENO);
     if (uTerminal > 1) text.resize(std::min(text.size(), uTerminal - 1));
     messages::Show(fmt::format("\r{}\033[K", text));

@@ -1,48 +1,37 @@
 // The state of one run of "qiven find".
 #pragma once
 
-#include <csignal>
-#include <exception>
-#include <vector>
+#include <chrono>
+#include <cstdint>
+#include <set>
 
-#include "find/host_table.h"
 #include "find/options.h"
-#include "find/query.h"
 #include "find/report.h"
-#include "find/watch.h"
+#include "find/warnings.h"
+#include "rate_limit.h"
+#include "signals.h"
 
 namespace qiven::find {
 
-// Every run sends at least this many queries, since a broadcast may be lost.
-constexpr unsigned int kRoundsMin = 2;
+using Clock = std::chrono::steady_clock;
+
+// Lines of --watch: other senders decide how much happens, and the lines may go into a log. A long line
+// counts as one for each KiB.
+constexpr int64_t kLinesAtOnce = 1000;
+constexpr int64_t kLinesPerSecond = 100;
 
 struct Run {
     const Options &options;
-    const volatile sig_atomic_t &iSignal;  // the signal that stops the run, or 0
-    Querier querier;
+    const signals::Queue &signalQueue;
+    WatchHandle watch{};
     Report report;
-    Hosts hosts{};
-    bool blListening = false;
-    bool blNoInterface = false;
-    std::exception_ptr failure{};
-    Clock::time_point start = Clock::now(), lastNew = start, lastLive{}, lastQuery{};
-    Clock::time_point lastShown{}, lastHeard{};
-    std::vector<Host *> unshown{};  // found, their rows not written yet
-    size_t nShown = 0;              // of these
-    unsigned int nShownAtOnce = 0;  // since the last pause
-    bool blHeard = false;           // an answer arrived in this pass
-    unsigned int nRounds = 0;       // of queries
-    bool blQuerySent = false;
-    bool blSaidFull = false;
+    Warnings warnings{};
+    std::set<uint32_t> shown{};  // numbers of the hosts that the filters let through
+    rate_limit::Bucket lines{kLinesAtOnce, kLinesPerSecond};
+    Clock::time_point start = Clock::now(), live{};
+    int iSignal = 0;  // the signal that stops the run
+    bool blSettled = false;
     bool blSaidMemory = false;
-    Watch watch{};
 };
-
-inline double Seconds(Clock::duration duration) {
-    return std::chrono::duration<double>(duration).count();
-}
-inline Clock::duration ToDuration(double dSeconds) {
-    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(dSeconds));
-}
 
 }  // namespace qiven::find

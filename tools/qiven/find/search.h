@@ -1,4 +1,4 @@
-// One run of "qiven find": the receive loop, signals and the exit status.
+// One run of "qiven find": the loop and the exit status.
 #pragma once
 
 #include <string>
@@ -7,9 +7,8 @@
 
 namespace qiven::find {
 
-// Searches, and shows the hosts that answer. Returns the exit status. One run per process: the library's
-// callbacks and the signal handlers carry no context. pfnExplain says why no host was found; it is used on
-// a terminal.
+// Searches, and shows the hosts that answer. Returns the exit status. pfnExplain says why no host was found;
+// it is used on a terminal.
 int Search(const Options &options, std::string (*pfnExplain)());
 
 }  // namespace qiven::find

@@ -1,18 +1,20 @@
 // When "qiven find" stops.
 #pragma once
 
-#include <cstdint>
-
 #include "find/run.h"
 
 namespace qiven::find {
 
-// The number of hosts after which the run stops (--count, --expect); 0 if there is none.
-uint64_t WantedHosts(const Options &options);
+// Whether --count or --expect is met.
+bool HasEnough(const Run &run);
 
-// Seconds until the run stops if no new host answers; below 0 if it does not stop by itself.
-double SecondsLeft(const Run &run);
+// Whether the run stops at a certain time, whatever happens until then.
+bool HasDeadline(const Options &options);
+Clock::duration TimeLeft(const Run &run);
 
 bool IsOver(const Run &run);
+
+// Whether there are fewer hosts than --count or --expect wants.
+bool AreMissing(const Run &run);
 
 }  // namespace qiven::find

@@ -1,0 +1,46 @@
+#include "interface_filter.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "container_interfaces.h"
+#include "text.h"
+
+namespace qiven::interface_filter {
+
+namespace {
+
+bool MatchesAny(const std::vector<std::string> &patterns, const std::string &name) {
+    return std::any_of(patterns.begin(), patterns.end(),
+                       [&name](const std::string &pattern) { return text::Matches(pattern, name); });
+}
+
+}  // namespace
+
+std::vector<command_line::Option> Declare(Filter &filter, const char *szGroup) {
+    return {{.szNames = "--interface",
+             .target = &filter.interfaces,
+             .help = "Use only interfaces whose name matches",
+             .szValue = "IF",
+             .szGroup = szGroup,
+             .blCommas = true},
+            {.szNames = "--exclude",
+             .target = &filter.excludes,
+             .help = "Do not use interfaces whose name matches",
+             .szValue = "IF",
+             .szGroup = szGroup,
+             .blCommas = true},
+            {.szNames = "--all-interfaces",
+             .target = &filter.blAll,
+             .help = fmt::format("Use all interfaces, including {}", fmt::join(kContainerInterfaces, ", ")),
+             .szGroup = szGroup}};
+}
+
+bool IsWanted(const Filter &filter, const std::string &name) {
+    if (MatchesAny(filter.excludes, name)) return false;
+    if (!filter.interfaces.empty()) return MatchesAny(filter.interfaces, name);
+    return filter.blAll || !IsContainerInterface(name);
+}
+
+}  // namespace qiven::interface_filter
