@@ -23,6 +23,7 @@
 #include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/random.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -123,6 +124,7 @@ CALL(int, getsockopt, -1, (int a, int b, int c, void *d, socklen_t *e), (a, b, c
 CALL(int, epoll_create1, -1, (int a), (a))
 CALL(int, epoll_ctl, -1, (int a, int b, int c, struct epoll_event *d), (a, b, c, d))
 CALL(int, epoll_wait, -1, (int a, struct epoll_event *b, int c, int d), (a, b, c, d))
+CALL(int, signalfd, -1, (int a, const sigset_t *b, int c), (a, b, c))
 CALL(int, timerfd_create, -1, (int a, int b), (a, b))
 CALL(int, timerfd_settime, -1, (int a, int b, const struct itimerspec *c, struct itimerspec *d), (a, b, c, d))
 CALL(int, poll, -1, (struct pollfd * a, nfds_t b, int c), (a, b, c))

@@ -151,7 +151,11 @@ int Request(Interfaces &interfaces, Phase phase) {
     request.attribute = {sizeof request.attribute + sizeof request.ulMask, IFLA_EXT_MASK};
     request.ulMask = RTEXT_FILTER_SKIP_STATS;
     interfaces.phase = phase;
-    if (send(interfaces.fd, &request, request.head.nlmsg_len, 0) > 0) return 0;
+    ssize_t cbSent = 0;
+    do {
+        cbSent = send(interfaces.fd, &request, request.head.nlmsg_len, 0);
+    } while (cbSent < 0 && errno == EINTR);
+    if (cbSent > 0) return 0;
     interfaces.phase = Phase::kIdle;
     return -errno;
 }

@@ -40,7 +40,10 @@ void Note(Warnings &warnings, Report &report, const QIVEN_WATCH_EVENT &event) {
     if (event.ulType == QIVEN_WATCH_FULL && !warnings.blFull) {
         warnings.blFull = true;
         ClearLive(report);
-        messages::Say("more hosts answer than are kept; the answers are probably forged");
+        messages::Say(
+            "more hosts answer than are kept; the answers are probably forged, and from now on a host is "
+            "shown "
+            "after it has answered two queries");
     }
 }
 
