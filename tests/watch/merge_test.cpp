@@ -243,7 +243,7 @@ TEST(Merge, RecognisesWhatItKnows) {
     unsigned nRecognised = 0;
     for (const Said &host : hosts)
         nRecognised += Recognised(host) ? 1 : 0;
-    EXPECT_GT(nRecognised, 2900U);  // a set of them is full now and then
+    EXPECT_GT(nRecognised, 2700U);  // the key is random, and a set of them is full now and then
     Said other = hosts[0];
     other.ulIfIndex = 3;
     EXPECT_FALSE(Recognised(other));
