@@ -79,7 +79,9 @@ std::string Said(const Announcement &announcement) {
 std::optional<Announcement> Load(const MemoryFile &file, std::vector<std::string> &errors) {
     qiven::answer::ConfigSource source;
     source.path = file.Path();
-    return qiven::answer::Load(source, errors);
+    auto configuration = qiven::answer::Load(source, errors);
+    if (!configuration) return std::nullopt;
+    return configuration->announcement;
 }
 
 // Compares everything except padding, which copies of a record need not preserve.

@@ -144,7 +144,6 @@ CALL(DIR *, opendir, NULL, (const char *a), (a))
 CALL(struct dirent *, readdir, NULL, (DIR * a), (a))
 CALL(struct if_nameindex *, if_nameindex, NULL, (void), ())
 CALL(int, gethostname, -1, (char *a, size_t b), (a, b))
-CALL(int, timer_create, -1, (clockid_t a, struct sigevent *b, timer_t *c), (a, b, c))
 static int ShowsUptime(clockid_t clock, struct timespec *pNow) {
     if (g_nUptime == 0 || clock != CLOCK_MONOTONIC || strcmp(g_szCall, "clock_gettime") == 0) return 0;
     pNow->tv_sec = g_nUptime;

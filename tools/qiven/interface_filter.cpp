@@ -43,4 +43,17 @@ bool IsWanted(const Filter &filter, const std::string &name) {
     return filter.blAll || !IsContainerInterface(name);
 }
 
+std::string WhyNone(const Filter &filter, const After &after) {
+    bool blUsable = false;
+    const QIVEN_INTERFACE *p = nullptr;
+    for (uint32_t ulAfter = 0; (p = after(ulAfter)) != nullptr; ulAfter = p->ulIfIndex) {
+        const bool blLacksAddress = p->ulState == QIVEN_INTERFACE_NO_ADDRESS;
+        if (blLacksAddress && IsWanted(filter, p->szIfName)) return "no chosen interface has an IPv4 address";
+        blUsable |= blLacksAddress || p->ulState == QIVEN_INTERFACE_LEFT_OUT;
+    }
+    if (!blUsable) return "no usable network interface (up, with a carrier, not loopback)";
+    if (!filter.interfaces.empty()) return "no usable interface has a chosen name";
+    return "every usable interface is left out; see --interface and --all-interfaces";
+}
+
 }  // namespace qiven::interface_filter

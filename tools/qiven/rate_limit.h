@@ -31,10 +31,18 @@ inline void Refill(Bucket &bucket, Milliseconds now) {
     bucket.last = now;
 }
 
+inline bool IsFull(const Bucket &bucket) {
+    return bucket.nThousandths == bucket.nBurst * kToken;
+}
+
+inline bool HasToken(Bucket &bucket, Milliseconds now) {
+    Refill(bucket, now);
+    return bucket.nThousandths >= kToken;
+}
+
 // Takes a token; false if none is left.
 inline bool Take(Bucket &bucket, Milliseconds now) {
-    Refill(bucket, now);
-    if (bucket.nThousandths < kToken) return false;
+    if (!HasToken(bucket, now)) return false;
     bucket.nThousandths -= kToken;
     return true;
 }

@@ -34,7 +34,7 @@ constexpr size_t kFaultsShown = 20;
 
 struct Reading {
     const std::string &path;
-    Announcement &announcement;
+    Configuration &configuration;
     std::vector<std::string> &errors;
 
     // Line 0 is for a fault that has no line.
@@ -147,7 +147,26 @@ std::string StoreServices(Announcement &announcement, const ServiceKey &services
     return {};
 }
 
-std::string Store(Announcement &announcement, std::string_view key, const toml::node &node) {
+std::string StorePatterns(std::vector<std::string> &patterns, const toml::node &node) {
+    constexpr const char *szMust = "must be a list of names or patterns";
+    const toml::array *pArray = node.as_array();
+    if (pArray == nullptr || pArray->empty()) return szMust;
+    for (const toml::node &element : *pArray) {
+        const auto value = element.value_exact<std::string>();
+        if (!value || value->empty()) return szMust;
+        patterns.push_back(*value);
+    }
+    return {};
+}
+
+std::string StoreFlag(bool &blFlag, const toml::node &node) {
+    const auto value = node.value_exact<bool>();
+    if (!value) return "must be true or false";
+    blFlag = *value;
+    return {};
+}
+
+std::string StoreAnnounced(Announcement &announcement, std::string_view key, const toml::node &node) {
     for (const ServiceKey &services : kServices)
         if (services.key == key) return StoreServices(announcement, services, node);
     const Field *pField = fields::ByName(key);
@@ -161,6 +180,14 @@ std::string Store(Announcement &announcement, std::string_view key, const toml::
     return what;
 }
 
+std::string Store(Configuration &configuration, std::string_view key, const toml::node &node) {
+    if (key == "interfaces") return StorePatterns(configuration.filter.interfaces, node);
+    if (key == "exclude") return StorePatterns(configuration.filter.excludes, node);
+    if (key == "all_interfaces") return StoreFlag(configuration.filter.blAll, node);
+    if (key == "answer_off_segment") return StoreFlag(configuration.blOffSegment, node);
+    return StoreAnnounced(configuration.announcement, key, node);
+}
+
 void ReadFile(Reading &reading) {
     FileFault fault;
     const std::optional<std::string> text = ReadText(reading.path, fault);
@@ -172,7 +199,7 @@ void ReadFile(Reading &reading) {
         // A table is sorted by its keys, the faults by their lines.
         std::multimap<uint32_t, std::pair<std::string, std::string>> faults;
         for (const auto &[key, node] : table) {
-            const std::string what = Store(reading.announcement, key.str(), node);
+            const std::string what = Store(reading.configuration, key.str(), node);
             if (!what.empty()) faults.emplace(key.source().begin.line, std::pair(key.str(), what));
         }
         size_t nLeft = faults.size();
@@ -188,7 +215,7 @@ void ReadFile(Reading &reading) {
 }
 
 void StoreOption(Reading &reading, const char *szKey, const toml::node &node) {
-    const std::string what = Store(reading.announcement, szKey, node);
+    const std::string what = Store(reading.configuration, szKey, node);
     if (!what.empty()) reading.errors.push_back(fmt::format("command line: {}: {}", szKey, what));
 }
 
@@ -197,6 +224,11 @@ void ReadOptions(Reading &reading, const ConfigSource &source) {
     if (source.ident) StoreOption(reading, "ident", toml::value(*source.ident));
     if (source.ulModel) StoreOption(reading, "model", toml::value(int64_t{*source.ulModel}));
     if (source.ulSecond) StoreOption(reading, "field_49", toml::value(int64_t{*source.ulSecond}));
+    interface_filter::Filter &filter = reading.configuration.filter;
+    if (!source.filter.interfaces.empty()) filter.interfaces = source.filter.interfaces;
+    if (!source.filter.excludes.empty()) filter.excludes = source.filter.excludes;
+    filter.blAll |= source.filter.blAll;
+    reading.configuration.blOffSegment |= source.blOffSegment;
 }
 
 // The name of this machine, without its domain.
@@ -208,7 +240,7 @@ std::string HostName() {
 }
 
 void Complete(Reading &reading) {
-    Announcement &announcement = reading.announcement;
+    Announcement &announcement = reading.configuration.announcement;
     if (announcement.record.szHostName[0] == '\0') StoreOption(reading, "name", toml::value(HostName()));
     const bool blModel =
         std::find(announcement.ids.begin(), announcement.ids.end(), PKT_ID_MODEL) != announcement.ids.end();
@@ -220,7 +252,7 @@ void Complete(Reading &reading) {
 
 // Builds the largest packet of this configuration, and reads it as a searcher does.
 void CheckPacket(Reading &reading) {
-    Announcement full = reading.announcement;
+    Announcement full = reading.configuration.announcement;
     full.ids.insert(full.ids.end(), kInterfaceIds.begin(), kInterfaceIds.end());
     full.ids.insert(full.ids.end(), kSealedIds.begin(), kSealedIds.end());
     full.record.ulPktType = QIVEN_PKT_ANSWER;
@@ -243,24 +275,24 @@ void CheckPacket(Reading &reading) {
         0, "",
         fmt::format("too many fields: a packet carries at most {}, of which the program adds {}; every "
                     "list element and every 255 bytes of long text count as a field",
-                    QIVEN_FIELDS_MAX, full.ids.size() - reading.announcement.ids.size()));
+                    QIVEN_FIELDS_MAX, full.ids.size() - reading.configuration.announcement.ids.size()));
 }
 
 }  // namespace
 
-std::optional<Announcement> Load(const ConfigSource &source, std::vector<std::string> &errors) {
-    Announcement announcement;
-    announcement.record.ulPktType = QIVEN_PKT_ANSWER;
-    announcement.record.ulFieldA4 = QIVEN_FIELD_A4_VQX20;
-    announcement.record.ulField49 = kSecondDefault;
+std::optional<Configuration> Load(const ConfigSource &source, std::vector<std::string> &errors) {
+    Configuration configuration;
+    configuration.announcement.record.ulPktType = QIVEN_PKT_ANSWER;
+    configuration.announcement.record.ulFieldA4 = QIVEN_FIELD_A4_VQX20;
+    configuration.announcement.record.ulField49 = kSecondDefault;
     const size_t uBefore = errors.size();
-    Reading reading{source.path, announcement, errors};
+    Reading reading{source.path, configuration, errors};
     if (!source.path.empty()) ReadFile(reading);
     ReadOptions(reading, source);
     if (errors.size() == uBefore) Complete(reading);
     if (errors.size() == uBefore) CheckPacket(reading);
     if (errors.size() != uBefore) return std::nullopt;
-    return announcement;
+    return configuration;
 }
 
 }  // namespace qiven::answer

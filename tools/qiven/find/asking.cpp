@@ -29,18 +29,8 @@ bool IsAnyAsked(QIVEN_WATCH *pWatch) {
 }
 
 std::string WhyNoneUsed(QIVEN_WATCH *pWatch, const interface_filter::Filter &filter) {
-    if (HasInterface(pWatch, [&filter](const QIVEN_INTERFACE &interface) {
-            return interface.ulState == QIVEN_INTERFACE_NO_ADDRESS &&
-                   interface_filter::IsWanted(filter, interface.szIfName);
-        }))
-        return "no chosen interface has an IPv4 address";
-    if (!HasInterface(pWatch, [](const QIVEN_INTERFACE &interface) {
-            return interface.ulState == QIVEN_INTERFACE_LEFT_OUT ||
-                   interface.ulState == QIVEN_INTERFACE_NO_ADDRESS;
-        }))
-        return "no usable network interface (up, with a carrier, not loopback)";
-    if (!filter.interfaces.empty()) return "no usable interface has a name that --interface allows";
-    return "every usable interface is left out; see --interface and --all-interfaces";
+    return interface_filter::WhyNone(
+        filter, [pWatch](uint32_t ulAfter) { return QIVENWatchInterface(pWatch, ulAfter); });
 }
 
 }  // namespace qiven::find
