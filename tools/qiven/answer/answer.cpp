@@ -39,7 +39,7 @@ std::vector<command_line::Option> Declare(Options &options) {
         {"--plain", &options.blNeverSeal, "Do not seal answers, even if a query carries a key"},
         {"--answer-off-segment", &source.blOffSegment,
          "Answer senders whose address is not of the segment, too"},
-        {"--verbose", &options.blVerbose, "Say why packets are refused"}};
+        {"--verbose", &options.blVerbose, "Say why something is not answered"}};
     const auto filter = interface_filter::Declare(source.filter, "");
     all.insert(all.end() - 2, filter.begin(), filter.end());
     return all;

@@ -7,7 +7,6 @@
 
 #include "fields.h"
 #include "format.h"
-#include "messages.h"
 
 namespace qiven::answer {
 
@@ -22,16 +21,10 @@ std::optional<Searcher> SearcherOf(const QIVEN_RECEIVED &received, uint32_t ulSe
 
 // A forged sender would turn the answers against the segment from anywhere.
 const char *WhyNot(const Run &run, const QIVEN_RECEIVED &received) {
+    if (received.pnasInfo == nullptr) return "they are sealed, or no packet";
     if ((received.ulFlags & QIVEN_RECEIVED_UNUSED) != 0) return "the interface is not used";
     const bool blOffSegment = (received.ulFlags & QIVEN_RECEIVED_OFF_LINK) != 0;
-    return blOffSegment && !run.configuration.blOffSegment ? "its sender is not on the segment" : nullptr;
-}
-
-// The library says why it refuses a packet when it is asked again.
-void ShowRefused(const QIVEN_RECEIVED &received) {
-    nasinfo record;
-    QIVENPacketRead(messages::Record(true), received.pbDatagram, static_cast<int>(received.cbDatagram),
-                    &record);
+    return blOffSegment && !run.configuration.blOffSegment ? "their sender is not on the segment" : nullptr;
 }
 
 // Says where the last answer on the segment could not be sent. False if there is no such interface.
@@ -70,15 +63,14 @@ void Answer(Run &run, uint32_t ulIfIndex, const Searcher *pSearcher) {
 }
 
 void Consider(Run &run, const QIVEN_RECEIVED &received, Milliseconds now) {
-    if (received.pnasInfo == nullptr) return ShowRefused(received);
-    // The next call on the endpoint takes the record away.
-    const uint32_t ulIfIndex = received.ulIfIndex, ulSource = received.ulSource;
     if (const char *szWhy = WhyNot(run, received); szWhy != nullptr) {
         if (run.options.blVerbose)
-            Say(run.refusals, fmt::format("a query from {} on {} is not answered: {}",
-                                          fields::Dotted(ulSource), received.szIfName, szWhy));
+            Say(run.refusals, fmt::format("{} bytes from {} on {} are not answered: {}", received.cbDatagram,
+                                          fields::Dotted(received.ulSource), received.szIfName, szWhy));
         return;
     }
+    // The next call on the endpoint takes the record away.
+    const uint32_t ulIfIndex = received.ulIfIndex, ulSource = received.ulSource;
     const uint32_t ulSegment = SegmentOf(run.outlets, ulIfIndex);
     const auto searcher = run.options.blNeverSeal ? std::nullopt : SearcherOf(received, ulSegment);
     const Admission admission = searcher ? Admit(run.sealed, *searcher, ulSource, now) : Admission::kTooMany;
