@@ -319,7 +319,7 @@ TEST(Merge, KeepsItsBoundAndItsHostsAgainstStrangers) {
         ++nGenuine;
         EXPECT_EQ(std::string::npos, told.find("-" + std::to_string(p->shown.ulHost) + " "));
     }
-    EXPECT_GE(nGenuine, 195U);  // the hosts that make space for others are drawn at random
+    EXPECT_GE(nGenuine, 195U);         // the hosts that make space for others are drawn at random
     EXPECT_LE(table.ulLast, 60'000U);  // the number of events from strangers is limited as well
     EXPECT_GT(table.ullLeftOut, 0U);
     EXPECT_LE(table.nHosts, 5000U);
