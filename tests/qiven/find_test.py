@@ -159,6 +159,26 @@ class Selection(unittest.TestCase):
                 subprocess.run([QIVEN, "find", "--timeout", "0.3", *options], env=ENVIRONMENT, check=False)
                 self.assertEqual({sender[0] for sender in hosts.senders}, senders)
 
+    def test_hosts_are_of_the_interface_that_heard_them(self):
+        segment.set_up("lan1", "10.9.1.1")
+        self.addCleanup(segment.run, "ip link delete lan1")
+        with segment.everybody("10.9.1.255") as elsewhere:
+            def reply(*_):
+                elsewhere.send(answer(b"both", "10.9.1.8"))
+                elsewhere.send(answer(b"other", "10.9.1.7"))
+                return [answer(b"both", "10.9.0.8")]
+            for options, expected in {(): [("both", ["lan0", "lan1"]), ("other", ["lan1"])],
+                                      ("--interface", "lan1"): [("both", ["lan1"]), ("other", ["lan1"])],
+                                      ("--exclude", "lan1"): [("both", ["lan0"])]}.items():
+                with self.subTest(options):
+                    _, output, _, _ = find(*options, "--sort", "name", "--format", "json", reply=reply)
+                    rows = json.loads(output)
+                    self.assertEqual([(row["name"], sorted(row["interfaces"])) for row in rows], expected)
+                    for row in rows:
+                        ends = {"lan0": "10.9.0.", "lan1": "10.9.1."}[row["interface"]]
+                        self.assertTrue(all(row[key].startswith(ends) for key in ("address", "source")), row)
+                        self.assertEqual(len(row["addresses"]), len(row["interfaces"]))
+
     def test_interface_after_many_without_an_address(self):
         for i in range(35):
             segment.run(f"ip link add x{i} type veth peer name y{i}")

@@ -76,11 +76,11 @@ def open_port(address="0.0.0.0", shared=True):
     return sock
 
 
-def everybody():
-    """A socket that sends to all on the segment."""
+def everybody(address="10.9.0.255"):
+    """A socket that sends to all on a segment."""
     sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     sock.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
-    sock.connect(("10.9.0.255", PORT))
+    sock.connect((address, PORT))
     return sock
 
 
