@@ -86,7 +86,7 @@ constexpr Derived kDerived[] = {
      [](const Host &host) -> Value { return fields::ServicesSupported(*host.pnasInfo); }},
     {"services_running", [](const Host &host) -> Value { return fields::ServicesRunning(*host.pnasInfo); }},
     {"answers", [](const Host &host) -> Value { return host.ullAnswers; }, true},
-    {"sealed", [](const Host &host) -> Value { return IsSealed(host); }, true},
+    {"sealed", [](const Host &host) -> Value { return IsSealed(host); }},
     // Without its keys the command does not ask at all.
     {"query_key", [](const Host &) -> Value { return true; }},
     {"first_seen", [](const Host &host) -> Value { return UtcTime(host.llFirstUnixUs); }},
