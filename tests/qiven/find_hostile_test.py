@@ -269,7 +269,7 @@ class Outputs(unittest.TestCase):
 
     def test_a_search(self):
         for kinds in ([kind] for kind in OUTPUTS) if LONG else [OUTPUTS]:
-            self.check(kinds, f"--expect 1000 --timeout {DATAGRAMS / 12000 + 10 if LONG else 8}", 0)
+            self.check(kinds, f"--expect 1000 --timeout {DATAGRAMS / 12000 + 20 if LONG else 14}", 0)
 
     def test_a_watch(self):
         for kinds in ([kind] for kind in OUTPUTS) if LONG else [OUTPUTS]:
