@@ -46,6 +46,7 @@ int QIVENEndpointOpen(QIVEN_ENDPOINT **ppEndpoint, const QIVEN_ENDPOINT_CONF *pC
     port.blShut = (conf.ulFlags & QIVEN_ENDPOINT_SHUT) != 0;
     port.blGiveOwn = (conf.ulFlags & QIVEN_ENDPOINT_OWN) != 0;
     port.blGiveRefused = (conf.ulFlags & QIVEN_ENDPOINT_REFUSED) != 0;
+    port.blNoPort = (conf.ulFlags & QIVEN_ENDPOINT_NO_PORT) != 0;
     port.ulTypes = conf.ulTypes;
     const int iResult = qiven::watch::OpenPort(port, conf.pfnInterface, conf.pvUser);
     if (iResult != 0) {

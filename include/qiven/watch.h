@@ -116,7 +116,7 @@ typedef int (*QIVEN_INTERFACE_FUNC)(const QIVEN_INTERFACE *pInterface, void *pvU
  * ullReceived. */
 typedef struct QIVEN_COUNTS {
     uint32_t cbSize;             /**< in and out: bytes of this record */
-    uint32_t nSockets;           /**< sockets that share the port: 8, or 1 where filters are refused */
+    uint32_t nSockets;           /**< sockets that share the port: 8, 1 where filters are refused, or 0 */
     uint64_t ullReceived;        /**< datagrams taken from the sockets, each once */
     uint64_t ullLost;            /**< datagrams that the kernel dropped */
     uint64_t ullRefused;         /**< received: no packet, or one that the reader refuses */
@@ -148,6 +148,7 @@ typedef struct QIVEN_ENDPOINT QIVEN_ENDPOINT;
 #define QIVEN_ENDPOINT_OWN 2U     /**< give out the queries of this process, too, when they come back */
 #define QIVEN_ENDPOINT_REFUSED 4U /**< give out datagrams that cannot be read, too, with a null pnasInfo */
 #define QIVEN_ENDPOINT_SHUT 8U    /**< with keys, but nothing sealed is opened, as a host has no use for it */
+#define QIVEN_ENDPOINT_NO_PORT 16U /**< does not open the port: only lists interfaces and sends */
 /** @} */
 
 /** How an endpoint is opened. Zero is a sensible value for every member but cbSize. */

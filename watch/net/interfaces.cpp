@@ -38,6 +38,7 @@ Interface *FindIn(const List &list, uint32_t ulIfIndex) {
 
 // Brings a list that was read into order and gives each interface its addresses.
 bool Arrange(List &list) {
+    if (list.blIncomplete) return false;
     std::sort(list.rg, list.rg + list.n,
               [](const Interface &a, const Interface &b) { return a.shown.ulIfIndex < b.shown.ulIfIndex; });
     std::sort(list.rgAddressOf, list.rgAddressOf + list.nAddresses,
@@ -144,14 +145,20 @@ void FreeList(List &list) {
 }
 
 bool AddInterface(List &list, const QIVEN_INTERFACE &interface) {
-    if (!Grow(list.rg, list.n, list.nCapacity, kInterfacesMax)) return false;
+    if (!Grow(list.rg, list.n, list.nCapacity, kInterfacesMax)) {
+        list.blIncomplete |= list.n < kInterfacesMax;
+        return false;
+    }
     list.rg[list.n++] = {interface, QIVEN_INTERFACE_GONE, false, 0};
     list.rg[list.n - 1].shown.cbSize = sizeof interface;
     return true;
 }
 
 bool AddAddress(List &list, const AddressOf &address) {
-    if (!Grow(list.rgAddressOf, list.nAddresses, list.nAddressCapacity, kInterfaceAddressesMax)) return false;
+    if (!Grow(list.rgAddressOf, list.nAddresses, list.nAddressCapacity, kInterfaceAddressesMax)) {
+        list.blIncomplete |= list.nAddresses < kInterfaceAddressesMax;
+        return false;
+    }
     list.rgAddressOf[list.nAddresses] = address;
     list.rgAddressOf[list.nAddresses].ulOrder = list.nAddresses;
     ++list.nAddresses;

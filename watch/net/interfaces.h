@@ -28,6 +28,7 @@ struct List {
     QIVEN_INTERFACE_ADDRESS *rgAddress;
     AddressOf *rgAddressOf;  // as they come from the kernel
     uint32_t n, nCapacity, nAddresses, nAddressCapacity;
+    bool blIncomplete;  // there was no memory for all
 };
 
 enum class Phase { kIdle, kLinks, kAddresses };

@@ -53,6 +53,7 @@ bool IsOwnQuery(const Port &port, uint32_t ulSource) {
 
 uint32_t FlagsOf(const Port &port, const Datagram &datagram, const Interface *pInterface, bool blSealed) {
     uint32_t ulFlags = blSealed ? QIVEN_RECEIVED_SEALED : 0;
+    if (IsOwnAddress(port.interfaces, datagram.ulSource)) ulFlags |= QIVEN_RECEIVED_LOCAL;
     if (datagram.blDirected) ulFlags |= QIVEN_RECEIVED_DIRECTED;
     if (pInterface == nullptr || !IsUsed(*pInterface)) ulFlags |= QIVEN_RECEIVED_UNUSED;
     if (pInterface != nullptr && !HasNetworkOf(*pInterface, datagram.ulSource))
@@ -65,14 +66,11 @@ uint32_t FlagsOf(const Port &port, const Datagram &datagram, const Interface *pI
 // Whether a record is to be given out; counts it if not.
 bool IsWanted(Port &port, const Datagram &datagram, uint32_t &ulFlags) {
     const uint32_t ulType = port.record.ulPktType;
-    if (ulType == QIVEN_PKT_QUERY) {
-        if (IsOwnAddress(port.interfaces, datagram.ulSource)) ulFlags |= QIVEN_RECEIVED_LOCAL;
-        if (IsOwnQuery(port, datagram.ulSource)) {
-            ulFlags |= QIVEN_RECEIVED_OWN;
-            if (port.blGiveOwn) return true;
-            ++port.ullOwn;
-            return false;
-        }
+    if (IsOwnQuery(port, datagram.ulSource)) {
+        ulFlags |= QIVEN_RECEIVED_OWN;
+        if (port.blGiveOwn) return true;
+        ++port.ullOwn;
+        return false;
     }
     constexpr uint32_t kTypes = 32;
     if (port.ulTypes == 0 || (ulType < kTypes && (port.ulTypes >> ulType & 1U) != 0)) return true;
@@ -84,7 +82,7 @@ bool IsWanted(Port &port, const Datagram &datagram, uint32_t &ulFlags) {
 
 int OpenPort(Port &port, QIVEN_INTERFACE_FUNC pfnChoose, void *pvUser) {
     port.pid = getpid();
-    int iResult = OpenSockets(port.sockets, QIVEN_PORT);
+    int iResult = port.blNoPort ? 0 : OpenSockets(port.sockets, QIVEN_PORT);
     if (iResult == 0) iResult = OpenInterfaces(port.interfaces, pfnChoose, pvUser);
     if (iResult == 0 && !port.blPlain) iResult = AcquireKeys(port.keys);
     if (iResult == 0) iResult = OpenDescriptors(port);

@@ -21,7 +21,7 @@ struct Port {
     uint64_t ullArmedUs = kUnarmed;
     uint64_t ullRefused = 0, ullForOthers = 0, ullOwn = 0, ullOtherType = 0;
     uint32_t ulTypes = 0;  // as QIVEN_ENDPOINT_CONF has it
-    bool blPlain = false, blShut = false, blGiveOwn = false, blGiveRefused = false;
+    bool blPlain = false, blShut = false, blGiveOwn = false, blGiveRefused = false, blNoPort = false;
     bool blAskedPlain = false;  // it has sent a query without an identifier that would tell it from others
     bool blOpened = false;      // the last datagram was a sealed one
     bool blInterfacesWait = false;  // news of interfaces that there was no time for

@@ -184,7 +184,6 @@ int ReadBatch(Sockets &sockets, unsigned uSocket) {
 }  // namespace
 
 int OpenSockets(Sockets &sockets, uint16_t usPort) {
-    sockets.losses.ullDueUs = kNever;
     sockets.pStaging = static_cast<Staging *>(malloc(sizeof(Staging)));
     if (sockets.pStaging == nullptr) return -ENOMEM;
     PrepareStaging(*sockets.pStaging);

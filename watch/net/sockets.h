@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 
+#include "clock.h"
 #include "filter.h"
 #include "inbox.h"
 
@@ -21,7 +22,7 @@ struct Losses {
     uint32_t ulLost = 0;
     uint64_t ullLost = 0;
     uint64_t ullReadThen = 0;
-    uint64_t ullDueUs;  // of the next look at the kernel's counts; kNever: all is accounted for
+    uint64_t ullDueUs = kNever;  // of the next look at the kernel's counts; kNever: all is accounted for
     bool blLooked = false;
 };
 
