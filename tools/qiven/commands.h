@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "command_line.h"
+#include "interface_filter.h"
 
 namespace CLI {
 class App;
@@ -25,11 +26,12 @@ namespace doctor {
 command_line::Subcommand Command();
 // The most likely cause in one sentence with its remedy, or that nothing is wrong on this machine. Takes at
 // most about 0.3 s; sends one query out of every usable interface.
-std::string OneLineVerdict();
+std::string OneLineVerdict(const interface_filter::Filter &filter);
 }  // namespace doctor
 namespace find {
-// pfnExplain says why no host was found.
-command_line::Subcommand Command(std::string (*pfnExplain)());
+// Says why no host was found on the interfaces of the search.
+using Explain = std::string (*)(const interface_filter::Filter &filter);
+command_line::Subcommand Command(Explain pfnExplain);
 }  // namespace find
 namespace interfaces {
 command_line::Subcommand Command();

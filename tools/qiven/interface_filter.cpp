@@ -43,6 +43,10 @@ bool IsWanted(const Filter &filter, const std::string &name) {
     return filter.blAll || !IsContainerInterface(name);
 }
 
+int Choose(const QIVEN_INTERFACE *pInterface, void *pvFilter) {
+    return IsWanted(*static_cast<const Filter *>(pvFilter), pInterface->szIfName) ? 1 : 0;
+}
+
 std::string WhyNone(const Filter &filter, const After &after) {
     bool blUsable = false;
     const QIVEN_INTERFACE *p = nullptr;

@@ -24,6 +24,9 @@ std::vector<command_line::Option> Declare(Filter &filter, const char *szGroup);
 
 bool IsWanted(const Filter &filter, const std::string &name);
 
+// The same as a QIVEN_INTERFACE_FUNC; its user pointer is a Filter.
+int Choose(const QIVEN_INTERFACE *pInterface, void *pvFilter);
+
 // The interface with the next higher number, or null: QIVENWatchInterface() or QIVENEndpointInterface().
 using After = std::function<const QIVEN_INTERFACE *(uint32_t ulAfter)>;
 // Why none is used, in words.

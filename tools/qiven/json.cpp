@@ -46,8 +46,9 @@ Node Array() {
     return Node(new Tree{ordered_json::array()});
 }
 
-void Set(const Node &object, const std::string &name, const output::Value &value) {
-    ordered_json &member = object->value[name];
+Node Of(const output::Value &value) {
+    Node node(new Tree{});
+    ordered_json &member = node->value;
     std::visit(
         [&member](const auto &v) {
             using T = std::decay_t<decltype(v)>;
@@ -62,6 +63,11 @@ void Set(const Node &object, const std::string &name, const output::Value &value
             }
         },
         value);
+    return node;
+}
+
+void Set(const Node &object, const std::string &name, const output::Value &value) {
+    Set(object, name, Of(value));
 }
 
 void Set(const Node &object, const std::string &name, Node value) {

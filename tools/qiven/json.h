@@ -19,6 +19,8 @@ Node Object();
 Node Document();
 Node Array();
 
+Node Of(const output::Value &value);
+
 // Adds or replaces a member. An empty value becomes null.
 void Set(const Node &object, const std::string &name, const output::Value &value);
 void Set(const Node &object, const std::string &name, Node value);

@@ -9,11 +9,6 @@ namespace qiven::answer {
 
 namespace {
 
-int Choose(const QIVEN_INTERFACE *pInterface, void *pvFilter) {
-    const auto &filter = *static_cast<const interface_filter::Filter *>(pvFilter);
-    return interface_filter::IsWanted(filter, pInterface->szIfName) ? 1 : 0;
-}
-
 bool IsUsed(const QIVEN_INTERFACE &interface) {
     return interface.ulState == QIVEN_INTERFACE_USED || interface.ulState == QIVEN_INTERFACE_FAILED;
 }
@@ -48,7 +43,7 @@ std::unique_ptr<Port> OpenPort(const interface_filter::Filter &filter, bool blRe
     conf.cbSize = sizeof conf;
     conf.ulFlags = QIVEN_ENDPOINT_SHUT | (blRefused ? QIVEN_ENDPOINT_REFUSED : 0);
     conf.ulTypes = 1U << QIVEN_PKT_QUERY;
-    conf.pfnInterface = Choose;
+    conf.pfnInterface = interface_filter::Choose;
     conf.pvUser = &port->filter;
     iResult = QIVENEndpointOpen(&port->pEndpoint, &conf);
     if (iResult < 0) port.reset();

@@ -2,18 +2,11 @@
 #include <fmt/format.h>
 
 #include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <netinet/in.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <optional>
+#include <utility>
 
-#include "container_interfaces.h"
 #include "doctor/checks.h"
-#include "interface_list.h"
 #include "text.h"
 
 namespace qiven::doctor {
@@ -23,70 +16,63 @@ namespace {
 constexpr const char *kName = "interfaces";
 
 // Whether an interface is used for searching, or why not.
-enum class Use { kUsable, kContainer, kNoAddress, kNoCarrier, kDown, kTunnel, kUnknown };
+enum class Use { kUsed, kPort, kNoAddress, kNoCarrier, kDown, kLeftOut, kUnsuitable };
 
 struct InterfaceUse {
     std::string name;
     Use use;
+    bool blHasAddress;
+    std::string oddity;  // of the address of one that is used
 };
 
-bool IsTunOrTap(const std::string &name) {
-    return access(fmt::format("/sys/class/net/{}/tun_flags", name).c_str(), F_OK) == 0;
-}
-
-// 0, or the error.
-int Ask(const std::string &name, unsigned long ulRequest, ifreq &request) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd == -1) return errno;
-    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
-    const int iError = ioctl(fd, ulRequest, &request) == 0 ? 0 : errno;
-    close(fd);
-    return iError;
-}
-
-std::optional<short> FlagsOf(const std::string &name) {
-    ifreq request{};
-    return Ask(name, SIOCGIFFLAGS, request) == 0 ? std::optional(request.ifr_flags) : std::nullopt;
-}
-
-// The table does not distinguish an interface without an address from one whose address could not be read.
-bool LacksAddress(const std::string &name) {
-    ifreq request{};
-    request.ifr_addr.sa_family = AF_INET;
-    return Ask(name, SIOCGIFADDR, request) == EADDRNOTAVAIL;
-}
-
-Use UseOf(const std::string &name, std::optional<short> flags, const QIVEN_NETIF *pNetIf) {
-    if (IsContainerInterface(name)) return Use::kContainer;
-    if (pNetIf != nullptr && pNetIf->blActive != 0) return Use::kUsable;
-    if (pNetIf != nullptr) return LacksAddress(name) ? Use::kNoAddress : Use::kUnknown;
-    if (!flags) return Use::kUnknown;
-    if ((*flags & IFF_UP) == 0) return Use::kDown;
-    if ((*flags & IFF_RUNNING) == 0) return Use::kNoCarrier;
-    // The table contains every other running interface, unless the kernel refused to describe it.
-    return (*flags & (IFF_POINTOPOINT | IFF_SLAVE)) != 0 || IsTunOrTap(name) ? Use::kTunnel : Use::kUnknown;
-}
-
-// Empty, with errno set, if the kernel does not list them.
-std::optional<std::vector<InterfaceUse>> ListUses(const std::vector<QIVEN_NETIF> &table) {
-    std::vector<InterfaceUse> uses;
-    const auto names = interface_list::Names();
-    if (!names) return std::nullopt;
-    for (const std::string &name : *names) {
-        const std::optional<short> flags = FlagsOf(name);
-        if (flags && (*flags & IFF_LOOPBACK) != 0) continue;
-        const auto row = std::find_if(table.begin(), table.end(),
-                                      [&name](const QIVEN_NETIF &netIf) { return netIf.szIfName == name; });
-        uses.push_back({name, UseOf(name, flags, row == table.end() ? nullptr : &*row)});
+Use UseOf(const QIVEN_INTERFACE &interface, const interface_filter::Filter &filter) {
+    if (interface.ulState == QIVEN_INTERFACE_UNSUITABLE) return Use::kUnsuitable;
+    if (!interface_filter::IsWanted(filter, interface.szIfName)) return Use::kLeftOut;
+    switch (interface.ulState) {
+        case QIVEN_INTERFACE_NO_ADDRESS:
+            // The address of a bridge's port is that of the bridge.
+            return interface.ulMaster != 0 ? Use::kPort : Use::kNoAddress;
+        case QIVEN_INTERFACE_NO_CARRIER:
+            return Use::kNoCarrier;
+        case QIVEN_INTERFACE_DOWN:
+            return Use::kDown;
+        default:
+            return Use::kUsed;
     }
+}
+
+std::string OddityOf(const QIVEN_INTERFACE &interface) {
+    if (interface.nAddresses == 0) return {};
+    const QIVEN_INTERFACE_ADDRESS &address = interface.rgAddress[0];
+    constexpr uint32_t kLinkLocal = 0xA9FE0000;  // 169.254.0.0/16
+    if ((ntohl(address.ulIP) & 0xFFFF0000) == kLinkLocal) return "has only a link-local address";
+    return address.ulMask == UINT32_MAX ? "has an address without a network (/32)" : "";
+}
+
+std::vector<InterfaceUse> ListUses(const Port &port, const interface_filter::Filter &filter) {
+    std::vector<InterfaceUse> uses;
+    ForEachInterface(port, [&](const QIVEN_INTERFACE &interface) {
+        if ((interface.ulFlags & IFF_LOOPBACK) != 0) return;
+        const Use use = UseOf(interface, filter);
+        uses.push_back({text::Escape(interface.szIfName), use, interface.nAddresses > 0,
+                        use == Use::kUsed ? OddityOf(interface) : ""});
+    });
     return uses;
 }
 
-std::string NamesOf(const std::vector<InterfaceUse> &uses, Use use) {
+// The first few, and how many more there are.
+template <typename Test>
+std::string NamesOf(const std::vector<InterfaceUse> &uses, Test isMeant) {
+    constexpr size_t kNames = 8;
     std::string names;
+    size_t n = 0;
     for (const InterfaceUse &one : uses)
-        if (one.use == use) names += (names.empty() ? "" : ", ") + text::Escape(one.name);
-    return names;
+        if (isMeant(one) && n++ < kNames) names += (names.empty() ? "" : ", ") + one.name;
+    return n > kNames ? fmt::format("{} and {} more", names, n - kNames) : names;
+}
+
+std::string NamesOf(const std::vector<InterfaceUse> &uses, Use use) {
+    return NamesOf(uses, [use](const InterfaceUse &one) { return one.use == use; });
 }
 
 struct Explanation {
@@ -102,22 +88,34 @@ constexpr Explanation kExplanations[] = {
     {Use::kNoCarrier, "the interface that is up has no carrier: {}",
      "plug in the cable, or join the wireless network"},
     {Use::kDown, "all interfaces are down: {}", "bring one up with \"ip link set NAME up\""},
-    {Use::kContainer, "there are only interfaces of containers or virtual machines: {}",
+    {Use::kLeftOut, "there are only interfaces of containers or virtual machines: {}",
      "connect an interface to the network of the hosts, or search these with --all-interfaces"},
-    {Use::kTunnel, "the only active interfaces are tunnels and the like, which do not carry broadcasts: {}",
+    {Use::kPort, "there are only ports of a bridge, which has no address itself: {}",
+     "give the bridge an address, by DHCP or with \"ip address add ADDRESS/LENGTH brd + dev NAME\""},
+    {Use::kUnsuitable,
+     "the only active interfaces are tunnels and the like, which do not carry broadcasts: {}",
      "connect an interface to the network of the hosts"},
 };
+// Of the user's own choice.
+constexpr Explanation kNotChosen{Use::kLeftOut,
+                                 "--interface or --exclude leaves out every usable interface: {}",
+                                 "choose one that is connected to the network of the hosts"};
 
-Check Skipped(std::string reason) {
-    return {kName, Result::kSkipped, std::move(reason), {}};
-}
-
-Check Explain(const std::vector<InterfaceUse> &uses) {
-    for (const Explanation &explanation : kExplanations) {
-        const std::string names = NamesOf(uses, explanation.use);
-        if (!names.empty())
-            return {kName, Result::kFault, fmt::format(fmt::runtime(explanation.szText), names),
-                    explanation.szRemedy};
+Check Explain(const std::vector<InterfaceUse> &uses, const interface_filter::Filter &filter) {
+    // One that could be used may be the intended one, whatever is wrong with the others.
+    const std::string leftOut =
+        NamesOf(uses, [](const InterfaceUse &one) { return one.use == Use::kLeftOut && one.blHasAddress; });
+    const bool blChosen = !filter.interfaces.empty() || !filter.excludes.empty();
+    for (const Explanation &one : kExplanations) {
+        const std::string names = NamesOf(uses, one.use);
+        if (names.empty()) continue;
+        const Explanation &explanation = one.use == Use::kLeftOut && blChosen ? kNotChosen : one;
+        const std::string before =
+            leftOut.empty() || one.use == Use::kLeftOut
+                ? ""
+                : fmt::format("left out: {} (see --interface and --all-interfaces); ", leftOut);
+        return {kName, Result::kFault, before + fmt::format(fmt::runtime(explanation.szText), names),
+                explanation.szRemedy};
     }
     return {kName, Result::kFault, "this machine has no interface other than the loopback",
             "add a network interface to this machine or container"};
@@ -125,26 +123,31 @@ Check Explain(const std::vector<InterfaceUse> &uses) {
 
 }  // namespace
 
-Check CheckInterfaces(std::vector<QIVEN_NETIF> &usable) {
-    std::vector<QIVEN_NETIF> table(QIVEN_IFACE_MAX);
-    const int nNetIf = QIVENIfaceInit(nullptr, table.data(), QIVEN_IFACE_MAX);
-    if (nNetIf < 0) return Skipped("the kernel's list of interfaces (/proc/net/dev) cannot be read");
-    table.resize(static_cast<size_t>(nNetIf));
-    std::copy_if(table.begin(), table.end(), std::back_inserter(usable), [](const QIVEN_NETIF &netIf) {
-        return netIf.blActive != 0 && !IsContainerInterface(netIf.szIfName);
-    });
-    const auto uses = ListUses(table);
-    if (!uses) return Skipped(fmt::format("the interfaces cannot be listed: {}", strerror(errno)));
-    if (const std::string unknown = NamesOf(*uses, Use::kUnknown); !unknown.empty())
-        return Skipped("the state of " + unknown + " cannot be read");
-    if (usable.empty()) return Explain(*uses);
-    const std::string unaddressed = NamesOf(*uses, Use::kNoAddress);
-    const std::string names = NamesOf(*uses, Use::kUsable);
-    if (unaddressed.empty()) return {kName, Result::kOk, "used for searching: " + names, {}};
-    return {kName,
-            Result::kNote,
-            fmt::format("used for searching: {}; without an IPv4 address: {}", names, unaddressed),
-            {}};
+Check CheckInterfaces(const Port &port, const interface_filter::Filter &filter) {
+    // Every machine has a loopback: an empty list is none.
+    if (QIVENEndpointInterface(port.endpoint.get(), 0) == nullptr)
+        return {kName,
+                Result::kSkipped,
+                "the kernel does not list the interfaces" +
+                    (port.endpoint == nullptr ? fmt::format(": {}", QIVENWatchError(port.iError)) : ""),
+                {}};
+    const std::vector<InterfaceUse> uses = ListUses(port, filter);
+    const std::string used = NamesOf(uses, Use::kUsed);
+    if (used.empty()) return Explain(uses, filter);
+    Check check{kName, Result::kOk, "used for searching: " + used, {}};
+    const auto add = [&check](const std::string &text, const std::string &names, Result result) {
+        if (names.empty()) return;
+        check.text += fmt::format("; {}: {}", text, names);
+        if (result == Result::kNote) check.result = result;
+    };
+    add("without an IPv4 address", NamesOf(uses, Use::kNoAddress), Result::kNote);
+    add("left out", NamesOf(uses, Use::kLeftOut), Result::kOk);
+    for (const InterfaceUse &one : uses) {
+        if (one.oddity.empty()) continue;
+        check.text += fmt::format("; {} {}", one.name, one.oddity);
+        check.result = Result::kNote;
+    }
+    return check;
 }
 
 }  // namespace qiven::doctor

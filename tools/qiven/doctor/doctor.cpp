@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
+#include <utility>
 
 #include "commands.h"
 #include "doctor/checks.h"
@@ -21,16 +21,16 @@ constexpr std::chrono::milliseconds kLongListen{2000};
 
 struct Diagnosis {
     std::vector<Check> checks;
-    size_t nAnswers = 0;
+    std::string answeredOn;  // by which interfaces hosts answered
 };
 
-Diagnosis Examine(std::chrono::milliseconds listen, bool blAll) {
+Diagnosis Examine(const interface_filter::Filter &filter, std::chrono::milliseconds listen, bool blAll) {
     Diagnosis diagnosis;
     std::vector<Check> &checks = diagnosis.checks;
-    std::vector<QIVEN_NETIF> usable;
-    checks.push_back(CheckInterfaces(usable));
-    checks.push_back(CheckPort());
-    diagnosis.nAnswers = CheckTraffic(usable, listen, blAll, checks);
+    const Port port = OpenPort(filter);
+    checks.push_back(CheckInterfaces(port, filter));
+    checks.push_back(CheckPort(port));
+    diagnosis.answeredOn = CheckTraffic(port, listen, blAll, checks);
     return diagnosis;
 }
 
@@ -61,7 +61,8 @@ std::string VerdictOf(const Diagnosis &diagnosis) {
     const std::string skipped = SkippedOf(diagnosis.checks);
     if (!skipped.empty())
         return fmt::format("No fault was found, but not everything could be checked: {}.", skipped);
-    if (diagnosis.nAnswers != 0) return "Nothing is wrong on this machine: hosts answer.";
+    if (!diagnosis.answeredOn.empty())
+        return fmt::format("Nothing is wrong on this machine: hosts answer on {}.", diagnosis.answeredOn);
     return "Nothing is wrong on this machine: the hosts may be off, or in another segment, which broadcasts "
            "do not reach.";
 }
@@ -105,8 +106,8 @@ void PrintText(const Diagnosis &diagnosis) {
     standard_output::Write(lines);
 }
 
-int Run(bool blJson) {
-    const Diagnosis diagnosis = Examine(kLongListen, true);
+int Run(const interface_filter::Filter &filter, bool blJson) {
+    const Diagnosis diagnosis = Examine(filter, kLongListen, true);
     if (blJson)
         PrintJson(diagnosis);
     else
@@ -117,18 +118,21 @@ int Run(bool blJson) {
 
 }  // namespace
 
-std::string OneLineVerdict() {
-    return VerdictOf(Examine(kShortListen, false));
+std::string OneLineVerdict(const interface_filter::Filter &filter) {
+    return VerdictOf(Examine(filter, kShortListen, false));
 }
 
 command_line::Subcommand Command() {
     static bool blJson = false;
+    static interface_filter::Filter filter;
+    std::vector<command_line::Option> options = interface_filter::Declare(filter, "");
+    options.push_back({.szNames = "--format",
+                       .target = [](const std::string &format) { blJson = format == "json"; },
+                       .help = "Output format: text (default) or json",
+                       .choices = {"text", "json"}});
     return {.szHelp = "Find out why no host is found, and how to fix it",
-            .options = {{.szNames = "--format",
-                         .target = [](const std::string &format) { blJson = format == "json"; },
-                         .help = "Output format: text (default) or json",
-                         .choices = {"text", "json"}}},
-            .run = [] { return Run(blJson); }};
+            .options = std::move(options),
+            .run = [] { return Run(filter, blJson); }};
 }
 
 }  // namespace qiven::doctor

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -48,7 +51,7 @@ bool HoldsOne(const fs::path &process, const std::set<std::string> &sockets) {
 
 }  // namespace
 
-std::string PortHolders(uint16_t usPort) {
+std::string HolderOf(uint16_t usPort) {
     const std::set<std::string> sockets = SocketsOn(usPort);
     std::string holders;
     std::error_code error;
@@ -61,7 +64,21 @@ std::string PortHolders(uint16_t usPort) {
         std::getline(file, program);
         holders += fmt::format("{}process {} ({})", holders.empty() ? "" : ", ", pid, text::Escape(program));
     }
-    return holders;
+    return holders.empty() ? "an unknown process (try again as root)" : holders;
+}
+
+bool IsHeldAlone(uint16_t usPort) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) return false;
+    const int iOn = 1;
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_port = htons(usPort);
+    const bool blRefused = setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &iOn, sizeof iOn) == 0 &&
+                           bind(fd, reinterpret_cast<const sockaddr *>(&local), sizeof local) != 0 &&
+                           errno == EADDRINUSE;
+    close(fd);
+    return blRefused && !SocketsOn(usPort).empty();
 }
 
 }  // namespace qiven::doctor

@@ -6,7 +6,10 @@
 
 namespace qiven::doctor {
 
-// "process 123 (program)", several of them joined by commas, or empty if none is found. Omits this process.
-std::string PortHolders(uint16_t usPort);
+// "process 123 (program)", several of them joined by commas, or that it is unknown. Omits this process.
+std::string HolderOf(uint16_t usPort);
+
+// Whether another socket holds the port without sharing it.
+bool IsHeldAlone(uint16_t usPort);
 
 }  // namespace qiven::doctor

@@ -5,7 +5,7 @@
 
 namespace qiven::find {
 
-command_line::Subcommand Command(std::string (*pfnExplain)()) {
+command_line::Subcommand Command(Explain pfnExplain) {
     static Options options;
     return {
         .szHelp = "Find the hosts on the local segment",

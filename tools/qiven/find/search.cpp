@@ -83,11 +83,6 @@ bool TakeRest(Run &run) {
     return true;
 }
 
-int Choose(const QIVEN_INTERFACE *pInterface, void *pvFilter) {
-    const auto &filter = *static_cast<const interface_filter::Filter *>(pvFilter);
-    return interface_filter::IsWanted(filter, pInterface->szIfName) ? 1 : 0;
-}
-
 uint32_t ToMs(double dSeconds) {
     return static_cast<uint32_t>(std::lround(dSeconds * 1000));
 }
@@ -98,7 +93,7 @@ int Open(Run &run) {
     QIVEN_WATCH_CONF conf{};
     conf.cbSize = sizeof conf;
     conf.cbMemoryMax = kBytesMax;
-    conf.pfnInterface = Choose;
+    conf.pfnInterface = interface_filter::Choose;
     conf.pvUser = const_cast<interface_filter::Filter *>(&options.filter);
     if (options.blWatch) {
         conf.ulQueryMs = ToMs(options.dInterval);
@@ -118,17 +113,17 @@ int Open(Run &run) {
     return exit_status::kFailed;
 }
 
-int Status(const Run &run, std::string (*pfnExplain)()) {
+int Status(const Run &run, Explain pfnExplain) {
     if (run.iSignal != 0) return exit_status::AfterSignal(run.iSignal);
     const size_t nHosts = run.shown.size();
     if (nHosts == 0 && !IsAnyAsked(run.watch.get())) return exit_status::kFailed;
-    if (nHosts == 0 && isatty(STDERR_FILENO) == 1) messages::Say(pfnExplain());
+    if (nHosts == 0 && isatty(STDERR_FILENO) == 1) messages::Say(pfnExplain(run.options.filter));
     return nHosts == 0 || AreMissing(run) ? exit_status::kNotFound : exit_status::kDone;
 }
 
 }  // namespace
 
-int Search(const Options &options, std::string (*pfnExplain)()) {
+int Search(const Options &options, Explain pfnExplain) {
     const messages::NeverWait never;
     // A file that reaches the limit of its size is an output that fails, not a reason to be killed.
     signal(SIGXFSZ, SIG_IGN);
