@@ -58,7 +58,8 @@ void ShowProgress(Run &run) {
 // Without memory for it, a row is written late or a change is not reported; the search goes on.
 void Listen(Run &run) {
     bool blBlocked = false;
-    while (!IsOver(run)) {
+    // At least once, however short the time: what has failed by then is reported.
+    do {
         Wait(run, blBlocked);
         if (run.iSignal != 0) break;
         QIVENWatchDispatch(run.watch.get());
@@ -71,7 +72,7 @@ void Listen(Run &run) {
             if (!run.blSaidMemory) messages::Say("not enough memory: an answer was left out");
             run.blSaidMemory = true;
         }
-    }
+    } while (!IsOver(run));
 }
 
 // What waited for a slow reader, as far as the rate of --watch allows.
