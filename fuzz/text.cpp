@@ -1,5 +1,5 @@
 // Any bytes as text from the network that is escaped for a terminal.
-#include "../tools/qiven/text.h"
+#include "../tools/qiven/output/text.h"
 #include "fuzz.h"
 
 namespace {

@@ -90,10 +90,10 @@ void AskAlone(QIVEN_WATCH &watch, uint64_t ullUntilUs) {
     uint64_t ullNowUs = NowUs();
     const uint64_t ullDueUs = AloneDue(watch, &pInterface);
     watch.port.interfaces.blAsk &= pInterface != nullptr || watch.rounds.nRounds < 2;
-    if (ullDueUs > ullNowUs) return;
+    if (pInterface == nullptr || ullDueUs > ullNowUs) return;
     const int fdSender = OpenSender();
     for (; AloneDue(watch, &pInterface) <= ullNowUs && ullNowUs < ullUntilUs; ullNowUs = NowUs())
-        AskBy(watch, fdSender, *pInterface);
+        if (pInterface != nullptr) AskBy(watch, fdSender, *pInterface);
     watch.ullAloneUs = ullNowUs;
     // Its hosts have as long to answer as the others had.
     if (!watch.rounds.blSettled) watch.rounds.ullQueryUs = ullNowUs;

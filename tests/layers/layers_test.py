@@ -31,6 +31,8 @@ RESERVED = {
 }
 # Folders of programs and libraries on top of the library: they see include/ alone.
 ABOVE = ("watch", "tools", "serve", "python", "examples")
+# Directories of the command that are not subcommands: what these share.
+SHARED = {"output"}
 
 faults = []
 
@@ -96,20 +98,20 @@ def check_calls(objects):
 def check_subcommands(root, objects):
     """tools/qiven has a directory for each subcommand; its files see that directory and those on top."""
     top = root / "tools" / "qiven"
-    subcommands = {path.name for path in top.iterdir() if path.is_dir()}
+    subcommands = {path.name for path in top.iterdir() if path.is_dir()} - SHARED
     on_top = {path.name for path in top.iterdir() if path.is_file()}
     for path in sources(top):
         own = path.parent.name if path.parent != top else None
         where = path.relative_to(root)
         for name in includes(path):
             folder = name.split("/")[0] if "/" in name else None
-            if folder != (own if folder else None) or not (top / name).is_file():
+            if folder not in SHARED | {own, None} or not (top / name).is_file():
                 faults.append(f"{where} includes {name}")
         # A quoted include would find the file beside it first.
         if own and path.name in on_top:
             faults.append(f"{where} has the name of a file on top")
         for name in re.findall(r"^namespace qiven(?:::(\w+))?", path.read_text(), re.M):
-            if name in subcommands - {own} or (own and name != own):
+            if name in subcommands - {own} or (own in subcommands and name != own):
                 faults.append(f"{where} defines names of qiven::{name}")
 
     calls = collections.Counter()

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "text.h"
+#include "output/text.h"
 
 namespace qiven {
 

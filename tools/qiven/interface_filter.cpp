@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "container_interfaces.h"
-#include "text.h"
+#include "output/text.h"
 
 namespace qiven::interface_filter {
 

@@ -13,9 +13,9 @@
 #include <cstring>
 #include <ctime>
 
-#include "format.h"
+#include "output/format.h"
+#include "output/text.h"
 #include "rate_limit.h"
-#include "text.h"
 
 namespace qiven::messages {
 

@@ -4,7 +4,7 @@
 #include "answer/serve.h"
 #include "commands.h"
 #include "exit_status.h"
-#include "format.h"
+#include "output/format.h"
 
 namespace qiven::answer {
 

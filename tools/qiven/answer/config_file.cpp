@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "format.h"
+#include "output/format.h"
 
 namespace qiven::answer {
 

@@ -2,8 +2,8 @@
 
 #include <exception>
 
-#include "format.h"
 #include "messages.h"
+#include "output/format.h"
 
 namespace qiven::answer {
 

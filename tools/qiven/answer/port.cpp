@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "fields.h"
-#include "format.h"
+#include "output/format.h"
 
 namespace qiven::answer {
 

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "fields.h"
-#include "format.h"
+#include "output/format.h"
 
 namespace qiven::answer {
 

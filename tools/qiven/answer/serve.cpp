@@ -10,10 +10,10 @@
 #include "answer/notify.h"
 #include "answer/reply.h"
 #include "exit_status.h"
-#include "format.h"
 #include "messages.h"
+#include "output/format.h"
+#include "output/text.h"
 #include "signals.h"
-#include "text.h"
 
 namespace qiven::answer {
 

@@ -8,8 +8,8 @@
 #include "decode/show.h"
 #include "exit_status.h"
 #include "messages.h"
+#include "output/standard_output.h"
 #include "packet_walk.h"
-#include "standard_output.h"
 
 namespace qiven::decode {
 

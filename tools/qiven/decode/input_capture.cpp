@@ -14,7 +14,7 @@
 
 #include "decode/input.h"
 #include "on_demand.h"
-#include "utc_time.h"
+#include "output/utc_time.h"
 
 namespace qiven::decode {
 

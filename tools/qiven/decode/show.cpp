@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "fields.h"
-#include "json.h"
-#include "standard_output.h"
-#include "text.h"
+#include "output/json.h"
+#include "output/standard_output.h"
+#include "output/text.h"
 
 namespace qiven::decode {
 

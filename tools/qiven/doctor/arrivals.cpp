@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include "fields.h"
+#include "output/text.h"
 #include "packet_walk.h"
-#include "text.h"
 
 namespace qiven::doctor {
 

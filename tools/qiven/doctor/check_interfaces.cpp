@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "doctor/checks.h"
-#include "text.h"
+#include "output/text.h"
 
 namespace qiven::doctor {
 

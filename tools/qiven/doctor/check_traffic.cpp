@@ -16,7 +16,7 @@
 #include "doctor/checks.h"
 #include "doctor/firewall.h"
 #include "doctor/port_holder.h"
-#include "text.h"
+#include "output/text.h"
 
 namespace qiven::doctor {
 

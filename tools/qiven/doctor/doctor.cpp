@@ -7,8 +7,8 @@
 #include "commands.h"
 #include "doctor/checks.h"
 #include "exit_status.h"
-#include "json.h"
-#include "standard_output.h"
+#include "output/json.h"
+#include "output/standard_output.h"
 
 namespace qiven::doctor {
 

@@ -11,7 +11,7 @@
 
 #include "doctor/iptables_rules.h"
 #include "doctor/nft_rules.h"
-#include "text.h"
+#include "output/text.h"
 
 namespace qiven::doctor {
 

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <utility>
 
-#include "json.h"
+#include "output/json.h"
 
 namespace qiven::doctor::iptables {
 

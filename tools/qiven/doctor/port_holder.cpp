@@ -13,7 +13,7 @@
 #include <sstream>
 #include <vector>
 
-#include "text.h"
+#include "output/text.h"
 
 namespace qiven::doctor {
 

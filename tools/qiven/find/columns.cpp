@@ -14,7 +14,7 @@
 
 #include "fields.h"
 #include "find/host.h"
-#include "utc_time.h"
+#include "output/utc_time.h"
 
 namespace qiven::find {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "output.h"
+#include "output/output.h"
 
 namespace qiven::find {
 

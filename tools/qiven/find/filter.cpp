@@ -6,7 +6,7 @@
 
 #include "fields.h"
 #include "find/host.h"
-#include "text.h"
+#include "output/text.h"
 
 namespace qiven::find {
 

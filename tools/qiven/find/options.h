@@ -8,7 +8,7 @@
 
 #include "command_line.h"
 #include "interface_filter.h"
-#include "output.h"
+#include "output/output.h"
 
 namespace qiven::find {
 

@@ -13,9 +13,9 @@
 
 #include "find/columns.h"
 #include "messages.h"
-#include "standard_output.h"
-#include "terminal.h"
-#include "utc_time.h"
+#include "output/standard_output.h"
+#include "output/terminal.h"
+#include "output/utc_time.h"
 
 namespace qiven::find {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "find/options.h"
-#include "output.h"
+#include "output/output.h"
 #include "signals.h"
 
 namespace qiven::find {

@@ -16,7 +16,7 @@
 #include "find/events.h"
 #include "find/stop.h"
 #include "messages.h"
-#include "standard_output.h"
+#include "output/standard_output.h"
 
 namespace qiven::find {
 

@@ -15,7 +15,7 @@
 #include "exit_status.h"
 #include "fields.h"
 #include "messages.h"
-#include "output.h"
+#include "output/output.h"
 
 namespace qiven::interfaces {
 

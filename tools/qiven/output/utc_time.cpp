@@ -1,8 +1,8 @@
-#include "utc_time.h"
+#include "output/utc_time.h"
 
 #include <ctime>
 
-#include "format.h"
+#include "output/format.h"
 
 namespace qiven {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "output.h"
+#include "output/output.h"
 
 namespace qiven::json {
 

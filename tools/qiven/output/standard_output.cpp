@@ -1,4 +1,4 @@
-#include "standard_output.h"
+#include "output/standard_output.h"
 
 #include <poll.h>
 #include <unistd.h>

@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "command_line.h"
-#include "standard_output.h"
-#include "terminal.h"
+#include "output/standard_output.h"
+#include "output/terminal.h"
 
 namespace qiven::output {
 

@@ -1,4 +1,4 @@
-#include "output.h"
+#include "output/output.h"
 
 #include <fmt/format.h>
 
@@ -9,8 +9,8 @@
 #include <string_view>
 #include <type_traits>
 
-#include "json.h"
-#include "text.h"
+#include "output/json.h"
+#include "output/text.h"
 
 namespace qiven::output {
 
