@@ -22,7 +22,6 @@ constexpr unsigned kVanishAtOnce = 4096;
 
 constexpr uint32_t kLimitMs = 60000, kChangeMs = 1000;
 constexpr uint64_t kMemoryMax = uint64_t{64} << 20;
-constexpr uint32_t kFieldA4 = 0x01020000;  // as in the query that the first library broadcasts
 
 void NoteAnswer(QIVEN_WATCH &watch, Heard heard, uint64_t ullMonotonicUs) {
     watch.rounds.ullHeardUs = std::max(watch.rounds.ullHeardUs, ullMonotonicUs);
@@ -103,7 +102,7 @@ void Configure(QIVEN_WATCH &watch, const QIVEN_WATCH_CONF &conf) {
     watch.table.budget.cbMax = Or(conf.cbMemoryMax, kMemoryMax);
     watch.query.pnasInfo = &watch.queryRecord;
     watch.queryRecord.ulPktType = QIVEN_PKT_QUERY;
-    watch.queryRecord.ulFieldA4 = kFieldA4;
+    watch.queryRecord.ulFieldA4 = QIVEN_FIELD_A4_VQX20;
     QIVENSendPktIDAdd(nullptr, &watch.query, 0x01U, 0xA4U, 0U);
 }
 
