@@ -113,6 +113,7 @@ size_t TotalWidth(const std::vector<size_t> &widths) {
 }
 
 // Makes the widest columns narrower until the table fits, and drops the last ones if that is not enough.
+// Spare width goes to the last column.
 void FitWidths(std::vector<size_t> &widths, size_t uTerminal) {
     if (uTerminal == 0) return;
     while (TotalWidth(widths) > uTerminal) {
@@ -125,6 +126,7 @@ void FitWidths(std::vector<size_t> &widths, size_t uTerminal) {
             widths.front() = uTerminal;
         }
     }
+    if (!widths.empty()) widths.back() += uTerminal - TotalWidth(widths);
 }
 
 std::string TableLine(const Writer &writer, const std::vector<std::string> &cells) {
