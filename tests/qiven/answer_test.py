@@ -181,7 +181,7 @@ class Answer(Answering):
         plain = [packet for packet, _ in heard if packet.startswith(PLAIN)]
         self.assertTrue(1 <= len(plain) <= seconds * 5 + 2, (len(plain), seconds))
         self.assertTrue(8 <= len(heard) - len(plain) <= 9 + seconds * 8, (len(heard), seconds))
-        self.assertLess(self.memory() - before, 4096)
+        self.assertLess(self.memory() - before, segment.growth_limit(self.program))
         self.log.seek(0)
         self.assertLess(len(self.log.readlines()), 30 + seconds * 6)
 

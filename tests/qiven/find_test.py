@@ -218,7 +218,7 @@ class Events(unittest.TestCase):
             output, messages = process.communicate(timeout=20)
         self.assertIn(b"real", output)
         self.assertLess(len(messages.splitlines()), 250)
-        self.assertLess(growth, 4096)
+        self.assertLess(growth, segment.growth_limit(QIVEN))
 
 
 class Ending(unittest.TestCase):
