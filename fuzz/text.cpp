@@ -67,7 +67,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t cbData) {
             const std::string escaped = qiven::text::Escape(text, blAscii, cAlso);
             Require(IsSafe(escaped), "escaped text is safe");
             Require(Unescape(escaped) == text, "escaping can be undone");
-            Require(cAlso == '\0' || escaped.find(cAlso) == std::string::npos, "a separator is escaped, too");
+            Require(cAlso == '\0' || escaped.find(cAlso) == std::string::npos, "the separator is escaped");
             Require(!blAscii || std::all_of(escaped.begin(), escaped.end(), [](char c) { return c > 0; }),
                     "escaping to ASCII leaves nothing else");
             for (const size_t nColumns : {size_t{0}, size_t{1}, size_t{7}, size_t{80}}) {

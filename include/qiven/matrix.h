@@ -27,8 +27,8 @@
  * the key is a whole number from -2048 to 2047, and the product of these with the inverse is less than 0.01
  *   below and less than 0.99 above the byte. The first condition holds if the entries are integers, and the
  *   positive ones of each column sum up to at most 8 and the negative ones to at least -8. The second holds
- * if the determinant is 1 or -1 as well, because the inverse is then integer, too. Other keys lose text, but
- * do no other harm. MatrixInversion() refuses about one in a hundred of the keys that meet all these
+ * if the determinant is 1 or -1 as well, because the inverse then has integer entries. Other keys lose text,
+ * but do no other harm. MatrixInversion() refuses about one in a hundred of the keys that meet all these
  * conditions with -2, because its elimination reaches a pivot of at most 0.0001: always check its result.
  */
 #ifndef QIVEN_MATRIX_H

@@ -145,8 +145,8 @@ typedef struct QIVEN_ENDPOINT QIVEN_ENDPOINT;
 /** @name Flags of an endpoint (QIVEN_ENDPOINT_CONF::ulFlags) */
 /** @{ */
 #define QIVEN_ENDPOINT_PLAIN 1U   /**< without keys: nothing sealed is opened */
-#define QIVEN_ENDPOINT_OWN 2U     /**< give out the queries of this process, too, when they come back */
-#define QIVEN_ENDPOINT_REFUSED 4U /**< give out datagrams that cannot be read, too, with a null pnasInfo */
+#define QIVEN_ENDPOINT_OWN 2U     /**< also give out the queries of this process */
+#define QIVEN_ENDPOINT_REFUSED 4U /**< also give out unreadable datagrams, with a null pnasInfo */
 #define QIVEN_ENDPOINT_SHUT 8U    /**< with keys, but nothing sealed is opened, as a host has no use for it */
 #define QIVEN_ENDPOINT_NO_PORT 16U /**< does not open the port: only lists interfaces and sends */
 /** @} */
@@ -286,10 +286,10 @@ typedef struct QIVEN_WATCH_CONF {
     uint32_t cbSize;                   /**< sizeof(QIVEN_WATCH_CONF) */
     uint32_t ulFlags;                  /**< QIVEN_WATCH_... */
     uint32_t ulTypes;                  /**< bit n: packets of type n describe hosts; 0: types 2 and 6 do */
-    uint32_t ulQueryMs;                /**< after the search has settled, ask so often; 0: no more */
-    uint32_t ulVanishMs;               /**< a host that was not heard for so long has vanished; 0: never */
-    uint32_t ulLimitMs;                /**< a search settles after so long at the latest; 0: 60,000 */
-    uint32_t ulChangeMs;               /**< changes of one host are joined for so long; 0: 1,000 */
+    uint32_t ulQueryMs;                /**< interval of the queries after the search has settled; 0: none */
+    uint32_t ulVanishMs;               /**< silence after which a host has vanished; 0: never */
+    uint32_t ulLimitMs;                /**< longest time until a search settles; 0: 60,000 */
+    uint32_t ulChangeMs;               /**< time for which the changes of a host are joined; 0: 1,000 */
     uint32_t nHostsMax;                /**< hosts in the table; 0, or more than that: QIVEN_WATCH_HOSTS_MAX */
     uint64_t cbMemoryMax;              /**< bytes of the table; 0: 64 MiB */
     QIVEN_INTERFACE_FUNC pfnInterface; /**< which interfaces to ask on; null: all that can be used */
